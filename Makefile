@@ -1,0 +1,36 @@
+# Thin wrapper over CMake presets. `make demo` and `make test` work on a fresh machine.
+PRESET ?= release
+JOBS ?= $(shell nproc)
+
+.PHONY: all deps configure build demo test test-asan bench format clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+configure: deps
+	@cmake --preset $(PRESET) >/dev/null
+
+build: configure
+	@cmake --build --preset $(PRESET) -j $(JOBS)
+
+demo:
+	@$(MAKE) --no-print-directory build PRESET=release
+	@build/release/apps/tenebrix-demo build/demo
+
+test: build
+	@ctest --preset $(PRESET) -j $(JOBS)
+
+test-asan:
+	@$(MAKE) --no-print-directory test PRESET=asan
+
+bench:
+	@$(MAKE) --no-print-directory build PRESET=release
+	@build/release/bench/tenebrix-bench
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	@rm -rf build

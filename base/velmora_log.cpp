@@ -1,0 +1,43 @@
+#include "base/velmora_log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/debug/debug_output.h"
+
+enum { VelmoraMessageSize = 400 };
+
+// The first message of a run empties the file, and so does the message after a failed open.
+static bool LastOpenSucceeded = false;
+
+void VelmoraLog(const char* tag, const char* format, ...) {
+    char message[VelmoraMessageSize];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+
+    FILE* file = std::fopen("velmora.log", LastOpenSucceeded ? "a+" : "w");
+    LastOpenSucceeded = file != nullptr;
+    if (file) {
+        std::fprintf(file, "LOG: (%s) ", tag);
+        std::fputs(message, file);
+        std::fclose(file);
+    }
+    OutputDebugStringA("LOG: (");
+    OutputDebugStringA(tag);
+    OutputDebugStringA(") ");
+    OutputDebugStringA(message);
+    OutputDebugStringA("\n");
+}
+
+void VelmoraFatal(const char* tag, const char* format, ...) {
+    char message[VelmoraMessageSize];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+    MessageBoxA(nullptr, message, tag, MB_OK);
+    std::abort();
+}

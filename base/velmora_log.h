@@ -1,0 +1,9 @@
+// The engine's log of what it meets in data files: "velmora.log" in the current directory,
+// emptied at the first message of a run, opened and closed for every message.
+#pragma once
+
+void VelmoraLog(const char* tag, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+// Shows the message in a box captioned with the tag and aborts.
+[[noreturn]] void VelmoraFatal(const char* tag, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));

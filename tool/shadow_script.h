@@ -1,0 +1,7 @@
+// Reader of the shadow script (.ssf): blank-separated words, keys ignoring case, each key followed
+// by a fixed number of values; unknown words are skipped one by one.
+#pragma once
+
+// Reads one script into ShadowSettings. FrameCount and WriteHeightData are reset first, even when
+// the file can't be opened. Returns whether the file could be opened; says nothing of its contents.
+bool ParseShadowScript(const char* path);
