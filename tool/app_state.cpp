@@ -1,1 +1,9 @@
-// placeholder
+#include "tool/app_state.h"
+
+CScene* Scene = nullptr;
+CEntity* SceneRoot = nullptr;
+CMesh* MapMesh = nullptr;
+CMesh* ViewerMesh = nullptr;
+CTexture* ShadowTexture = nullptr;
+char StartDirectory[500] = {};
+uint8_t BatchMode = 0;

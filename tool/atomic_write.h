@@ -1,0 +1,28 @@
+// Output files replace what stood under their name only once they are whole: the bytes go to a
+// temporary name beside the target and are renamed into place, so a failed or interrupted write
+// never leaves a torn file where a good one stood.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+class ReplacingFile {
+public:
+    explicit ReplacingFile(const char* path);
+    ~ReplacingFile();  // removes the temporary file unless committed
+    ReplacingFile(const ReplacingFile&) = delete;
+    ReplacingFile& operator=(const ReplacingFile&) = delete;
+
+    FILE* Stream() const { return stream; }  // null if the temporary file could not be made
+    // Closes the stream and, if everything written went well, renames it into place.
+    bool Commit(bool writtenWell);
+
+private:
+    std::string target;
+    std::string temporary;
+    FILE* stream;
+};
+
+// The whole block under path; false if anything failed.
+bool WriteFileAtomically(const char* path, const void* data, size_t bytes);
