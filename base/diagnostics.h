@@ -25,7 +25,8 @@ void CorvaneDebug(const char* format, ...) __attribute__((format(printf, 1, 2)))
 void CorvaneDebugChannel(uint32_t channel, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
-// Each setter installs a new handler and returns the one it replaces.
+// Each setter installs a new handler and returns the one it replaces; null puts the default back.
+// The default error handler shows the text and aborts, whatever the code.
 CorvaneTextHandler CorvaneSetWarningHandler(CorvaneTextHandler handler);
 CorvaneTextHandler CorvaneSetAlertHandler(CorvaneTextHandler handler);
 CorvaneErrorHandler CorvaneSetErrorHandler(CorvaneErrorHandler handler);
@@ -35,6 +36,8 @@ CorvaneTextHandler CorvaneSetTraceHandler(CorvaneTextHandler handler);
 void CorvaneDebugShowAll();
 void CorvaneDebugShowNone();
 void CorvaneDebugSetChannel(uint32_t channel, uint8_t enabled);
+// The filter's state as it stands, for reports of the library's memory and for tests.
+void CorvaneDebugGetFilter(int32_t* mode, uint32_t* includeCount, uint32_t* excludeCount);
 
 void CorvaneInit();
 void CorvaneClose();

@@ -11,11 +11,16 @@ enum { VelmoraMessageSize = 400 };
 // The first message of a run empties the file, and so does the message after a failed open.
 static bool LastOpenSucceeded = false;
 
+void VelmoraLogBeginRun() {
+    LastOpenSucceeded = false;
+}
+
 void VelmoraLog(const char* tag, const char* format, ...) {
+    tag = tag ? tag : "";
     char message[VelmoraMessageSize];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(message, sizeof message, format, args);
+    if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
     va_end(args);
 
     FILE* file = std::fopen("velmora.log", LastOpenSucceeded ? "a+" : "w");
@@ -36,7 +41,7 @@ void VelmoraFatal(const char* tag, const char* format, ...) {
     char message[VelmoraMessageSize];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(message, sizeof message, format, args);
+    if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
     va_end(args);
     MessageBoxA(nullptr, message, tag, MB_OK);
     std::abort();

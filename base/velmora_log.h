@@ -4,6 +4,10 @@
 
 void VelmoraLog(const char* tag, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// Makes the next VelmoraLog behave as the first of a run: it empties the file. A process starts
+// so; tests call this to stage a new run in the same process.
+void VelmoraLogBeginRun();
+
 // Shows the message in a box captioned with the tag and aborts.
 [[noreturn]] void VelmoraFatal(const char* tag, const char* format, ...)
     __attribute__((format(printf, 2, 3)));

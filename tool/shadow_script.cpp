@@ -1,1 +1,132 @@
-// placeholder
+#include "tool/shadow_script.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "base/memory.h"
+#include "platform/crt/strings.h"
+#include "tool/message_log.h"
+#include "tool/shadow_settings.h"
+
+// Overlong words are cut at the buffer (the widths below are the buffer sizes less one) and the
+// rest of the word is then thrown away, so its tail never turns up as a word of its own.
+static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word width assumes 260 bytes");
+
+// Eats what is left of a word that a width cut short; a word that ended by itself leaves
+// white space or the end of the file behind it, and then nothing is taken.
+static void SkipRestOfWord(FILE* file) {
+    (void)std::fscanf(file, "%*[^ \t\n\v\f\r]");
+}
+
+static bool ReadKeyWord(FILE* file, char (&word)[200]) {
+    bool read = std::fscanf(file, " %199s", word) == 1;
+    SkipRestOfWord(file);
+    return read;
+}
+
+static bool ReadScriptWord(FILE* file, char (&word)[260]) {
+    bool read = std::fscanf(file, " %259s", word) == 1;
+    SkipRestOfWord(file);
+    return read;
+}
+
+// Values are read one at a time so that a value that does not convert can be put back whole:
+// fscanf may already have eaten part of it (a lone "-" or "."), and losing that would put the
+// reader out of step. The word then comes round again as the next key. Nothing is applied unless
+// every value of the key converted. A stream that can't seek (a pipe) only loses the eaten part.
+static bool ReadFloats(FILE* file, float* values, int count) {
+    for (int i = 0; i < count; ++i) {
+        long start = std::ftell(file);
+        if (std::fscanf(file, " %f", &values[i]) != 1) {
+            if (start >= 0) std::fseek(file, start, SEEK_SET);
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool ReadInts(FILE* file, int* values, int count) {
+    for (int i = 0; i < count; ++i) {
+        long start = std::ftell(file);
+        if (std::fscanf(file, " %d", &values[i]) != 1) {
+            if (start >= 0) std::fseek(file, start, SEEK_SET);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Components are neither masked nor range-checked; unsigned so that odd values wrap, not overflow.
+static uint32_t PackColour(const int rgb[3]) {
+    return ((static_cast<uint32_t>(rgb[0]) << 8 | static_cast<uint32_t>(rgb[1])) << 8) |
+           static_cast<uint32_t>(rgb[2]);
+}
+
+// Compares the word with the keys in their fixed order and applies the first that matches.
+// FAST is recognised and, like FULLSCREEN, does nothing.
+static void ApplyWord(FILE* file, const char* word) {
+    float light[3];
+    int ints[3];
+    char script[260];
+    if (_stricmp(word, "LIGHT") == 0) {
+        if (ReadFloats(file, light, 3)) ShadowSettings.Light = {light[0], light[1], light[2]};
+    } else if (_stricmp(word, "SHADOW_COLOUR") == 0) {
+        if (ReadInts(file, ints, 3)) ShadowSettings.ShadowColour = PackColour(ints);
+    } else if (_stricmp(word, "LIGHT_COLOUR") == 0) {
+        if (ReadInts(file, ints, 3)) ShadowSettings.LightColour = PackColour(ints);
+    } else if (_stricmp(word, "TEXTURE_SIZE") == 0) {
+        ReadInts(file, ints, 1);  // consumed only: no key sets the texture size
+    } else if (_stricmp(word, "AMBIENT") == 0) {
+        if (ReadInts(file, ints, 1)) ShadowSettings.Ambient = ints[0];
+    } else if (_stricmp(word, "MAPSIZE") == 0) {
+        ReadInts(file, ints, 2);  // consumed only: the map file gives the size
+    } else if (_stricmp(word, "SCRIPT") == 0) {
+        if (ReadScriptWord(file, script)) {
+            std::memcpy(ShadowSettings.LitFile, script, std::strlen(script) + 1);
+        }
+    } else if (_stricmp(word, "OVERSAMPLE") == 0) {
+        if (ReadInts(file, ints, 1)) {
+            int n = ints[0];
+            if (n == 1 || n == 2 || n == 4 || n == 8 || n == 16) ShadowSettings.Oversample = n;
+        }
+    } else if (_stricmp(word, "FULLSCREEN") == 0 || _stricmp(word, "FAST") == 0) {
+        // no effect
+    } else if (_stricmp(word, "HEIGHTDATA") == 0) {
+        ShadowSettings.WriteHeightData = 1;
+    } else if (_stricmp(word, "ANIMATED") == 0) {
+        if (ReadInts(file, ints, 1)) ShadowSettings.FrameCount = ints[0];
+    }
+}
+
+static void LogFailedOpen(const char* path) {
+    static const char format[] = "***** FAILED TO OPEN SCRIPT %s *****";
+    int length = std::snprintf(nullptr, 0, format, path);
+    if (length < 0) return;
+    size_t bytes = static_cast<size_t>(length) + 1;
+    char* text = static_cast<char*>(MALLOC(bytes));
+    if (!text) return;
+    std::snprintf(text, bytes, format, path);
+    LogMessage(text);
+    FREE(text);
+}
+
+bool ParseShadowScript(const char* path) {
+    ShadowSettings.FrameCount = 0;
+    ShadowSettings.WriteHeightData = 0;
+
+    FILE* file = std::fopen(path, "r");
+    if (!file) {
+        LogFailedOpen(path);
+        return false;
+    }
+    char word[200];
+    for (;;) {
+        if (ReadKeyWord(file, word)) ApplyWord(file, word);
+        (void)std::fscanf(file, " ");
+        // A read error (a directory opens fine on Linux) never sets the end-of-file flag.
+        if (std::feof(file) || std::ferror(file)) break;
+    }
+    std::fclose(file);
+    return true;
+}

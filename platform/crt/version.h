@@ -33,9 +33,13 @@ enum : uint32_t {
 // Here the running kernel reports as the NT family with its own major and minor version.
 bool GetVersionExA(OSVERSIONINFOA* info);
 
-// Tests stage what the query answers: a size it refuses, or fixed values. Null restores the real.
+// Tests stage what the query answers: a record size it refuses, and the values it reports for
+// the sizes it accepts. Null goes back to the running kernel.
 struct StagedVersion {
-    uint32_t refuseSize;  // 0: refuse none; 1: refuse every size
+    uint32_t refuseSize;  // 0: refuse none; 1: refuse every size; else refuse that size only
     uint32_t major, minor, platformId;
 };
 void StageVersionForTesting(const StagedVersion* staged);
+// The record sizes asked for since the last staging, oldest first: copies up to capacity of them
+// and returns how many calls there were.
+uint32_t StagedVersionQueries(uint32_t* sizes, uint32_t capacity);

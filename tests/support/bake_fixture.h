@@ -1,0 +1,29 @@
+// Shared set-up of the tests that run bake passes: default settings, a fresh temporary directory,
+// no shadow texture left from an earlier test, and small maps built in code.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "engine/mesh/mesh.h"
+#include "tests/support/temp_dir.h"
+#include "tool/bake_pass.h"
+
+class BakeFixture : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Bakes root into "texture.dat" (or name) and returns the file's bytes.
+    std::string Bake(CMesh* root, const char* name = "texture.dat");
+    uint8_t FileByte(const std::string& file, int row, int column) const;
+
+    std::unique_ptr<TempDir> dir;
+    BakeStatistics stats = {};
+};
+
+// A flat square of ground at height y from x = 0 to size and z = 0 to -size, visible from above.
+CMesh* FlatGround(CEntity* parent, float size, float y = 0.0f);
