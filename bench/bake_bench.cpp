@@ -1,0 +1,97 @@
+// Speed of the ray-cast core and the bake pass on the demo map. Rates are reported as counters:
+// rays per second for each query, samples per second for whole passes.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <random>
+#include <vector>
+
+#include "engine/mesh/mesh.h"
+#include "engine/texture/texture.h"
+#include "tool/app_state.h"
+#include "tool/bake_pass.h"
+#include "tool/demo_map.h"
+#include "tool/raycast.h"
+#include "tool/shadow_settings.h"
+
+namespace {
+
+constexpr float MapSpan = DemoMapCells * 32.0f;
+
+struct DemoTable {
+    DemoTable() : map(BuildDemoMap()) {
+        RayTableBegin();
+        RayTableAddTree(map);
+    }
+    ~DemoTable() {
+        RayTableFree();
+        delete map;
+    }
+    CMesh* map;
+};
+
+std::vector<Vector> RandomPoints(size_t count) {
+    std::mt19937 random(12345);
+    std::uniform_real_distribution<float> across(0.0f, MapSpan);
+    std::vector<Vector> points(count);
+    for (Vector& p : points) p = {across(random), 0.0f, -across(random)};
+    return points;
+}
+
+void GroundQuery(benchmark::State& state) {
+    DemoTable table;
+    std::vector<Vector> points = RandomPoints(4096);
+    size_t i = 0;
+    for (auto _ : state) {
+        const Vector& p = points[i++ & 4095];
+        benchmark::DoNotOptimize(RayCastDown(p.x, 10000.0f, p.z, p.x, -20000.0f, p.z));
+    }
+    state.counters["rays/s"] = benchmark::Counter(double(state.iterations()),
+                                                  benchmark::Counter::kIsRate);
+}
+BENCHMARK(GroundQuery);
+
+void LightQuery(benchmark::State& state) {
+    DemoTable table;
+    std::vector<Vector> points = RandomPoints(4096);
+    for (Vector& p : points) {  // start each light ray on the ground, as the bake does
+        RayCastDown(p.x, 10000.0f, p.z, p.x, -20000.0f, p.z);
+        p = RayGround.Position;
+        p.y += 0.01f;
+    }
+    Vector light = {0.55f, 0.45f, 0.35f};
+    VectorNormalize(light);
+    size_t i = 0;
+    for (auto _ : state) {
+        const Vector& p = points[i++ & 4095];
+        benchmark::DoNotOptimize(RayCastToLight(p.x, p.y, p.z, light.x, light.y, light.z));
+    }
+    state.counters["rays/s"] = benchmark::Counter(double(state.iterations()),
+                                                  benchmark::Counter::kIsRate);
+}
+BENCHMARK(LightQuery);
+
+// A whole pass over the demo map at texture size 2048 (512 x 512 samples at oversample 1).
+void BakeDemoMap(benchmark::State& state) {
+    CMesh* map = BuildDemoMap();
+    ShadowSettings = DefaultShadowSettings();
+    ShadowSettings.MapCellsX = ShadowSettings.MapCellsY = DemoMapCells;
+    ShadowSettings.Oversample = int32_t(state.range(0));
+    uint64_t samples = 0;
+    for (auto _ : state) {
+        char name[260] = "/dev/null";  // written in place: only the pass is timed
+        BakeStatistics stats;
+        BakeShadowMap(map, name, &stats);
+        samples += stats.samples;
+    }
+    state.counters["samples/s"] = benchmark::Counter(double(samples),
+                                                     benchmark::Counter::kIsRate);
+    FreeTexture(ShadowTexture);
+    ShadowTexture = nullptr;
+    delete map;
+}
+BENCHMARK(BakeDemoMap)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+}  // namespace
+
+BENCHMARK_MAIN();
