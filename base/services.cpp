@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "base/diagnostics.h"
 #include "base/memory.h"
 #include "platform/crt/clock.h"
 
@@ -27,6 +28,9 @@ void* AlignedAlloc(size_t size) {
     unsigned char* block = static_cast<unsigned char*>(MALLOC(size + 32));
     if (!block) return nullptr;
     uintptr_t start = reinterpret_cast<uintptr_t>(block);
+    // Heap and tracked blocks start on a multiple of 8, so the gap up to the first multiple of 32
+    // past the stored pointer is at most 32 bytes: the extra 32 cover it.
+    ASSERT(start % sizeof(void*) == 0);
     uintptr_t aligned = (start + sizeof(void*) + 31) & ~uintptr_t(31);
     unsigned char* result = block + (aligned - start);
     std::memcpy(result - sizeof(void*), &block, sizeof(void*));
@@ -40,4 +44,6 @@ void AlignedFree(void* p) {
     FREE(block);
 }
 
-double ReadCycleCounter() { return double(uint32_t(ReadTimeStampCounter())); }
+double ReadCycleCounter() {
+    return double(uint32_t(ReadTimeStampCounter()));
+}

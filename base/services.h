@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-char* CopyString(const char* text);               // FREE the result; null for null
-char16_t* CopyWideString(const char16_t* text);   // FREE the result; null for null
+char* CopyString(const char* text);              // FREE the result; null for null
+char16_t* CopyWideString(const char16_t* text);  // FREE the result; null for null
 
 // The returned block is a multiple of 32. The heap block's start is kept in the pointer-sized
 // word just below it (a 32-bit word cannot hold a pointer here), so the alignment gap is at

@@ -70,15 +70,17 @@ void MatrixIdentity(Matrix& m) {
     m[0] = m[5] = m[10] = m[15] = 1.0f;
 }
 
-void MatrixCopy(const Matrix& src, Matrix& dst) { std::memcpy(dst.m, src.m, sizeof dst.m); }
+void MatrixCopy(const Matrix& src, Matrix& dst) {
+    std::memcpy(dst.m, src.m, sizeof dst.m);
+}
 
 // Affine product into out: rows 0-2 and row 3 of a through the 3x3 part of b, plus b's row 3.
 static void AffineProduct(float* out, const float* a, const float* b) {
     for (int row = 0; row < 4; ++row) {
         const float* r = a + row * 4;
         for (int col = 0; col < 3; ++col) {
-            double sum = double(r[0]) * b[col] + double(r[1]) * b[4 + col] +
-                         double(r[2]) * b[8 + col];
+            double sum =
+                double(r[0]) * b[col] + double(r[1]) * b[4 + col] + double(r[2]) * b[8 + col];
             if (row == 3) sum += b[12 + col];
             out[row * 4 + col] = float(sum);
         }
@@ -93,9 +95,13 @@ static void AffineProductFull(Matrix& m, const Matrix& a, const Matrix& b) {
     m = product;
 }
 
-void MatrixPreMultiply(Matrix& m, const Matrix& b) { AffineProductFull(m, b, m); }
+void MatrixPreMultiply(Matrix& m, const Matrix& b) {
+    AffineProductFull(m, b, m);
+}
 
-void MatrixPostMultiply(Matrix& m, const Matrix& b) { AffineProductFull(m, m, b); }
+void MatrixPostMultiply(Matrix& m, const Matrix& b) {
+    AffineProductFull(m, m, b);
+}
 
 void MatrixMultiplyAffine(Matrix& out, const Matrix& a, const Matrix& b) {
     float product[16];
