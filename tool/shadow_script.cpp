@@ -35,21 +35,14 @@ static bool ReadScriptWord(FILE* file, char (&word)[260]) {
 // fscanf may already have eaten part of it (a lone "-" or "."), and losing that would put the
 // reader out of step. The word then comes round again as the next key. Nothing is applied unless
 // every value of the key converted. A stream that can't seek (a pipe) only loses the eaten part.
-static bool ReadFloats(FILE* file, float* values, int count) {
-    for (int i = 0; i < count; ++i) {
-        long start = std::ftell(file);
-        if (std::fscanf(file, " %f", &values[i]) != 1) {
-            if (start >= 0) std::fseek(file, start, SEEK_SET);
-            return false;
-        }
-    }
-    return true;
-}
+static int ScanValue(FILE* file, float* value) { return std::fscanf(file, " %f", value); }
+static int ScanValue(FILE* file, int* value) { return std::fscanf(file, " %d", value); }
 
-static bool ReadInts(FILE* file, int* values, int count) {
+template <typename T>
+static bool ReadValues(FILE* file, T* values, int count) {
     for (int i = 0; i < count; ++i) {
         long start = std::ftell(file);
-        if (std::fscanf(file, " %d", &values[i]) != 1) {
+        if (ScanValue(file, &values[i]) != 1) {
             if (start >= 0) std::fseek(file, start, SEEK_SET);
             return false;
         }
@@ -70,23 +63,23 @@ static void ApplyWord(FILE* file, const char* word) {
     int ints[3];
     char script[260];
     if (_stricmp(word, "LIGHT") == 0) {
-        if (ReadFloats(file, light, 3)) ShadowSettings.Light = {light[0], light[1], light[2]};
+        if (ReadValues(file, light, 3)) ShadowSettings.Light = {light[0], light[1], light[2]};
     } else if (_stricmp(word, "SHADOW_COLOUR") == 0) {
-        if (ReadInts(file, ints, 3)) ShadowSettings.ShadowColour = PackColour(ints);
+        if (ReadValues(file, ints, 3)) ShadowSettings.ShadowColour = PackColour(ints);
     } else if (_stricmp(word, "LIGHT_COLOUR") == 0) {
-        if (ReadInts(file, ints, 3)) ShadowSettings.LightColour = PackColour(ints);
+        if (ReadValues(file, ints, 3)) ShadowSettings.LightColour = PackColour(ints);
     } else if (_stricmp(word, "TEXTURE_SIZE") == 0) {
-        ReadInts(file, ints, 1);  // consumed only: no key sets the texture size
+        ReadValues(file, ints, 1);  // consumed only: no key sets the texture size
     } else if (_stricmp(word, "AMBIENT") == 0) {
-        if (ReadInts(file, ints, 1)) ShadowSettings.Ambient = ints[0];
+        if (ReadValues(file, ints, 1)) ShadowSettings.Ambient = ints[0];
     } else if (_stricmp(word, "MAPSIZE") == 0) {
-        ReadInts(file, ints, 2);  // consumed only: the map file gives the size
+        ReadValues(file, ints, 2);  // consumed only: the map file gives the size
     } else if (_stricmp(word, "SCRIPT") == 0) {
         if (ReadScriptWord(file, script)) {
             std::memcpy(ShadowSettings.LitFile, script, std::strlen(script) + 1);
         }
     } else if (_stricmp(word, "OVERSAMPLE") == 0) {
-        if (ReadInts(file, ints, 1)) {
+        if (ReadValues(file, ints, 1)) {
             int n = ints[0];
             if (n == 1 || n == 2 || n == 4 || n == 8 || n == 16) ShadowSettings.Oversample = n;
         }
@@ -95,7 +88,7 @@ static void ApplyWord(FILE* file, const char* word) {
     } else if (_stricmp(word, "HEIGHTDATA") == 0) {
         ShadowSettings.WriteHeightData = 1;
     } else if (_stricmp(word, "ANIMATED") == 0) {
-        if (ReadInts(file, ints, 1)) ShadowSettings.FrameCount = ints[0];
+        if (ReadValues(file, ints, 1)) ShadowSettings.FrameCount = ints[0];
     }
 }
 
