@@ -2,7 +2,7 @@
 PRESET ?= release
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build demo test test-asan bench format clean
+.PHONY: all deps configure build demo test test-asan bench fuzz format clean
 
 all: build
 
@@ -28,6 +28,9 @@ test-asan:
 bench:
 	@$(MAKE) --no-print-directory build PRESET=release
 	@build/release/bench/tenebrix-bench
+
+fuzz:
+	@scripts/fuzz.sh
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

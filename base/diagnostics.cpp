@@ -20,8 +20,8 @@ static char ReportBuffer[ReportBufferSize];
 __attribute__((format(printf, 1, 0))) static const char* FormatReport(const char* format,
                                                                       va_list args) {
     char scratch[ReportBufferSize];
-    int length = std::vsnprintf(scratch, sizeof scratch, format ? format : "", args);
-    if (length < 0) scratch[0] = '\0';
+    scratch[0] = '\0';
+    if (format && std::vsnprintf(scratch, sizeof scratch, format, args) < 0) scratch[0] = '\0';
     // vsnprintf truncates an overlong text at the buffer's end and always terminates it.
     std::memcpy(ReportBuffer, scratch, std::strlen(scratch) + 1);
     return ReportBuffer;

@@ -5,6 +5,9 @@ set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libpng-dev libgtest-dev libgmock-dev
           libbenchmark-dev)
 
+# `make fuzz` needs clang and its libFuzzer runtime as well.
+[ "${1:-}" = "--fuzz" ] && packages+=(clang libclang-rt-dev)
+
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
