@@ -1,0 +1,104 @@
+#include "base/resmanager.h"
+
+#include <cstddef>
+#include <cstdio>
+
+#include "base/diagnostics.h"
+#include "base/memory.h"
+#include "base/services.h"
+#include "platform/crt/strings.h"
+
+enum { TokenBufferSize = 400 };
+
+// The white space of fscanf's "%s" in the C locale; bytes above 127 are token characters.
+static bool IsBlank(int c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+// Reads the next token into buffer (TokenBufferSize bytes); false at the end of the file with no
+// token left. A longer token is cut at TokenBufferSize - 1 characters and the rest of it is read
+// and dropped: left in the stream, its tail would come back as the next token and shift every
+// key and value behind it.
+static bool ReadToken(std::FILE* file, char* buffer) {
+    int c = std::getc(file);
+    while (IsBlank(c)) c = std::getc(file);
+    if (c == EOF) return false;
+    size_t length = 0;
+    while (c != EOF && !IsBlank(c)) {
+        if (length < TokenBufferSize - 1) buffer[length++] = static_cast<char>(c);
+        c = std::getc(file);
+    }
+    buffer[length] = '\0';
+    return true;
+}
+
+ResourceManager::ResourceManager() {
+    ReadConfig("resource.cfg");
+}
+
+ResourceManager::ResourceManager(const char* configPath) {
+    ASSERT(configPath);  // the default constructor is the one for "resource.cfg"
+    if (configPath) ReadConfig(configPath);
+}
+
+ResourceManager::~ResourceManager() {
+    CorvaneDebug("ResourceManager Destructor");
+    while (libraries) {
+        LibraryRecord* record = libraries;
+        CorvaneWarning("Resource [%s] left open\n", record->key);
+        // Closing and deleting record->library arrive with the library class.
+        libraries = record->next;
+        DELETE(record);
+    }
+    while (resources) {
+        ConfigRecord* record = resources;
+        resources = record->next;
+        FREE(record->key);
+        FREE(record->value);
+        DELETE(record);
+    }
+}
+
+void ResourceManager::ReadConfig(const char* configPath) {
+    std::FILE* file = std::fopen(configPath, "r");
+    if (!file) {
+        // The text names the file as the users of the Windows build know it, whatever the path.
+        CorvaneAlert("Could not open RESOURCE.CFG\n");
+        return;
+    }
+    char key[TokenBufferSize];
+    char value[TokenBufferSize];
+    while (ReadToken(file, key)) {
+        if (!ReadToken(file, value)) {
+            // An error handler that returns keeps the pairs read so far.
+            CorvaneError("Failed to find second line in RESOURCE.CFG\n%s\n", key);
+            break;
+        }
+        AddResource(key, value);
+    }
+    std::fclose(file);
+}
+
+void ResourceManager::AddResource(const char* key, const char* value) {
+    char* keyCopy = CopyString(key);
+    char* valueCopy = CopyString(value);
+    if (!keyCopy || !valueCopy) {
+        FREE(keyCopy);
+        FREE(valueCopy);
+        return;
+    }
+    // Windows data names folders with "\"; callers here compose paths with "/", so the stored
+    // value takes "/" whichever separator the file used.
+    for (char* c = valueCopy; *c; ++c)
+        if (*c == '\\') *c = '/';
+    resources = NEW ConfigRecord{keyCopy, valueCopy, resources};
+}
+
+const char* ResourceManager::GetResourcePath(const char* key) const {
+    ASSERT(key);  // likely a null result of another lookup passed on unchecked
+    if (!key) return nullptr;
+    for (const ConfigRecord* record = resources; record; record = record->next)
+        if (_stricmp(record->key, key) == 0) return record->value;
+    CorvaneWarning("Failed to find resource %s\n", key);
+    return nullptr;
+}
