@@ -11,6 +11,7 @@
 #include "tool/app_state.h"
 #include "tool/bake_pass.h"
 #include "tool/demo_map.h"
+#include "tool/fast_raycast.h"
 #include "tool/raycast.h"
 #include "tool/shadow_settings.h"
 
@@ -70,6 +71,28 @@ void LightQuery(benchmark::State& state) {
                                                   benchmark::Counter::kIsRate);
 }
 BENCHMARK(LightQuery);
+
+// The accelerated core on the same rays: it answers as the literal walk does.
+void FastQueries(benchmark::State& state) {
+    DemoTable table;
+    Vector light = {0.55f, 0.45f, 0.35f};
+    VectorNormalize(light);
+    FastRayTable fast;
+    fast.Build(RayTable, light);
+    FastRayQuery query(fast);
+    std::vector<Vector> points = RandomPoints(4096);
+    size_t i = 0;
+    for (auto _ : state) {
+        const Vector& p = points[i++ & 4095];
+        if (!query.CastDown(p.x, 10000.0f, p.z, p.x, -20000.0f, p.z)) {
+            const Vector& g = query.ground.Position;
+            benchmark::DoNotOptimize(query.CastToLight(g.x, g.y + 0.01f, g.z));
+        }
+    }
+    state.counters["samples/s"] = benchmark::Counter(double(state.iterations()),
+                                                     benchmark::Counter::kIsRate);
+}
+BENCHMARK(FastQueries);
 
 // A whole pass over the demo map at texture size 2048 (512 x 512 samples at oversample 1).
 void BakeDemoMap(benchmark::State& state) {
