@@ -1,0 +1,65 @@
+#include "platform/crt/paths.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+static bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+static void CopyCut(char* out, size_t outSize, const char* begin, const char* end) {
+    if (!out) return;
+    size_t length = size_t(end - begin);
+    if (length >= outSize) length = outSize - 1;
+    std::memcpy(out, begin, length);
+    out[length] = '\0';
+}
+
+void _splitpath(const char* path, char* drive, char* dir, char* fname, char* ext) {
+    if (!path) path = "";
+    const char* end = path + std::strlen(path);
+    const char* nameStart = path;
+    for (const char* p = path; p < end; ++p)
+        if (IsSeparator(*p)) nameStart = p + 1;
+    const char* dot = end;
+    for (const char* p = end; p > nameStart; --p)
+        if (p[-1] == '.') {
+            dot = p - 1;
+            break;
+        }
+    CopyCut(drive, _MAX_DRIVE, path, path);
+    CopyCut(dir, _MAX_DIR, path, nameStart);
+    CopyCut(fname, _MAX_FNAME, nameStart, dot);
+    CopyCut(ext, _MAX_EXT, dot, end);
+}
+
+int _chdir(const char* path) { return path && chdir(path) == 0 ? 0 : -1; }
+
+char* _getcwd(char* buffer, int maxLength) {
+    if (!buffer || maxLength <= 0) return nullptr;
+    return getcwd(buffer, size_t(maxLength));
+}
+
+bool CopyFileA(const char* source, const char* target, bool failIfExists) {
+    if (!source || !target) return false;
+    if (failIfExists && access(target, F_OK) == 0) return false;
+    FILE* in = std::fopen(source, "rb");
+    if (!in) return false;
+    FILE* out = std::fopen(target, "wb");
+    if (!out) {
+        std::fclose(in);
+        return false;
+    }
+    char block[65536];
+    bool good = true;
+    size_t got;
+    while ((got = std::fread(block, 1, sizeof block, in)) > 0)
+        if (std::fwrite(block, 1, got, out) != got) good = false;
+    good = !std::ferror(in) && good;
+    std::fclose(in);
+    good = std::fclose(out) == 0 && good;
+    if (!good) std::remove(target);
+    return good;
+}
+
+bool DeleteFileA(const char* path) { return path && unlink(path) == 0; }
