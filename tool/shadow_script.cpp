@@ -8,28 +8,9 @@
 #include "platform/crt/strings.h"
 #include "tool/message_log.h"
 #include "tool/shadow_settings.h"
+#include "tool/word_reader.h"
 
-// Overlong words are cut at the buffer (the widths below are the buffer sizes less one) and the
-// rest of the word is then thrown away, so its tail never turns up as a word of its own.
-static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word width assumes 260 bytes");
-
-// Eats what is left of a word that a width cut short; a word that ended by itself leaves
-// white space or the end of the file behind it, and then nothing is taken.
-static void SkipRestOfWord(FILE* file) {
-    (void)std::fscanf(file, "%*[^ \t\n\v\f\r]");
-}
-
-static bool ReadKeyWord(FILE* file, char (&word)[200]) {
-    bool read = std::fscanf(file, " %199s", word) == 1;
-    SkipRestOfWord(file);
-    return read;
-}
-
-static bool ReadScriptWord(FILE* file, char (&word)[260]) {
-    bool read = std::fscanf(file, " %259s", word) == 1;
-    SkipRestOfWord(file);
-    return read;
-}
+static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word fills LitFile");
 
 // Values are read one at a time so that a value that does not convert can be put back whole:
 // fscanf may already have eaten part of it (a lone "-" or "."), and losing that would put the
@@ -75,7 +56,7 @@ static void ApplyWord(FILE* file, const char* word) {
     } else if (_stricmp(word, "MAPSIZE") == 0) {
         ReadValues(file, ints, 2);  // consumed only: the map file gives the size
     } else if (_stricmp(word, "SCRIPT") == 0) {
-        if (ReadScriptWord(file, script)) {
+        if (ReadWord(file, script, sizeof script)) {
             std::memcpy(ShadowSettings.LitFile, script, std::strlen(script) + 1);
         }
     } else if (_stricmp(word, "OVERSAMPLE") == 0) {
@@ -115,7 +96,7 @@ bool ParseShadowScript(const char* path) {
     }
     char word[200];
     for (;;) {
-        if (ReadKeyWord(file, word)) ApplyWord(file, word);
+        if (ReadWord(file, word, sizeof word)) ApplyWord(file, word);
         (void)std::fscanf(file, " ");
         // A read error (a directory opens fine on Linux) never sets the end-of-file flag.
         if (std::feof(file) || std::ferror(file)) break;

@@ -1,0 +1,18 @@
+#include "tool/word_reader.h"
+
+static bool IsWhiteSpace(int c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+bool ReadWord(FILE* file, char* buffer, size_t size) {
+    int c;
+    do c = std::getc(file);
+    while (c != EOF && IsWhiteSpace(c));
+    if (c == EOF) return false;
+    size_t length = 0;
+    for (; c != EOF && !IsWhiteSpace(c); c = std::getc(file))
+        if (length + 1 < size) buffer[length++] = char(c);
+    if (c != EOF) std::ungetc(c, file);
+    if (size) buffer[length] = '\0';
+    return true;
+}

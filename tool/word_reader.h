@@ -1,0 +1,11 @@
+// The words of the application's text files (scripts, batch lists): runs of characters between
+// white space, as the standard library's "%s" reads them.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+
+// Skips white space and reads one word into buffer, cut to size - 1 characters; the rest of an
+// overlong word is read and dropped, so its tail never turns up as a word of its own. False at
+// the end of the file or on a read error, with nothing read.
+bool ReadWord(FILE* file, char* buffer, size_t size);
