@@ -1,5 +1,6 @@
 #include "tool/mesh_builder.h"
 
+#include <cmath>
 #include <cstring>
 
 uint32_t MeshBuilder::AddVertex(Vector position, Vector normal) {
@@ -18,6 +19,15 @@ void MeshBuilder::AddFace(uint32_t a, uint32_t b, uint32_t c, Vector outward) {
     face.vertex[0] = a;
     face.vertex[1] = b;
     face.vertex[2] = c;
+    face.texture = currentTexture;
+    float ax = std::fabs(outward.x), ay = std::fabs(outward.y), az = std::fabs(outward.z);
+    for (int k = 0; k < 3; ++k) {
+        const Vector& p = vertices[face.vertex[k]].position;
+        float s = ay >= ax && ay >= az ? p.x : (ax >= az ? p.z : p.x);
+        float t = ay >= ax && ay >= az ? p.z : p.y;
+        face.uv[2 * k] = s / 64.0f;
+        face.uv[2 * k + 1] = t / 64.0f;
+    }
     faces.push_back(face);
 }
 
@@ -46,7 +56,7 @@ void MeshBuilder::AddBox(Vector lo, Vector hi) {
 }
 
 void MeshBuilder::AddTerrain(float x0, float z0, int nx, int nz, float cell,
-                             float (*height)(float, float)) {
+                             const std::function<float(float, float)>& height) {
     uint32_t first = uint32_t(vertices.size());
     auto at = [&](int i, int k) { return first + uint32_t(k * (nx + 1) + i); };
     for (int k = 0; k <= nz; ++k)

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "engine/mesh/mesh.h"
@@ -18,7 +19,12 @@ public:
     void AddBox(Vector min, Vector max);
     // A height field over [x0, x0 + nx*cell] x [z0 - nz*cell, z0], smooth normals shared by
     // neighbouring quads. height(x, z) gives y.
-    void AddTerrain(float x0, float z0, int nx, int nz, float cell, float (*height)(float, float));
+    void AddTerrain(float x0, float z0, int nx, int nz, float cell,
+                    const std::function<float(float, float)>& height);
+
+    // Faces added from now on carry this texture (or none), with texture coordinates projected
+    // from their positions along the dominant axis of their normal, one repeat per 64 units.
+    void SetTexture(CTexture* texture) { currentTexture = texture; }
 
     bool Empty() const { return faces.empty(); }
     // Moves the geometry into a new mesh under parent and starts afresh.
@@ -30,4 +36,5 @@ private:
 
     std::vector<MeshVertex> vertices;
     std::vector<MeshFace> faces;
+    CTexture* currentTexture = nullptr;
 };
