@@ -12,17 +12,16 @@ namespace {
 
 constexpr float CellSize = 32.0f;
 
-// Rolling ground from a few seeded waves; cheap and smooth, with no library behind it.
+// Rolling ground from a few seeded waves in different directions; cheap and smooth.
 struct Terrain {
     float amplitude;
-    float phase[4], frequency[4];
+    float phase[4], dirX[4], dirZ[4];
 
     float Height(float x, float z) const {
         if (amplitude == 0.0f) return 0.0f;
-        float h = 0.0f, weight = 1.0f;
-        for (int i = 0; i < 4; ++i, weight *= 0.5f)
-            h += weight * std::sin(x * frequency[i] + phase[i]) *
-                 std::cos(z * frequency[i] * 1.3f + phase[i] * 0.7f);
+        float h = 0.0f, weight = 1.0f, frequency = 0.0025f;
+        for (int i = 0; i < 4; ++i, weight *= 0.45f, frequency *= 2.1f)
+            h += weight * std::sin((x * dirX[i] + z * dirZ[i]) * frequency + phase[i]);
         return amplitude * h;
     }
     float LowestUnder(float x0, float z0, float x1, float z1) const {
@@ -186,10 +185,12 @@ MapTextures CreateMapTextures() {
 
 CMesh* GenerateMap(const MapSpec& spec, const MapTextures* textures) {
     Random random{std::mt19937(spec.seed)};
-    Terrain terrain = {spec.hills, {}, {}};
+    Terrain terrain = {spec.hills, {}, {}, {}};
     for (int i = 0; i < 4; ++i) {
+        float angle = random.Uniform(0.0f, 6.2831853f);
         terrain.phase[i] = random.Uniform(0.0f, 6.2831853f);
-        terrain.frequency[i] = random.Uniform(0.002f, 0.006f) * float(1 << i);
+        terrain.dirX[i] = std::cos(angle);
+        terrain.dirZ[i] = std::sin(angle);
     }
     const float span = spec.cells * CellSize;
     const int chunks = spec.oneMesh ? 1 : std::max(1, spec.chunks);
