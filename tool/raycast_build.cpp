@@ -26,19 +26,20 @@ void RayBuildTriangle(RayTriangle* record, Vector corners[3]) {
     VectorNormalize(record->Normal);
     record->D = -VectorDot(record->Normal, corners[0]);
 
-    Vector centre;
-    centre.x = float((double(corners[0].x) + corners[1].x + corners[2].x) * CentroidFactor);
-    centre.y = float((double(corners[0].y) + corners[1].y + corners[2].y) * CentroidFactor);
-    centre.z = float((double(corners[0].z) + corners[1].z + corners[2].z) * CentroidFactor);
+    // The centroid is never stored, so it keeps double precision; the corner is rounded at
+    // every step of the growth.
+    double cx = (double(corners[0].x) + corners[1].x + corners[2].x) * CentroidFactor;
+    double cy = (double(corners[0].y) + corners[1].y + corners[2].y) * CentroidFactor;
+    double cz = (double(corners[0].z) + corners[1].z + corners[2].z) * CentroidFactor;
     for (int i = 0; i < 3; ++i) {
         Vector& p = corners[i];
-        VectorSubtract(p, centre, p);
+        p = {float(p.x - cx), float(p.y - cy), float(p.z - cz)};
         Vector w = p;
         VectorNormalize(w);
         p.x = float(p.x + w.x * GrowDistance);
         p.y = float(p.y + w.y * GrowDistance);
         p.z = float(p.z + w.z * GrowDistance);
-        VectorAdd(p, centre, p);
+        p = {float(p.x + cx), float(p.y + cy), float(p.z + cz)};
     }
 
     double nx = std::fabs(double(record->Normal.x));
@@ -164,6 +165,9 @@ void RayTableCullFacing(const Vector& light) {
     for (RayMesh* record = RayTable.First; record; record = record->Next)
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             RayTriangle& triangle = record->Triangles[i];
-            if (VectorDot(triangle.Normal, light) < 0.0f) triangle.Skip = 1;
+            // Compared in double: a float dot could round a tiny negative to -0 and keep it.
+            double dot = double(triangle.Normal.z) * light.z + double(triangle.Normal.y) * light.y +
+                         double(triangle.Normal.x) * light.x;
+            if (dot < 0.0) triangle.Skip = 1;
         }
 }

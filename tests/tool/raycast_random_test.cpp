@@ -1,0 +1,418 @@
+// Seeded random rays against closed shapes and terrains whose answers are known. The counts grow
+// with TENEBRIX_TEST_INTENSITY (a number above 1 multiplies them).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engine/mesh/mesh.h"
+#include "tool/mesh_builder.h"
+#include "tool/raycast.h"
+
+namespace {
+
+int Count(int base) {
+    const char* text = std::getenv("TENEBRIX_TEST_INTENSITY");
+    if (!text) return base;
+    char* end = nullptr;
+    double factor = std::strtod(text, &end);
+    if (end == text || !(factor > 1.0)) return base;
+    return int(std::min(base * factor, 1e8));
+}
+
+std::string Describe(uint32_t seed, const std::string& what, float ox, float oy, float oz, float x,
+                     float y, float z) {
+    std::ostringstream text;
+    text.precision(9);
+    text << "seed " << seed << ", " << what << ", ray from (" << ox << ", " << oy << ", " << oz
+         << ") along/to (" << x << ", " << y << ", " << z << ")";
+    return text.str();
+}
+
+Vector RandomDirection(std::mt19937& random) {
+    std::normal_distribution<double> normal(0.0, 1.0);
+    for (;;) {
+        double x = normal(random), y = normal(random), z = normal(random);
+        double length = std::sqrt(x * x + y * y + z * z);
+        if (length > 1e-6) return {float(x / length), float(y / length), float(z / length)};
+    }
+}
+
+double Uniform(std::mt19937& random, double lo, double hi) {
+    return std::uniform_real_distribution<double>(lo, hi)(random);
+}
+
+// A closed shape: its footprint, the height of its upper surface and its flat bottom.
+struct Shape {
+    std::string name;
+    std::function<void(std::mt19937&, float*, float*)> sample;  // strictly inside the footprint
+    std::function<bool(double, double)> near;                   // within 0.01 of the footprint
+    std::function<double(double, double)> top;
+    double bottom;
+    // How far a down ray may land above the top: near a fold, a neighbour's grown triangle reaches
+    // 0.001 across it, and its plane stands higher by up to 0.001 times the change of slope.
+    double tolerance;
+    const RayMesh* record;
+};
+
+float Hills(float x, float z) {
+    return float(6.0 + 2.5 * std::sin(x * 0.37) * std::cos(z * 0.23) + 0.05 * x);
+}
+
+float Ridges(float x, float z) {
+    return float(3.0 * std::sin(x * 0.9) + 2.0 * std::cos(z * 1.3) + 0.8 * x);
+}
+
+// Height of the terrain that MeshBuilder::AddTerrain makes, at (x, z) inside it.
+double TerrainHeight(float x0, float z0, int nx, int nz, float cell, float (*height)(float, float),
+                     double x, double z) {
+    int i = std::clamp(int(std::floor((x - x0) / cell)), 0, nx - 1);
+    int k = std::clamp(int(std::floor((z0 - z) / cell)), 0, nz - 1);
+    float xa = x0 + i * cell, xb = x0 + (i + 1) * cell;
+    float za = z0 - k * cell, zb = z0 - (k + 1) * cell;
+    double u = (x - xa) / (double(xb) - xa), v = (z - za) / (double(zb) - za);
+    double h00 = height(xa, za), h10 = height(xb, za), h11 = height(xb, zb), h01 = height(xa, zb);
+    if (u >= v) return h00 + u * (h10 - h00) + v * (h11 - h10);
+    return h00 + v * (h01 - h00) + u * (h11 - h01);
+}
+
+class RayRandomTest : public ::testing::Test {
+protected:
+    void SetUp() override { RayTableBegin(); }
+    void TearDown() override {
+        RayTableFree();
+        for (CMesh* mesh : meshes) delete mesh;
+    }
+    void AddMesh(MeshBuilder& builder, const char* name) {
+        meshes.push_back(builder.Build(nullptr, name));
+        RayTableAddMesh(meshes.back());
+    }
+
+    // Boxes, a tetrahedron and a slab with a terrain top, side by side along x, footprints apart.
+    void BuildClosedShapes() {
+        std::mt19937 random(SceneSeed);
+        for (int b = 0; b < 4; ++b) {
+            Vector lo = {float(40 * b + Uniform(random, 0, 5)), float(Uniform(random, -5, 3)),
+                         float(Uniform(random, -40, -20))};
+            Vector hi = {float(lo.x + Uniform(random, 0.5, 25)),
+                         float(lo.y + Uniform(random, 0.5, 15)),
+                         float(lo.z + Uniform(random, 0.5, 18))};
+            MeshBuilder builder;
+            builder.AddBox(lo, hi);
+            AddMesh(builder, "box");
+            shapes.push_back({"box " + std::to_string(b),
+                              [lo, hi](std::mt19937& r, float* x, float* z) {
+                                  *x = float(Uniform(r, lo.x, hi.x));
+                                  *z = float(Uniform(r, lo.z, hi.z));
+                              },
+                              [lo, hi](double x, double z) {
+                                  return x > lo.x - 0.01 && x < hi.x + 0.01 && z > lo.z - 0.01 &&
+                                         z < hi.z + 0.01;
+                              },
+                              [hi](double, double) { return double(hi.y); }, lo.y, 1e-3,
+                              RayTable.First});
+        }
+        AddTetrahedron();
+        AddSlab();
+    }
+
+    void AddTetrahedron() {
+        const Vector base[3] = {{170, -2, -10}, {195, -2, -14}, {180, -2, -35}};
+        const Vector apex = {182, 20, -19};
+        MeshBuilder builder;
+        builder.AddTriangle(base[0], base[1], base[2], {0, -1, 0});
+        Vector centre = {(base[0].x + base[1].x + base[2].x + apex.x) / 4,
+                         (base[0].y + base[1].y + base[2].y + apex.y) / 4,
+                         (base[0].z + base[1].z + base[2].z + apex.z) / 4};
+        for (int i = 0; i < 3; ++i) {
+            const Vector& a = base[i];
+            const Vector& b = base[(i + 1) % 3];
+            Vector outward = {(a.x + b.x + apex.x) / 3 - centre.x,
+                              (a.y + b.y + apex.y) / 3 - centre.y,
+                              (a.z + b.z + apex.z) / 3 - centre.z};
+            builder.AddTriangle(apex, a, b, outward);
+        }
+        AddMesh(builder, "tetrahedron");
+
+        // The upper surface of a convex body is the lowest of its upward planes.
+        auto top = [base, apex](double x, double z) {
+            double best = 1e30;
+            for (int i = 0; i < 3; ++i) {
+                const Vector& a = base[i];
+                const Vector& b = base[(i + 1) % 3];
+                double ux = a.x - apex.x, uy = a.y - apex.y, uz = a.z - apex.z;
+                double vx = b.x - apex.x, vy = b.y - apex.y, vz = b.z - apex.z;
+                double nx = uy * vz - uz * vy, ny = uz * vx - ux * vz, nz = ux * vy - uy * vx;
+                best = std::min(best, apex.y - (nx * (x - apex.x) + nz * (z - apex.z)) / ny);
+            }
+            return best;
+        };
+        auto barycentric = [base](double x, double z, double l[3]) {
+            double det = (double(base[1].x) - base[0].x) * (double(base[2].z) - base[0].z) -
+                         (double(base[2].x) - base[0].x) * (double(base[1].z) - base[0].z);
+            l[1] = ((x - base[0].x) * (double(base[2].z) - base[0].z) -
+                    (double(base[2].x) - base[0].x) * (z - base[0].z)) /
+                   det;
+            l[2] = ((double(base[1].x) - base[0].x) * (z - base[0].z) -
+                    (x - base[0].x) * (double(base[1].z) - base[0].z)) /
+                   det;
+            l[0] = 1 - l[1] - l[2];
+        };
+        shapes.push_back({"tetrahedron",
+                          [base, barycentric](std::mt19937& r, float* x, float* z) {
+                              for (;;) {
+                                  double s = Uniform(r, 0, 1), t = Uniform(r, 0, 1);
+                                  if (s + t >= 1) continue;
+                                  *x = float(base[0].x + s * (base[1].x - base[0].x) +
+                                             t * (base[2].x - base[0].x));
+                                  *z = float(base[0].z + s * (base[1].z - base[0].z) +
+                                             t * (base[2].z - base[0].z));
+                                  double l[3];
+                                  barycentric(*x, *z, l);
+                                  if (std::min({l[0], l[1], l[2]}) > 1e-4) return;
+                              }
+                          },
+                          [barycentric](double x, double z) {
+                              double l[3];
+                              barycentric(x, z, l);
+                              return std::min({l[0], l[1], l[2]}) > -0.01;
+                          },
+                          top, base[0].y, 5e-3, RayTable.First});
+    }
+
+    void AddSlab() {
+        const float x0 = 230, z0 = -3, cell = 2.75f, bottom = -4;
+        const int nx = 12, nz = 9;
+        MeshBuilder builder;
+        builder.AddTerrain(x0, z0, nx, nz, cell, Hills);
+        // Walls under the terrain's border, vertex for vertex, and a bottom.
+        auto edge = [&](Vector a, Vector b, Vector outward) {
+            builder.AddQuad(a, b, {b.x, bottom, b.z}, {a.x, bottom, a.z}, outward);
+        };
+        const float x1 = x0 + nx * cell, z1 = z0 - nz * cell;
+        for (int i = 0; i < nx; ++i) {
+            float xa = x0 + i * cell, xb = x0 + (i + 1) * cell;
+            edge({xa, Hills(xa, z0), z0}, {xb, Hills(xb, z0), z0}, {0, 0, 1});
+            edge({xa, Hills(xa, z1), z1}, {xb, Hills(xb, z1), z1}, {0, 0, -1});
+        }
+        for (int k = 0; k < nz; ++k) {
+            float za = z0 - k * cell, zb = z0 - (k + 1) * cell;
+            edge({x0, Hills(x0, za), za}, {x0, Hills(x0, zb), zb}, {-1, 0, 0});
+            edge({x1, Hills(x1, za), za}, {x1, Hills(x1, zb), zb}, {1, 0, 0});
+        }
+        builder.AddQuad({x0, bottom, z0}, {x1, bottom, z0}, {x1, bottom, z1}, {x0, bottom, z1},
+                        {0, -1, 0});
+        AddMesh(builder, "slab");
+        shapes.push_back(
+            {"slab",
+             [=](std::mt19937& r, float* x, float* z) {
+                 *x = float(Uniform(r, x0, x1));
+                 *z = float(Uniform(r, z1, z0));
+             },
+             [=](double x, double z) {
+                 return x > x0 - 0.01 && x < x1 + 0.01 && z > z1 - 0.01 && z < z0 + 0.01;
+             },
+             [=](double x, double z) { return TerrainHeight(x0, z0, nx, nz, cell, Hills, x, z); },
+             bottom, 3e-3, RayTable.First});
+    }
+
+    static constexpr uint32_t SceneSeed = 0x5eed0001u;
+    std::vector<CMesh*> meshes;
+    std::vector<Shape> shapes;
+};
+
+TEST_F(RayRandomTest, DownRaysInsideAFootprintHitTheTop) {
+    BuildClosedShapes();
+    const uint32_t seed = 0x5eed0002u;
+    std::mt19937 random(seed);
+    const int count = Count(400);
+    for (const Shape& shape : shapes)
+        for (int n = 0; n < count; ++n) {
+            float x, z;
+            shape.sample(random, &x, &z);
+            std::string ray = Describe(seed, shape.name, x, 100, z, x, -100, z);
+            ASSERT_FALSE(RayCastDown(x, 100, z, x, -100, z)) << ray;
+            ASSERT_NEAR(RayGround.Position.y, shape.top(x, z), shape.tolerance) << ray;
+            ASSERT_EQ(RayGround.Position.x, x) << ray;
+            ASSERT_EQ(RayGround.Position.z, z) << ray;
+            if (shape.name.rfind("box", 0) == 0) {
+                ASSERT_NEAR(RayGround.Normal.y, 1.0, 1e-6) << ray;
+            }
+        }
+
+    // Away from every footprint nothing is found.
+    for (int n = 0, misses = 0; misses < count; ++n) {
+        ASSERT_LT(n, 100 * count);
+        float x = float(Uniform(random, -10, 280)), z = float(Uniform(random, -60, 10));
+        if (std::any_of(shapes.begin(), shapes.end(),
+                        [&](const Shape& shape) { return shape.near(x, z); }))
+            continue;
+        ++misses;
+        ASSERT_TRUE(RayCastDown(x, 100, z, x, -100, z))
+            << Describe(seed, "outside", x, 100, z, x, -100, z);
+    }
+}
+
+// Two kinds of ray can slip through a closed shape by the letter of the light test, and are left
+// out: one that meets a face at the height of one of its corners in the face's 2D projection (to
+// within rounding, both edges at that corner count a crossing, since u may be 0 or 1), and one
+// that grazes a face (each face finds its own hit point, and near parallel to the plane the
+// rounding of the plane moves it further than the growth covers).
+bool SlipsThrough(const RayMesh& record, const float o[3], const Vector& d) {
+    const double direction[3] = {d.x, d.y, d.z};
+    for (uint32_t i = 0; i < record.TriangleCount; ++i) {
+        const RayTriangle& triangle = record.Triangles[i];
+        const Vector& n = triangle.Normal;
+        double den = n.x * direction[0] + n.y * direction[1] + n.z * direction[2];
+        double t = -(n.x * o[0] + n.y * o[1] + n.z * o[2] + triangle.D) / den;
+        if (!(t >= 0.0)) continue;
+        int ia = triangle.Axes & 3, ib = triangle.Axes >> 2;
+        double a = o[ia] + t * direction[ia], b = o[ib] + t * direction[ib];
+        double minA = 1e30, maxA = -1e30, minB = 1e30, maxB = -1e30;
+        for (const auto& corner : triangle.Corner) {
+            minA = std::min(minA, double(corner[0]));
+            maxA = std::max(maxA, double(corner[0]));
+            minB = std::min(minB, double(corner[1]));
+            maxB = std::max(maxB, double(corner[1]));
+        }
+        if (a < minA - 0.01 || a > maxA + 0.01 || b < minB - 0.01 || b > maxB + 0.01) continue;
+        if (std::fabs(den) < 0.02) return true;
+        for (const auto& corner : triangle.Corner)
+            if (std::fabs(b - corner[1]) < 1e-4 * (1.0 + std::fabs(b))) return true;
+    }
+    return false;
+}
+
+TEST_F(RayRandomTest, EveryRayFromInsideAClosedShapeIsBlocked) {
+    BuildClosedShapes();
+    const uint32_t seed = 0x5eed0003u;
+    std::mt19937 random(seed);
+    const int count = Count(800);
+    for (const Shape& shape : shapes) {
+        int tested = 0;
+        for (int n = 0; n < count; ++n) {
+            float x, z;
+            do shape.sample(random, &x, &z);
+            while (shape.top(x, z) - shape.bottom < 0.05);
+            float y = float(Uniform(random, shape.bottom + 0.01, shape.top(x, z) - 0.01));
+            Vector d = RandomDirection(random);
+            const float o[3] = {x, y, z};
+            if (SlipsThrough(*shape.record, o, d)) continue;
+            ++tested;
+            ASSERT_FALSE(RayCastToLight(x, y, z, d.x, d.y, d.z))
+                << Describe(seed, shape.name, x, y, z, d.x, d.y, d.z);
+        }
+        EXPECT_GT(tested, count * 9 / 10) << shape.name;
+    }
+}
+
+TEST_F(RayRandomTest, RaysFromAboveEveryShapeGoingUpAreFree) {
+    BuildClosedShapes();
+    double highest = -1e30;
+    for (RayMesh* record = RayTable.First; record; record = record->Next)
+        highest = std::max(highest, double(record->Top));
+    const uint32_t seed = 0x5eed0004u;
+    std::mt19937 random(seed);
+    const int count = Count(3000);
+    for (int n = 0; n < count; ++n) {
+        float x = float(Uniform(random, -10, 280)), z = float(Uniform(random, -60, 10));
+        float y = float(highest + Uniform(random, 1, 50));
+        Vector d = n % 10 == 0 ? Vector{0, 1, 0} : RandomDirection(random);
+        d.y = std::fabs(d.y);
+        if (d.y == 0.0f) continue;
+        ASSERT_TRUE(RayCastToLight(x, y, z, d.x, d.y, d.z))
+            << Describe(seed, "above", x, y, z, d.x, d.y, d.z);
+    }
+}
+
+// Rays aimed exactly at a terrain's vertices and at points of its shared edges find the terrain:
+// the growth of every triangle closes the cracks that rounding would open. A ray that grazes the
+// faces it is aimed at is left out: each face finds its own hit point, and near parallel to the
+// plane the rounding of the plane moves that point further than the growth covers.
+TEST_F(RayRandomTest, RaysAimedAtVerticesAndSharedEdgesHit) {
+    const uint32_t seed = 0x5eed0005u;
+    std::mt19937 random(seed);
+    const int fractions = Count(3);
+    struct Terrain {
+        const char* name;
+        float (*height)(float, float);
+        float x0, z0, cell;
+        double tolerance;  // 0.001 times the largest change of slope across an edge, and more
+    };
+    struct Target {
+        Vector p;
+        std::vector<uint32_t> faces;  // the faces it lies on
+    };
+    for (const Terrain& terrain : {Terrain{"hills", Hills, 13.3f, -7.1f, 1.7f, 2e-3},
+                                   Terrain{"ridges", Ridges, -3.9f, 21.7f, 1.3f, 6e-3}}) {
+        MeshBuilder builder;
+        builder.AddTerrain(terrain.x0, terrain.z0, 14, 14, terrain.cell, terrain.height);
+        AddMesh(builder, terrain.name);
+        const CMesh* mesh = meshes.back();
+        const RayMesh* record = RayTable.First;
+        ASSERT_TRUE(record && record->Mesh == mesh);
+        const MeshVertex* v = mesh->vertices;
+        float lowest = v[0].position.y;
+        for (int32_t i = 0; i < mesh->vertexCount; ++i) lowest = std::min(lowest, v[i].position.y);
+
+        // Every vertex, and points along every edge that two faces share.
+        std::vector<Target> targets(size_t(mesh->vertexCount));
+        std::map<std::pair<uint32_t, uint32_t>, std::vector<uint32_t>> edges;
+        for (int32_t i = 0; i < mesh->vertexCount; ++i) targets[size_t(i)].p = v[i].position;
+        for (uint32_t f = 0; f < mesh->faceCount[0]; ++f)
+            for (int k = 0; k < 3; ++k) {
+                uint32_t a = mesh->faces[0][f].vertex[k], b = mesh->faces[0][f].vertex[(k + 1) % 3];
+                targets[a].faces.push_back(f);
+                edges[{std::min(a, b), std::max(a, b)}].push_back(f);
+            }
+        for (const auto& [edge, faces] : edges) {
+            if (faces.size() != 2) continue;
+            const Vector& a = v[edge.first].position;
+            const Vector& b = v[edge.second].position;
+            for (int n = 0; n <= fractions; ++n) {
+                double f = n == 0 ? 0.5 : Uniform(random, 0, 1);
+                targets.push_back(
+                    {{float(a.x + f * (double(b.x) - a.x)), float(a.y + f * (double(b.y) - a.y)),
+                      float(a.z + f * (double(b.z) - a.z))},
+                     faces});
+            }
+        }
+
+        for (const Target& target : targets) {
+            const Vector& p = target.p;
+            std::string name = terrain.name;
+            ASSERT_FALSE(RayCastDown(p.x, 100, p.z, p.x, -100, p.z))
+                << Describe(seed, name + " down", p.x, 100, p.z, p.x, -100, p.z);
+            ASSERT_NEAR(RayGround.Position.y, p.y, terrain.tolerance)
+                << Describe(seed, name + " down", p.x, 100, p.z, p.x, -100, p.z);
+
+            ASSERT_FALSE(RayCastToLight(p.x, lowest - 5, p.z, 0, 1, 0))
+                << Describe(seed, name + " up", p.x, lowest - 5, p.z, 0, 1, 0);
+
+            Vector d;
+            bool grazes;
+            do {
+                d = RandomDirection(random);
+                grazes = false;
+                for (uint32_t f : target.faces)
+                    grazes |= std::fabs(VectorDot(d, record->Triangles[f].Normal)) < 0.25f;
+            } while (grazes);
+            float ox = float(p.x - 2.0 * d.x), oy = float(p.y - 2.0 * d.y),
+                  oz = float(p.z - 2.0 * d.z);
+            ASSERT_FALSE(RayCastToLight(ox, oy, oz, d.x, d.y, d.z))
+                << Describe(seed, name + " slanted", ox, oy, oz, d.x, d.y, d.z);
+        }
+        RayTableFree();
+        RayTableBegin();
+    }
+}
+
+}  // namespace
