@@ -136,6 +136,10 @@ void BakeShadowMap(CMesh* mesh, char* outputName, BakeStatistics* statistics) {
     int lastPercent = -1;
     for (int row = 0; row < rows; ++row) {
         if (row % ProgressRowStep == 0) ReportProgress(row, rows, lastPercent);
+        if (CancelRequested()) {
+            stats.cancelled = true;
+            break;
+        }
         float z = float(-(row * step));
         uint32_t* texelRow = sums + size_t(row / oversample) * size_t(size);
         for (int col = 0; col < columns; ++col) {
@@ -145,6 +149,11 @@ void BakeShadowMap(CMesh* mesh, char* outputName, BakeStatistics* statistics) {
     }
     stats.samples = stats.groundRays = uint64_t(rows) * uint64_t(columns);
     stats.sampleSeconds = SecondsSince(phase);
+    if (stats.cancelled) {
+        RayTableFree();
+        if (statistics) *statistics = stats;
+        return;
+    }
 
     phase = Clock::now();
     QuantiseShadowMap(sums, uint32_t(size) * uint32_t(size), settings);

@@ -18,6 +18,7 @@ struct BakeStatistics {
     double quantiseSeconds; // sums to levels and colours
     double writeSeconds;    // the shadow map and height files
     bool filesWritten;      // false if an output could not be written
+    bool cancelled;         // stopped between rows by a cancel request; nothing written
 };
 
 // mesh: the root of the map's tree, geometry in world coordinates. outputName: relative to the

@@ -1,5 +1,7 @@
 #include "tool/progress.h"
 
+#include <atomic>
+
 uint8_t QuitRequested = 0;
 
 static ProgressHooks Hooks = {};
@@ -21,3 +23,12 @@ void RequestViewerRedraw() {
 void DrainMessages() {
     if (Hooks.drainMessages && Hooks.drainMessages()) QuitRequested = 1;
 }
+
+static std::atomic<bool> Cancelled{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "the flag is set from a signal handler");
+
+void RequestCancel() { Cancelled.store(true); }
+
+bool CancelRequested() { return Cancelled.load(std::memory_order_relaxed); }
+
+void ClearCancel() { Cancelled.store(false); }

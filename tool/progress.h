@@ -20,3 +20,9 @@ ProgressHooks SetProgressHooks(const ProgressHooks* hooks);
 void SetProgress(int percent);
 void RequestViewerRedraw();
 void DrainMessages();  // sets QuitRequested when the drain meets a quit request
+
+// Unlike a quit request, a cancel stops a bake pass between rows, and the pass then writes no
+// file. The command line asks for it on an interrupt; RequestCancel is safe in a signal handler.
+void RequestCancel();
+bool CancelRequested();
+void ClearCancel();

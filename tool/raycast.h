@@ -49,6 +49,7 @@ struct RayMesh {
 struct RayTableState {
     RayMesh* First;             // new records go to the front
     RayTriangle* LastBlocker;   // the triangle that blocked the last blocked light ray
+    RayMesh* LastBlockerMesh;   // its record
 };
 
 struct RayGroundState {
@@ -71,7 +72,10 @@ void RayTableCullFacing(const Vector& light);
 
 // True when nothing was hit; only right for a ray straight down (target x, z = origin x, z).
 bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz);
-// True when the way to the light is free. d has unit length; its y may have either sign.
+// True when the way to the light is free. d has unit length; its y may have either sign. The last
+// blocker is tried first, but only where the walk would test it (its record passes the cylinder
+// test), so the cache saves time and never changes an answer: the result of a ray doesn't depend
+// on the rays before it, which is what lets samples run in any order and on any thread.
 bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz);
 // RayGround.Normal := the unnormalised normal at (a, b) of the triangle, from the mesh's vertices.
 void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b);

@@ -7,7 +7,7 @@
 #include "base/memory.h"
 #include "engine/mesh/mesh.h"
 
-RayTableState RayTable = {nullptr, nullptr};
+RayTableState RayTable = {nullptr, nullptr, nullptr};
 RayGroundState RayGround = {{0.0f, 0.0f, 0.0f}, {0.0f, 0.0f, 0.0f}};
 
 static constexpr double GrowDistance = 0.001;
@@ -16,6 +16,7 @@ static constexpr float CentroidFactor = 0.33333334f;
 void RayTableBegin() {
     RayTable.First = nullptr;
     RayTable.LastBlocker = nullptr;
+    RayTable.LastBlockerMesh = nullptr;
 }
 
 void RayBuildTriangle(RayTriangle* record, Vector corners[3]) {

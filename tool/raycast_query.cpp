@@ -1,32 +1,8 @@
-#include <cmath>
-#include <cstring>
-
 #include "engine/mesh/mesh.h"
+#include "tool/ray_tests.h"
 #include "tool/raycast.h"
 
-static bool SignBit(float value) { return std::signbit(value); }
-
-static bool IsPositiveZero(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits == 0;
-}
-
-// Crossing count of the ground query, cross-multiplied so that no division is needed.
-static bool InsideDown(const RayTriangle& triangle, double a, double b) {
-    bool inside = false;
-    for (int k = 0; k < 3; ++k) {
-        const float* p = triangle.Corner[k];
-        const float* q = triangle.Corner[(k + 1) % 3];
-        bool bp = b >= p[1];
-        bool bq = b >= q[1];
-        if (bp == bq) continue;
-        double crossP = (double(q[0]) - p[0]) * (double(p[1]) - b);
-        double crossQ = (double(p[0]) - a) * (double(q[1]) - p[1]);
-        if ((crossQ <= crossP) == bp) inside = !inside;
-    }
-    return inside;
-}
+using namespace raytests;
 
 bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
     Vector direction;
@@ -37,41 +13,16 @@ bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
 
     const RayTriangle* found = nullptr;
     const RayMesh* foundRecord = nullptr;
-    double foundA = 0.0, foundB = 0.0;
+    DownHit hit = {}, foundHit = {};
     for (const RayMesh* record = RayTable.First; record; record = record->Next) {
-        if (!(record->MinX <= ox && ox <= record->MaxX && record->MinZ <= oz &&
-              oz <= record->MaxZ))
-            continue;
+        if (!InsideBox(*record, ox, oz)) continue;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             const RayTriangle& triangle = record->Triangles[i];
-            float den = -triangle.Normal.y;
-            if (IsPositiveZero(den)) continue;
-            float num = float(-(double(oz) * triangle.Normal.z + double(oy) * triangle.Normal.y +
-                                double(ox) * triangle.Normal.x + triangle.D));
-            if (SignBit(num)) continue;
-            double t = double(num) / den;
-            if (t < 0.0 || !(t < best)) continue;
-            double a, b;
-            switch (triangle.Axes) {
-                case RayAxesZY:
-                    a = oz + t * direction.z;
-                    b = float(oy + t * direction.y);
-                    break;
-                case RayAxesXZ:
-                    a = ox + t * direction.x;
-                    b = float(oz + t * direction.z);
-                    break;
-                default:
-                    a = ox + t * direction.x;
-                    b = float(oy + t * direction.y);
-                    break;
-            }
-            if (!InsideDown(triangle, a, b)) continue;
-            best = t;  // strict test above: on equal t the earlier find stays
+            if (!HitsDown(triangle, ox, oy, oz, direction, best, hit)) continue;
+            best = hit.t;  // the test is strict: on equal t the earlier find stays
             found = &triangle;
             foundRecord = record;
-            foundA = a;
-            foundB = b;
+            foundHit = hit;
         }
     }
     if (!found) return true;
@@ -79,106 +30,28 @@ bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
     RayGround.Position.x = float(ox + best * direction.x);
     RayGround.Position.y = float(oy + best * direction.y);
     RayGround.Position.z = float(oz + best * direction.z);
-    RayHitNormal(foundRecord->Mesh, found, foundA, foundB);
+    RayHitNormal(foundRecord->Mesh, found, foundHit.a, foundHit.b);
     VectorNormalize(RayGround.Normal);
     return false;
 }
 
-static double ClampUnit(double value) {
-    if (!(value >= 0.0)) return 0.0;  // NaN too
-    return value > 1.0 ? 1.0 : value;
-}
-
 void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b) {
-    const float* c0 = triangle->Corner[0];
-    const float* c1 = triangle->Corner[1];
-    const float* c2 = triangle->Corner[2];
-    double dA = double(c2[0]) - c1[0];
-    double dB = double(c2[1]) - c1[1];
-    double r, s;
-    if (dA != 0.0) {
-        double m = dB / dA;
-        float ea = float(a - c0[0]);
-        r = ((double(c0[0]) - c1[0]) * m + (double(c1[1]) - c0[1])) / ((b - c0[1]) - ea * m);
-        s = (ea * r + c0[0] - c1[0]) / dA;
-    } else {
-        double w = dA / dB;
-        float eb = float(b - c0[1]);
-        r = ((double(c0[1]) - c1[1]) * w + (double(c1[0]) - c0[0])) / ((a - c0[0]) - eb * w);
-        s = (eb * r + c0[1] - c1[1]) / dB;
-    }
-    s = ClampUnit(s);
-
-    const Vector& n0 = mesh->vertices[triangle->Vertex[0]].normal;
-    const Vector& n1 = mesh->vertices[triangle->Vertex[1]].normal;
-    const Vector& n2 = mesh->vertices[triangle->Vertex[2]].normal;
-    Vector edge;
-    edge.x = float(n1.x * (1.0 - s) + n2.x * s);
-    edge.y = float(n1.y * (1.0 - s) + n2.y * s);
-    edge.z = float(n1.z * (1.0 - s) + n2.z * s);
-
-    double q = ClampUnit(1.0 / r);
-    RayGround.Normal.x = float(n0.x * (1.0 - q) + edge.x * q);
-    RayGround.Normal.y = float(n0.y * (1.0 - q) + edge.y * q);
-    RayGround.Normal.z = float(n0.z * (1.0 - q) + edge.z * q);
-}
-
-// Any triangle ahead of the origin counts, from either side; the ray has no far end.
-static bool HitsTriangle(const RayTriangle& triangle, const float o[3], const float d[3]) {
-    float den = float(double(d[2]) * triangle.Normal.z + double(d[0]) * triangle.Normal.x +
-                      double(d[1]) * triangle.Normal.y);
-    if (IsPositiveZero(den)) return false;
-    float t = float(-(double(o[2]) * triangle.Normal.z + double(o[0]) * triangle.Normal.x +
-                      double(o[1]) * triangle.Normal.y + triangle.D) /
-                    den);
-    if (SignBit(t) || std::isnan(t)) return false;  // x86 makes 0/0 a negative NaN anyway
-    int i = triangle.Axes & 3, j = triangle.Axes >> 2;
-    double a = o[i] + double(t) * d[i];
-    double b = o[j] + double(t) * d[j];
-
-    int count = 0;
-    for (int k = 0; k < 3; ++k) {
-        const float* p = triangle.Corner[k];
-        const float* q = triangle.Corner[(k + 1) % 3];
-        float u = float((b - p[1]) / (double(q[1]) - p[1]));
-        if (SignBit(u) || !(u <= 1.0f)) continue;  // NaN (a flat edge) is no crossing
-        float e = float((double(q[0]) - p[0]) * u + p[0] - a);
-        if (!SignBit(e)) ++count;
-    }
-    return (count & 1) != 0;
-}
-
-// Passes a record over when the ray's xz projection misses its circle, or when the ray stands
-// above the record's top at both crossings. The crossings are taken on the whole line through
-// the origin, which can only test a record needlessly, never skip one that blocks.
-static bool CylinderMayBlock(const RayMesh& record, const float o[3], const float d[3]) {
-    double A = o[0] - record.CentreX;
-    double B = o[2] - record.CentreZ;
-    float qa = float(double(d[0]) * d[0] + double(d[2]) * d[2]);
-    double distanceSquared = A * A + B * B;
-    if (qa == 0.0f) return distanceSquared <= record.RadiusSquared;
-    double g = A * d[0] + B * d[2];
-    if (distanceSquared - g * g / qa > record.RadiusSquared) return false;
-    float qb = float(2.0 * A * d[0] + 2.0 * B * d[2]);
-    double qc = distanceSquared - record.RadiusSquared;
-    double root = double(qb) * qb - 4.0 * qa * qc;
-    double sq = root < 0.0 ? 0.0 : std::sqrt(root);
-    double y1 = o[1] + d[1] * (-qb + sq) / (2.0 * qa);
-    if (y1 <= record.Top) return true;
-    double y2 = o[1] + d[1] * (-qb - sq) / (2.0 * qa);
-    return y2 <= record.Top;
+    InterpolatedNormal(mesh->vertices, *triangle, a, b, RayGround.Normal);
 }
 
 bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz) {
     const float o[3] = {ox, oy, oz};
     const float d[3] = {dx, dy, dz};
-    if (RayTable.LastBlocker && HitsTriangle(*RayTable.LastBlocker, o, d)) return false;
+    if (RayTable.LastBlocker && CylinderMayBlock(*RayTable.LastBlockerMesh, o, d) &&
+        HitsTowardsLight(*RayTable.LastBlocker, o, d))
+        return false;
     for (RayMesh* record = RayTable.First; record; record = record->Next) {
         if (!CylinderMayBlock(*record, o, d)) continue;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             RayTriangle& triangle = record->Triangles[i];
-            if (triangle.Skip == 0 && HitsTriangle(triangle, o, d)) {
+            if (triangle.Skip == 0 && HitsTowardsLight(triangle, o, d)) {
                 RayTable.LastBlocker = &triangle;
+                RayTable.LastBlockerMesh = record;
                 return false;
             }
         }

@@ -88,7 +88,6 @@ Comparison CompareCores(CMesh* map, Vector light, float span, float step) {
             const Vector& n = RayGround.Normal;
             float ox = float(x + n.x * 0.01), oy = float(RayGround.Position.y + n.y * 0.01),
                   oz = float(z + n.z * 0.01);
-            RayTable.LastBlocker = nullptr;  // compare with the walk itself
             bool literalFree = RayCastToLight(ox, oy, oz, light.x, light.y, light.z);
             bool fastFree = query.CastToLight(ox, oy, oz);
             if (literalFree != fastFree) {

@@ -392,6 +392,19 @@ TEST_F(RayQueryTest, LastBlockerIsTriedFirstAndKeptUntilReplaced) {
     EXPECT_TRUE(Light(3, 0, -6, {0, 1, 0}));  // a skipped, b's triangle misses
 }
 
+TEST_F(RayQueryTest, LastBlockerNeverAnswersWhereTheWalkWouldNotTestIt) {
+    RayMesh* roof = Add(Floor(10, 0, 10, -10, 0, {0, 1, 0}));
+    ASSERT_NE(roof, nullptr);
+    Vector d = {0.1f, 1.0f, 0.0f};
+    VectorNormalize(d);
+    EXPECT_FALSE(Light(3, 0, -6, d));
+    ASSERT_NE(RayTable.LastBlocker, nullptr);
+    // With its top out of reach the record is passed over by the walk, so the cached triangle
+    // must not block the same ray either: answers never depend on the rays before.
+    roof->Top = -1e6f;
+    EXPECT_TRUE(Light(3, 0, -6, d));
+}
+
 TEST_F(RayQueryTest, ZeroAreaTriangleIsNeverHit) {
     RayMesh* record = Add(HandMesh({At(0, 0, 0), At(2, 0, 0), At(4, 0, 0), At(-2, -1, -3)},
                                    {{0, 1, 2}, {2, 1, 0}, {3, 3, 3}}));
