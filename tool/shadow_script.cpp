@@ -38,8 +38,8 @@ static uint32_t PackColour(const int rgb[3]) {
 }
 
 // Compares the word with the keys in their fixed order and applies the first that matches.
-// FAST is recognised and, like FULLSCREEN, does nothing.
-static void ApplyWord(FILE* file, const char* word) {
+// FAST is recognised and, like FULLSCREEN, does nothing. False for a word that is no key.
+static bool ApplyWord(FILE* file, const char* word) {
     float light[3];
     int ints[3];
     char script[260];
@@ -70,7 +70,10 @@ static void ApplyWord(FILE* file, const char* word) {
         ShadowSettings.WriteHeightData = 1;
     } else if (_stricmp(word, "ANIMATED") == 0) {
         if (ReadValues(file, ints, 1)) ShadowSettings.FrameCount = ints[0];
+    } else {
+        return false;
     }
+    return true;
 }
 
 static void LogFailedOpen(const char* path) {
@@ -85,7 +88,8 @@ static void LogFailedOpen(const char* path) {
     FREE(text);
 }
 
-bool ParseShadowScript(const char* path) {
+bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
+    ShadowScriptReport counts = {0, 0};
     ShadowSettings.FrameCount = 0;
     ShadowSettings.WriteHeightData = 0;
 
@@ -96,11 +100,12 @@ bool ParseShadowScript(const char* path) {
     }
     char word[200];
     for (;;) {
-        if (ReadWord(file, word, sizeof word)) ApplyWord(file, word);
+        if (ReadWord(file, word, sizeof word)) ++(ApplyWord(file, word) ? counts.keys : counts.otherWords);
         (void)std::fscanf(file, " ");
         // A read error (a directory opens fine on Linux) never sets the end-of-file flag.
         if (std::feof(file) || std::ferror(file)) break;
     }
     std::fclose(file);
+    if (report) *report = counts;
     return true;
 }

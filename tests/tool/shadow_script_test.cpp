@@ -262,3 +262,15 @@ TEST_F(ShadowScriptTest, GarbageNeverCrashesOrStalls) {
 }
 
 }  // namespace
+
+TEST_F(ShadowScriptTest, ReportCountsKeysAndOtherWords) {
+    std::string path = dir.File("mixed.ssf");
+    WriteWholeFile(path, "a remark LIGHT 1 2 3 FAST words AMBIENT x");
+    ShadowScriptReport report = {-1, -1};
+    ASSERT_TRUE(ParseShadowScript(path.c_str(), &report));
+    EXPECT_EQ(report.keys, 3);        // LIGHT, FAST, AMBIENT (whose value failed)
+    EXPECT_EQ(report.otherWords, 4);  // a, remark, words, and the x that AMBIENT left
+    WriteWholeFile(path, "");
+    ASSERT_TRUE(ParseShadowScript(path.c_str(), &report));
+    EXPECT_EQ(report.keys + report.otherWords, 0);
+}
