@@ -7,3 +7,4 @@ CMesh* ViewerMesh = nullptr;
 CTexture* ShadowTexture = nullptr;
 char StartDirectory[500] = {};
 uint8_t BatchMode = 0;
+ResourceManager* Resources = nullptr;

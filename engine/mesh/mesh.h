@@ -88,6 +88,14 @@ enum AnimationWalkFlags : uint32_t {
     AnimationStopAtMarked = 0x4,  // in that walk, stop below meshes with MeshFlagStopAnimation
 };
 
+// The user data block of a VBF file. The record and its bytes are MALLOC blocks that the caller
+// of LoadVBFWithData owns; FreeVBFUserData releases both.
+struct VBFUserData {
+    uint32_t size;  // never 0
+    uint8_t* bytes;
+};
+void FreeVBFUserData(VBFUserData* userData);
+
 class CMesh : public CFrame {
 public:
     explicit CMesh(CEntity* parent);
@@ -108,6 +116,13 @@ public:
     // Load a mesh file under this mesh; this mesh itself gets no geometry.
     virtual bool LoadVAF(const char* path, uint32_t keepSmoothing);
     virtual bool LoadVBF(const char* path);
+    // LoadVBF that hands the file's user data to the caller; null where the file has none or
+    // wasn't loaded.
+    VBFUserData* LoadVBFWithData(const char* path);
+    // Writes the tree below this mesh as a VBF file that loads back into the same records; this
+    // mesh's own geometry and every face layer 1 have no place in the format. userData null:
+    // none.
+    bool SaveVBF(const char* path, const void* userData, uint32_t userDataSize) const;
 
     // Each Alloc frees the old array (unless lent) and leaves the new one uninitialised; a count
     // of 0 leaves null.

@@ -1,0 +1,297 @@
+// tenebrix-bake: the command line of the shadow baker, for people at a terminal and for build
+// pipelines baking hundreds of maps.
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "apps/bake/bake_options.h"
+#include "apps/bake/progress_display.h"
+#include "base/diagnostics.h"
+#include "base/resmanager.h"
+#include "engine/texture/texture.h"
+#include "engine/texture/texture_lookup.h"
+#include "platform/crt/paths.h"
+#include "platform/crt/terminal.h"
+#include "platform/debug/debug_output.h"
+#include "tool/app_state.h"
+#include "tool/bake_pass.h"
+#include "tool/bake_run.h"
+#include "tool/batch_file.h"
+#include "tool/message_log.h"
+#include "tool/png_preview.h"
+#include "tool/progress.h"
+#include "tool/shadow_script.h"
+#include "tool/shadow_settings.h"
+#include "tool/tool_load_texture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* Program = "tenebrix-bake";
+constexpr int ExitFailed = 1, ExitUsage = 2, ExitInterrupted = 130;
+
+BakeOptions Options;
+std::string PngPath;  // absolute: the run moves between folders
+double TotalSeconds = 0.0;
+uint64_t TotalRays = 0;
+int Interrupts = 0;
+
+// One line of information, which a quiet run leaves out.
+void Say(const char* what, const std::string& text) {
+    if (!Options.quiet) std::fprintf(stderr, "%s: %s%s\n", Program, what, text.c_str());
+}
+
+void PrintWarning(const char* text) {
+    if (!Options.quiet) std::fprintf(stderr, "%s: warning: %s", Program, text);
+}
+void PrintAlert(const char* text) { std::fprintf(stderr, "%s: %s", Program, text); }
+
+[[noreturn]] void ExitOnError(uint32_t, const char* text) {
+    std::fprintf(stderr, "%s: error: %s", Program, text);
+    std::exit(ExitFailed);
+}
+
+int PrintBox(const char* text, const char* caption, unsigned) {
+    std::fprintf(stderr, "%s: %s: %s\n", Program, caption, text);
+    return IDOK;
+}
+
+void PrintLogLine(const char* text) {
+    // Failure lines stand out with asterisks; a quiet run keeps only those.
+    if (Options.quiet && std::strncmp(text, "*****", 5) != 0) return;
+    ProgressDisplayEndPass();
+    std::fprintf(stderr, "%s: %s\n", Program, text);
+}
+
+// A first interrupt stops the bake between rows; a second one ends the program at once.
+void OnInterrupt(int) {
+    if (++Interrupts > 1) std::_Exit(ExitInterrupted);
+    RequestCancel();
+}
+
+// A fatal report has already printed its box; end without a core dump.
+void OnAbort(int) { std::_Exit(ExitFailed); }
+
+void WritePreview(const std::string& path, const char* mapPath) {
+    std::error_code ignored;  // a missing folder is made; a failure shows in the write below
+    fs::create_directories(fs::path(path).parent_path(), ignored);
+    const int32_t size = ShadowSettings.TextureSize;
+    int32_t cellsX = std::clamp(ShadowSettings.MapCellsX, 1, 256);
+    int32_t cellsY = std::clamp(ShadowSettings.MapCellsY, 1, 256);
+    std::vector<uint8_t> bytes(size_t(size) * size_t(size));
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = ShadowTexture->pixels[i * 4 + 3];
+    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), cellsX * size / 256,
+                              cellsY * size / 256, size)) {
+        Say("preview ", path);
+    } else {
+        std::fprintf(stderr, "%s: error: the preview %s of %s could not be written\n", Program,
+                     path.c_str(), mapPath);
+    }
+}
+
+void OnMapBaked(const char* mapPath, const char* outputName, const BakeStatistics& stats) {
+    ProgressDisplayEndPass();
+    fs::path written = fs::absolute(outputName);
+    std::string where = written.string();
+    Say("shadow map ", where);
+    if (!PngPath.empty()) WritePreview(PngPath, mapPath);
+    if (Options.pngBeside) WritePreview(where + ".png", mapPath);
+    double seconds = stats.tableSeconds + stats.sampleSeconds + stats.quantiseSeconds +
+                     stats.writeSeconds;
+    uint64_t rays = stats.groundRays + stats.lightRays;
+    TotalSeconds += seconds;
+    TotalRays += rays;
+    if (Options.stats) {
+        std::fprintf(stderr,
+                     "%s: %s: %llu samples, %llu rays (%llu down, %llu to the light), "
+                     "%.0f rays/s\n"
+                     "%s:   table %.3f s, samples %.3f s, quantise %.3f s, files %.3f s\n",
+                     Program, mapPath, (unsigned long long)stats.samples,
+                     (unsigned long long)rays, (unsigned long long)stats.groundRays,
+                     (unsigned long long)stats.lightRays,
+                     stats.sampleSeconds > 0 ? rays / stats.sampleSeconds : 0.0, Program,
+                     stats.tableSeconds, stats.sampleSeconds, stats.quantiseSeconds,
+                     stats.writeSeconds);
+    }
+}
+
+void InstallHandlers() {
+    CorvaneSetWarningHandler(PrintWarning);
+    CorvaneSetAlertHandler(PrintAlert);
+    CorvaneSetErrorHandler(ExitOnError);
+    SetMessageBoxPresenter(PrintBox);
+    SetMessageLogListener(PrintLogLine);
+    std::signal(SIGINT, OnInterrupt);
+    std::signal(SIGTERM, OnInterrupt);
+    std::signal(SIGABRT, OnAbort);
+}
+
+// The path handed to the bake run: the run tells a map's type by the letter behind the first
+// dot of the path, so prefer a spelling whose first dot is the extension's.
+std::string MapPathForRun(const fs::path& file) {
+    std::string ext = file.extension().string();
+    char want = ext.size() >= 3 ? ext[2] : 0;
+    std::vector<std::string> spellings = {
+        fs::relative(file, StartDirectory).lexically_normal().string(),
+        fs::absolute(file).lexically_normal().string()};
+    for (const std::string& spelling : spellings)
+        if (MapTypeLetter(spelling.c_str()) == want) return spelling;
+    return spellings.back();
+}
+
+bool Fail(const std::string& text) {
+    std::fprintf(stderr, "%s: error: %s\n", Program, text.c_str());
+    return false;
+}
+
+// The map argument as a map file that exists with a map's extension.
+bool ResolveMap(const std::string& argument, fs::path& file) {
+    std::error_code error;
+    fs::path path = fs::absolute(argument, error);
+    if (error || !fs::exists(path)) return Fail(argument + ": no such file or directory");
+    if (fs::is_directory(path)) {
+        file = path / "test.vbf";
+        if (!fs::is_regular_file(file)) return Fail(argument + ": the directory holds no test.vbf");
+        return true;
+    }
+    std::string ext = path.extension().string();
+    for (char& c : ext) c = char(std::tolower((unsigned char)c));
+    if (ext != ".vbf" && ext != ".vaf")
+        return Fail(argument + ": not a map (a map file ends in .vbf or .vaf)");
+    file = path;
+    return true;
+}
+
+// A script is a path, or the name of a script in the LIT folder.
+bool ResolveScript(const std::string& argument, fs::path& file) {
+    std::vector<fs::path> tried = {fs::absolute(argument)};
+    const char* lit = Resources ? Resources->GetResourcePath("LIT") : nullptr;
+    if (lit) {
+        fs::path folder = fs::path(StartDirectory) / lit;
+        tried.push_back(folder / argument);
+        tried.push_back(folder / (argument + ".ssf"));
+    }
+    for (const fs::path& candidate : tried)
+        if (fs::is_regular_file(candidate)) {
+            file = candidate;
+            return true;
+        }
+    std::string where;
+    for (const fs::path& candidate : tried) where += "\n  " + candidate.string();
+    return Fail("script " + argument + " not found; looked for:" + where);
+}
+
+bool ReadScript(const fs::path& file) {
+    ShadowScriptReport report = {0, 0};
+    if (!ParseShadowScript(file.c_str(), &report)) return Fail(file.string() + ": cannot be read");
+    if (report.keys == 0)
+        return Fail(file.string() + ": no key of a shadow script in it (" +
+                    std::to_string(report.otherWords) + " other words)");
+    if (report.otherWords > 0 && !Options.quiet)
+        std::fprintf(stderr, "%s: warning: %s: %d words are no keys and were skipped\n", Program,
+                     file.c_str(), report.otherWords);
+    return true;
+}
+
+// The start directory: the current one, or the folder of the config file given.
+bool EnterStartDirectory() {
+    fs::path config = Options.config.empty() ? fs::path("resource.cfg") : fs::absolute(Options.config);
+    if (!Options.config.empty()) {
+        if (!fs::is_regular_file(config)) return Fail(Options.config + ": no such config file");
+        _chdir(config.parent_path().c_str());
+    }
+    _getcwd(StartDirectory, sizeof StartDirectory);
+    if (fs::exists(config.filename())) {
+        Resources = new ResourceManager(config.filename().c_str());
+    } else {
+        if (!Options.quiet)
+            std::fprintf(stderr, "%s: note: no resource.cfg in %s; scripts must be paths\n",
+                         Program, StartDirectory);
+        Resources = nullptr;
+    }
+    SetToolResourceManager(Resources);
+    SetTextureLoadFunction(ToolLoadTexture);
+    return true;
+}
+
+int Run() {
+    // Paths the user gave are relative to where they stand, not to the start directory.
+    fs::path userDirectory = fs::current_path();
+    auto fromUser = [&](const std::string& p) { return p.empty() ? p : (userDirectory / p).string(); };
+    std::string map = fromUser(Options.map), batch = fromUser(Options.batch);
+    std::string script = Options.script.empty() || fs::path(Options.script).is_absolute() ||
+                                 !fs::exists(userDirectory / Options.script)
+                             ? Options.script
+                             : fromUser(Options.script);
+    PngPath = Options.png.empty() ? "" : fromUser(Options.png);
+
+    if (!EnterStartDirectory()) return ExitFailed;
+    if (Options.textureSize) ShadowSettings.TextureSize = Options.textureSize;
+    if (!script.empty()) {
+        fs::path file;
+        if (!ResolveScript(script, file) || !ReadScript(file)) return ExitFailed;
+    }
+    SetBakeOutputName(Options.out.c_str());
+    SetMapBakedCallback(OnMapBaked);
+    if (!Options.quiet) StartProgressDisplay(StderrIsTerminal());
+
+    char mapPath[_MAX_PATH] = "";
+    if (!batch.empty()) {
+        if (OpenBatchFile(batch.c_str()) == 0) return Fail(batch + ": no job in the batch"), ExitFailed;
+    } else {
+        fs::path file;
+        if (!ResolveMap(map, file)) return ExitFailed;
+        std::string path = MapPathForRun(file);
+        if (path.size() >= sizeof mapPath) return Fail(path + ": path too long"), ExitFailed;
+        std::snprintf(mapPath, sizeof mapPath, "%s", path.c_str());
+    }
+
+    BakeRunResult result = BakeMap(mapPath, 0);
+    ProgressDisplayEndPass();
+    if (CancelRequested()) {
+        std::fprintf(stderr, "%s: interrupted; no partial file was left\n", Program);
+        return ExitInterrupted;
+    }
+    if (!Options.quiet && result.baked > 0)
+        std::fprintf(stderr, "%s: %d map%s baked in %.2f s, %.0f rays/s\n", Program, result.baked,
+                     result.baked == 1 ? "" : "s", TotalSeconds,
+                     TotalSeconds > 0 ? TotalRays / TotalSeconds : 0.0);
+    return result.failed > 0 || result.baked == 0 ? ExitFailed : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string error;
+    switch (ParseBakeOptions(argc, argv, Options, error)) {
+        case BakeCommand::Help:
+            std::fputs(BakeUsage(), stdout);
+            return 0;
+        case BakeCommand::Version:
+            std::printf("%s 0.1.0\n", Program);
+            return 0;
+        case BakeCommand::UsageError:
+            std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", Program, error.c_str(), Program);
+            return ExitUsage;
+        case BakeCommand::Run:
+            break;
+    }
+    CorvaneInit();
+    InstallHandlers();
+    int status = Run();
+    SetMessageLogListener(nullptr);
+    FreeJobList();
+    ToolTextureCacheClear();
+    FreeAllTextures();
+    delete Resources;
+    Resources = nullptr;
+    MessageLogClear();
+    CorvaneClose();
+    return status;
+}
