@@ -41,6 +41,7 @@ std::string PngPath;  // absolute: the run moves between folders
 double TotalSeconds = 0.0;
 uint64_t TotalRays = 0;
 int Interrupts = 0;
+int PreviewFailures = 0;  // a preview asked for and not written fails the run
 
 // One line of information, which a quiet run leaves out.
 void Say(const char* what, const std::string& text) {
@@ -50,11 +51,19 @@ void Say(const char* what, const std::string& text) {
 void PrintWarning(const char* text) {
     if (!Options.quiet) std::fprintf(stderr, "%s: warning: %s", Program, text);
 }
-void PrintAlert(const char* text) { std::fprintf(stderr, "%s: %s", Program, text); }
+void PrintAlert(const char* text) {
+    std::fprintf(stderr, "%s: %s", Program, text);
+}
 
-[[noreturn]] void ExitOnError(uint32_t, const char* text) {
+int ReportedErrors = 0;
+
+// A reported error (a bad map's extension, a config without a value) fails the run but lets it
+// go on with the next job: one bad map never ends a batch. A broken assertion ends the program.
+void ReportError(uint32_t code, const char* text) {
+    ProgressDisplayEndPass();
     std::fprintf(stderr, "%s: error: %s", Program, text);
-    std::exit(ExitFailed);
+    if (code == CorvaneCodeAssertion) std::exit(ExitFailed);
+    ++ReportedErrors;
 }
 
 int PrintBox(const char* text, const char* caption, unsigned) {
@@ -76,20 +85,24 @@ void OnInterrupt(int) {
 }
 
 // A fatal report has already printed its box; end without a core dump.
-void OnAbort(int) { std::_Exit(ExitFailed); }
+void OnAbort(int) {
+    std::_Exit(ExitFailed);
+}
 
 void WritePreview(const std::string& path, const char* mapPath) {
     std::error_code ignored;  // a missing folder is made; a failure shows in the write below
     fs::create_directories(fs::path(path).parent_path(), ignored);
     const int32_t size = ShadowSettings.TextureSize;
-    int32_t cellsX = std::clamp(ShadowSettings.MapCellsX, 1, 256);
-    int32_t cellsY = std::clamp(ShadowSettings.MapCellsY, 1, 256);
+    // A texel the map covers only in part still shows, so a small map at a small size keeps
+    // at least one pixel.
+    auto side = [&](int32_t cells) { return (std::clamp(cells, 1, 256) * size + 255) / 256; };
     std::vector<uint8_t> bytes(size_t(size) * size_t(size));
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = ShadowTexture->pixels[i * 4 + 3];
-    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), cellsX * size / 256,
-                              cellsY * size / 256, size)) {
+    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), side(ShadowSettings.MapCellsX),
+                              side(ShadowSettings.MapCellsY), size)) {
         Say("preview ", path);
     } else {
+        ++PreviewFailures;
         std::fprintf(stderr, "%s: error: the preview %s of %s could not be written\n", Program,
                      path.c_str(), mapPath);
     }
@@ -102,8 +115,8 @@ void OnMapBaked(const char* mapPath, const char* outputName, const BakeStatistic
     Say("shadow map ", where);
     if (!PngPath.empty()) WritePreview(PngPath, mapPath);
     if (Options.pngBeside) WritePreview(where + ".png", mapPath);
-    double seconds = stats.tableSeconds + stats.sampleSeconds + stats.quantiseSeconds +
-                     stats.writeSeconds;
+    double seconds =
+        stats.tableSeconds + stats.sampleSeconds + stats.quantiseSeconds + stats.writeSeconds;
     uint64_t rays = stats.groundRays + stats.lightRays;
     TotalSeconds += seconds;
     TotalRays += rays;
@@ -112,9 +125,8 @@ void OnMapBaked(const char* mapPath, const char* outputName, const BakeStatistic
                      "%s: %s: %llu samples, %llu rays (%llu down, %llu to the light), "
                      "%.0f rays/s\n"
                      "%s:   table %.3f s, samples %.3f s, quantise %.3f s, files %.3f s\n",
-                     Program, mapPath, (unsigned long long)stats.samples,
-                     (unsigned long long)rays, (unsigned long long)stats.groundRays,
-                     (unsigned long long)stats.lightRays,
+                     Program, mapPath, (unsigned long long)stats.samples, (unsigned long long)rays,
+                     (unsigned long long)stats.groundRays, (unsigned long long)stats.lightRays,
                      stats.sampleSeconds > 0 ? rays / stats.sampleSeconds : 0.0, Program,
                      stats.tableSeconds, stats.sampleSeconds, stats.quantiseSeconds,
                      stats.writeSeconds);
@@ -124,7 +136,7 @@ void OnMapBaked(const char* mapPath, const char* outputName, const BakeStatistic
 void InstallHandlers() {
     CorvaneSetWarningHandler(PrintWarning);
     CorvaneSetAlertHandler(PrintAlert);
-    CorvaneSetErrorHandler(ExitOnError);
+    CorvaneSetErrorHandler(ReportError);
     SetMessageBoxPresenter(PrintBox);
     SetMessageLogListener(PrintLogLine);
     std::signal(SIGINT, OnInterrupt);
@@ -201,7 +213,8 @@ bool ReadScript(const fs::path& file) {
 
 // The start directory: the current one, or the folder of the config file given.
 bool EnterStartDirectory() {
-    fs::path config = Options.config.empty() ? fs::path("resource.cfg") : fs::absolute(Options.config);
+    fs::path config =
+        Options.config.empty() ? fs::path("resource.cfg") : fs::absolute(Options.config);
     if (!Options.config.empty()) {
         if (!fs::is_regular_file(config)) return Fail(Options.config + ": no such config file");
         _chdir(config.parent_path().c_str());
@@ -223,7 +236,9 @@ bool EnterStartDirectory() {
 int Run() {
     // Paths the user gave are relative to where they stand, not to the start directory.
     fs::path userDirectory = fs::current_path();
-    auto fromUser = [&](const std::string& p) { return p.empty() ? p : (userDirectory / p).string(); };
+    auto fromUser = [&](const std::string& p) {
+        return p.empty() ? p : (userDirectory / p).string();
+    };
     std::string map = fromUser(Options.map), batch = fromUser(Options.batch);
     std::string script = Options.script.empty() || fs::path(Options.script).is_absolute() ||
                                  !fs::exists(userDirectory / Options.script)
@@ -233,6 +248,9 @@ int Run() {
 
     if (!EnterStartDirectory()) return ExitFailed;
     if (Options.textureSize) ShadowSettings.TextureSize = Options.textureSize;
+    if (Options.threads > 1 && !Options.quiet)
+        std::fprintf(stderr, "%s: note: the exact ray core runs on one thread; --threads %d is "
+                     "kept for the threaded core\n", Program, Options.threads);
     if (!script.empty()) {
         fs::path file;
         if (!ResolveScript(script, file) || !ReadScript(file)) return ExitFailed;
@@ -243,12 +261,18 @@ int Run() {
 
     char mapPath[_MAX_PATH] = "";
     if (!batch.empty()) {
-        if (OpenBatchFile(batch.c_str()) == 0) return Fail(batch + ": no job in the batch"), ExitFailed;
+        if (OpenBatchFile(batch.c_str()) == 0)
+            return Fail(batch + ": no job in the batch"), ExitFailed;
     } else {
         fs::path file;
         if (!ResolveMap(map, file)) return ExitFailed;
         std::string path = MapPathForRun(file);
         if (path.size() >= sizeof mapPath) return Fail(path + ": path too long"), ExitFailed;
+        if (MapTypeLetter(path.c_str()) != file.extension().string()[2])
+            return Fail(path +
+                        ": a dot in a folder's name hides the map's type, which is read "
+                        "behind the first dot; run from inside that folder or rename it"),
+                   ExitFailed;
         std::snprintf(mapPath, sizeof mapPath, "%s", path.c_str());
     }
 
@@ -262,7 +286,8 @@ int Run() {
         std::fprintf(stderr, "%s: %d map%s baked in %.2f s, %.0f rays/s\n", Program, result.baked,
                      result.baked == 1 ? "" : "s", TotalSeconds,
                      TotalSeconds > 0 ? TotalRays / TotalSeconds : 0.0);
-    return result.failed > 0 || result.baked == 0 ? ExitFailed : 0;
+    bool failed = result.failed > 0 || result.baked == 0 || PreviewFailures > 0 || ReportedErrors > 0;
+    return failed ? ExitFailed : 0;
 }
 
 }  // namespace

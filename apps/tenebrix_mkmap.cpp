@@ -101,8 +101,8 @@ int main(int argc, char** argv) {
     MapTextures textures = {};
     if (textured) {
         textures = CreateMapTextures();
-        for (CTexture* texture : {textures.grass, textures.rock, textures.wall, textures.roof,
-                                  textures.wood}) {
+        for (CTexture* texture :
+             {textures.grass, textures.rock, textures.wall, textures.roof, textures.wood}) {
             std::string path = (fs::path(outDir) / "textures" / texture->name).string();
             if (!texture->SaveAsTGA(path.c_str())) {
                 std::fprintf(stderr, "tenebrix-mkmap: cannot write %s\n", path.c_str());

@@ -94,6 +94,14 @@ static void EnterMapDirectory(const char* path) {
     if (folder[0]) _chdir(folder);
 }
 
+// The pass makes the height file's name in the buffer it is given; the run keeps the shadow
+// map's name for its reports and the callback.
+static void BakeInto(const char* outputName, BakeStatistics& stats) {
+    char name[_MAX_PATH];
+    std::snprintf(name, sizeof name, "%s", outputName);
+    BakeShadowMap(MapMesh, name, &stats);
+}
+
 // The frames of an animated bake go to numbered files: "texture.dat" gives texture0.dat, ...
 static bool BakeFrames(char* outputName, const char* mapPath) {
     size_t length = std::strlen(outputName);
@@ -107,7 +115,7 @@ static bool BakeFrames(char* outputName, const char* mapPath) {
         std::snprintf(name, sizeof name, "%s%d.dat", outputName, f);
         MapMesh->SetAnimationFrame(float(f), 1);
         BakeStatistics stats;
-        BakeShadowMap(MapMesh, name, &stats);
+        BakeInto(name, stats);
         if (stats.cancelled || !stats.filesWritten) {
             if (!stats.cancelled) ReportUnwritten(mapPath, name);
             all = false;
@@ -134,7 +142,7 @@ BakeRunResult RunBakeMaps(char* mapPath) {
             EnterMapDirectory(mapPath);
             if (ShadowSettings.FrameCount == 0) {
                 BakeStatistics stats;
-                BakeShadowMap(MapMesh, outputName, &stats);
+                BakeInto(outputName, stats);
                 good = stats.filesWritten && !stats.cancelled;
                 if (!good && !stats.cancelled) ReportUnwritten(mapPath, outputName);
                 if (good && MapBaked) MapBaked(mapPath, outputName, stats);

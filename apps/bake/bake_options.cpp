@@ -21,7 +21,8 @@ const char* BakeUsage() {
            "                       its folders are relative to it (default: ./resource.cfg)\n"
            "  --texture-size N     side of the shadow map in texels, a power of two from 64\n"
            "                       to 8192 (default 2048)\n"
-           "  --threads N          worker threads (default: every core)\n"
+           "  --threads N          worker threads (default: every core; the exact core that\n"
+           "                       runs today uses one)\n"
            "  --png FILE           greyscale preview of the map's part of the shadow map,\n"
            "                       light white\n"
            "  --png-beside         a preview beside each shadow map, named NAME.png\n"
@@ -67,6 +68,9 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
             return !into.empty();
         };
         std::string number;
+        bool flag = arg == "--help" || arg == "-h" || arg == "--version" || arg == "--stats" ||
+                    arg == "--quiet" || arg == "-q" || arg == "--png-beside";
+        if (flag && hasValue) return fail(arg + " takes no value");
         if (arg == "--help" || arg == "-h") return BakeCommand::Help;
         if (arg == "--version") return BakeCommand::Version;
         if (arg == "--stats") {
@@ -104,8 +108,7 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
         }
     }
     if (options.map.empty() && options.batch.empty()) return fail("no map given");
-    if (!options.map.empty() && !options.batch.empty())
-        return fail("a map or --batch, not both");
+    if (!options.map.empty() && !options.batch.empty()) return fail("a map or --batch, not both");
     if (!options.batch.empty() && options.out != "texture.dat")
         return fail("--out takes one map; a batch names each job's output");
     if (!options.batch.empty() && !options.png.empty())

@@ -4,15 +4,15 @@
 #include <string>
 
 struct BakeOptions {
-    std::string map;                   // a map directory holding test.vbf, or a .vbf/.vaf file
-    std::string script;                // a path, or the name of a script in the LIT folder
-    std::string out = "texture.dat";   // the shadow map's name, relative to the map's folder
-    std::string batch;                 // a .BAT list instead of a map
-    std::string config;                // resource.cfg; default: the current directory's
-    std::string png;                   // a preview of the map's part of the shadow map
-    int textureSize = 0;               // 0: the default, 2048
-    int threads = 0;                   // 0: every core
-    bool pngBeside = false;            // a preview beside each shadow map, named NAME.png
+    std::string map;                  // a map directory holding test.vbf, or a .vbf/.vaf file
+    std::string script;               // a path, or the name of a script in the LIT folder
+    std::string out = "texture.dat";  // the shadow map's name, relative to the map's folder
+    std::string batch;                // a .BAT list instead of a map
+    std::string config;               // resource.cfg; default: the current directory's
+    std::string png;                  // a preview of the map's part of the shadow map
+    int textureSize = 0;              // 0: the default, 2048
+    int threads = 0;                  // 0: every core
+    bool pngBeside = false;           // a preview beside each shadow map, named NAME.png
     bool stats = false;
     bool quiet = false;
 };

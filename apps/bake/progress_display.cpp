@@ -50,8 +50,8 @@ void ShowProgress(int percent) {
     for (int i = 0; i < width; ++i) bar[i] = i < filled ? '#' : '.';
     bar[width] = '\0';
     double left = done > 0.0 ? seconds * (1.0 - done) / done : 0.0;
-    std::fprintf(stderr, "\r[%s] %3d%%  %6.2f M samples/s  %5.0f s left ", bar, percent,
-                 rate / 1e6, left);
+    std::fprintf(stderr, "\r[%s] %3d%%  %6.2f M samples/s  %5.0f s left ", bar, percent, rate / 1e6,
+                 left);
     std::fflush(stderr);
     BarShown = true;
 }

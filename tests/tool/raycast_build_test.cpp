@@ -7,34 +7,11 @@
 
 #include "base/diagnostics.h"
 #include "engine/mesh/mesh.h"
+#include "tests/support/hand_mesh.h"
 #include "tool/mesh_builder.h"
 
 namespace {
 
-struct Face {
-    uint32_t a, b, c;
-};
-
-// A mesh with exactly these vertices and faces, in this order.
-CMesh* HandMesh(CEntity* parent, const std::vector<MeshVertex>& vertices,
-                const std::vector<Face>& faces) {
-    CMesh* mesh = new CMesh(parent);
-    mesh->AllocVertices(int32_t(vertices.size()));
-    for (size_t i = 0; i < vertices.size(); ++i) mesh->vertices[i] = vertices[i];
-    mesh->AllocFaces(uint32_t(faces.size()), 0);
-    for (size_t i = 0; i < faces.size(); ++i) {
-        MeshFace face = {};
-        face.vertex[0] = faces[i].a;
-        face.vertex[1] = faces[i].b;
-        face.vertex[2] = faces[i].c;
-        mesh->faces[0][i] = face;
-    }
-    return mesh;
-}
-
-MeshVertex At(float x, float y, float z) {
-    return {{x, y, z}, {0.0f, 1.0f, 0.0f}};
-}
 
 RayTriangle Build(Vector corners[3]) {
     RayTriangle triangle = {};

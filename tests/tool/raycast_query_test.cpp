@@ -7,32 +7,11 @@
 #include <vector>
 
 #include "engine/mesh/mesh.h"
+#include "tests/support/hand_mesh.h"
 #include "tool/mesh_builder.h"
 
 namespace {
 
-struct Face {
-    uint32_t a, b, c;
-};
-
-CMesh* HandMesh(const std::vector<MeshVertex>& vertices, const std::vector<Face>& faces) {
-    CMesh* mesh = new CMesh(nullptr);
-    mesh->AllocVertices(int32_t(vertices.size()));
-    for (size_t i = 0; i < vertices.size(); ++i) mesh->vertices[i] = vertices[i];
-    mesh->AllocFaces(uint32_t(faces.size()), 0);
-    for (size_t i = 0; i < faces.size(); ++i) {
-        MeshFace face = {};
-        face.vertex[0] = faces[i].a;
-        face.vertex[1] = faces[i].b;
-        face.vertex[2] = faces[i].c;
-        mesh->faces[0][i] = face;
-    }
-    return mesh;
-}
-
-MeshVertex At(float x, float y, float z, Vector normal = {0, 1, 0}) {
-    return {{x, y, z}, normal};
-}
 
 // A square at height y over [x0, x1] x [z0, z1], its visible side up (or down), every vertex with
 // the given normal.
@@ -96,7 +75,7 @@ TEST_F(RayQueryTest, EmptyTableHitsNothingAndKeepsTheGround) {
 }
 
 TEST_F(RayQueryTest, GroundIsFoundFromAboveOnlyOnItsVisibleSide) {
-    Add(HandMesh({At(1, 0, 0), At(0, 0, 0), At(0, 0, 1)}, {{0, 1, 2}}));
+    Add(HandMesh(nullptr, {At(1, 0, 0), At(0, 0, 0), At(0, 0, 1)}, {{0, 1, 2}}));
     ASSERT_FALSE(Down(0.25f, 0.25f, 10, -10));
     EXPECT_EQ(RayGround.Position.x, 0.25f);
     EXPECT_EQ(RayGround.Position.y, 0.0f);
@@ -106,13 +85,13 @@ TEST_F(RayQueryTest, GroundIsFoundFromAboveOnlyOnItsVisibleSide) {
     FreeAll();
 
     RayGround = {{7, 7, 7}, {0, 0, 1}};
-    Add(HandMesh({At(0, 0, 0), At(1, 0, 0), At(0, 0, 1)}, {{0, 1, 2}}));
+    Add(HandMesh(nullptr, {At(0, 0, 0), At(1, 0, 0), At(0, 0, 1)}, {{0, 1, 2}}));
     EXPECT_TRUE(Down(0.25f, 0.25f, 10, -10));
     EXPECT_EQ(RayGround.Position.y, 7.0f);
     FreeAll();
 
     // A wall in the plane x = 0.5, either winding, met in its plane from above and from within.
-    Add(HandMesh({At(0.5f, 0, 0), At(0.5f, 1, 0), At(0.5f, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
+    Add(HandMesh(nullptr, {At(0.5f, 0, 0), At(0.5f, 1, 0), At(0.5f, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
     EXPECT_TRUE(Down(0.5f, 0.25f, 10, -10));
     EXPECT_TRUE(Down(0.5f, 0.25f, 0.5f, -10));
 }
@@ -141,7 +120,7 @@ TEST_F(RayQueryTest, UpperFloorWinsWhateverTheListOrder) {
 
 TEST_F(RayQueryTest, EqualDistanceKeepsTheEarlierRecordThenTheEarlierTriangle) {
     auto coincident = [](Vector n) {
-        return HandMesh({At(4, 1, 0, n), At(0, 1, 0, n), At(0, 1, 4, n)}, {{0, 1, 2}});
+        return HandMesh(nullptr, {At(4, 1, 0, n), At(0, 1, 0, n), At(0, 1, 4, n)}, {{0, 1, 2}});
     };
     CMesh* a = Own(coincident({1, 0, 0}));
     CMesh* b = Own(coincident({0, 0, 1}));
@@ -161,13 +140,13 @@ TEST_F(RayQueryTest, EqualDistanceKeepsTheEarlierRecordThenTheEarlierTriangle) {
     std::vector<MeshVertex> vertices = {At(4, 1, 0, {1, 0, 0}), At(0, 1, 0, {1, 0, 0}),
                                         At(0, 1, 4, {1, 0, 0}), At(4, 1, 0, {0, 0, 1}),
                                         At(0, 1, 0, {0, 0, 1}), At(0, 1, 4, {0, 0, 1})};
-    Add(HandMesh(vertices, {{0, 1, 2}, {3, 4, 5}}));
-    Add(HandMesh(vertices, {{3, 4, 5}, {0, 1, 2}}));
+    Add(HandMesh(nullptr, vertices, {{0, 1, 2}, {3, 4, 5}}));
+    Add(HandMesh(nullptr, vertices, {{3, 4, 5}, {0, 1, 2}}));
     // Both records overlap; the second stands first and wins.
     ASSERT_FALSE(Down(1, 1));
     ExpectNormal({0, 0, 1}, 0, "face 3 4 5 first");
     FreeAll();
-    Add(HandMesh(vertices, {{0, 1, 2}, {3, 4, 5}}));
+    Add(HandMesh(nullptr, vertices, {{0, 1, 2}, {3, 4, 5}}));
     ASSERT_FALSE(Down(1, 1));
     ExpectNormal({1, 0, 0}, 0, "face 0 1 2 first");
 }
@@ -200,7 +179,7 @@ TEST_F(RayQueryTest, GroundNormalBlendsTheVertexNormals) {
                                     {{200, 0, 0}, {220, 0, 80}, {300, 0, -10}}};
     for (int t = 0; t < 2; ++t) {
         const Vector* c = triangles[t];
-        RayMesh* record = Add(HandMesh({{c[0], n0}, {c[1], n1}, {c[2], n2}}, {{0, 1, 2}}));
+        RayMesh* record = Add(HandMesh(nullptr, {{c[0], n0}, {c[1], n1}, {c[2], n2}}, {{0, 1, 2}}));
         ASSERT_NE(record, nullptr);
         const RayTriangle& triangle = record->Triangles[0];
         ASSERT_EQ(triangle.Axes, 8);
@@ -406,7 +385,7 @@ TEST_F(RayQueryTest, LastBlockerNeverAnswersWhereTheWalkWouldNotTestIt) {
 }
 
 TEST_F(RayQueryTest, ZeroAreaTriangleIsNeverHit) {
-    RayMesh* record = Add(HandMesh({At(0, 0, 0), At(2, 0, 0), At(4, 0, 0), At(-2, -1, -3)},
+    RayMesh* record = Add(HandMesh(nullptr, {At(0, 0, 0), At(2, 0, 0), At(4, 0, 0), At(-2, -1, -3)},
                                    {{0, 1, 2}, {2, 1, 0}, {3, 3, 3}}));
     ASSERT_NE(record, nullptr);
     for (uint32_t i = 0; i < record->TriangleCount; ++i)
@@ -423,7 +402,7 @@ TEST_F(RayQueryTest, ZeroAreaTriangleIsNeverHit) {
 TEST_F(RayQueryTest, ZeroDirectionIsAlwaysFree) {
     Add(Box({-1, -1, -1}, {1, 1, 1}));
     // Normals with every component of one sign make the den test meet -0 rather than +0.
-    Add(HandMesh({At(1, 0, 0), At(0, 1, 0), At(0, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
+    Add(HandMesh(nullptr, {At(1, 0, 0), At(0, 1, 0), At(0, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
     EXPECT_FALSE(Light(0.25f, 0.25f, 0.25f, {0, 1, 0}));
     const float zero = 0.0f, negativeZero = -0.0f;
     for (float origin : {0.25f, -0.25f, 0.3f}) {
@@ -439,8 +418,8 @@ TEST_F(RayQueryTest, CullFacingSkipsTrianglesThatFaceTheLight) {
     RayMesh* ceiling = Add(Floor(10, 20, 30, -10, 0, {0, 1, 0}, false));
     // A steep face whose normal is (0.95, -0.32, 0): with a light of the smallest float the dot
     // product is too small for a float, but still negative.
-    RayMesh* steep = Add(HandMesh({At(0, 0, 0), At(0, 0, 1), At(1, 3, 0)}, {{0, 1, 2}}));
-    RayMesh* wall = Add(HandMesh({At(5, 0, 0), At(5, 1, 0), At(5, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
+    RayMesh* steep = Add(HandMesh(nullptr, {At(0, 0, 0), At(0, 0, 1), At(1, 3, 0)}, {{0, 1, 2}}));
+    RayMesh* wall = Add(HandMesh(nullptr, {At(5, 0, 0), At(5, 1, 0), At(5, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
     ASSERT_LT(ground->Triangles[0].Normal.y, 0.0f);
     ASSERT_GT(ceiling->Triangles[0].Normal.y, 0.0f);
     ASSERT_LT(steep->Triangles[0].Normal.y, -0.3f);
@@ -470,7 +449,7 @@ TEST_F(RayQueryTest, MeshesBeyond32768VerticesKeepTheirIndices) {
     };
     place(65537, 0, {1, 0, 0});
     place(40000, 50, {0, 1, 0});
-    RayMesh* record = Add(HandMesh(vertices, {{65537, 65538, 65539}, {40000, 40001, 40002}}));
+    RayMesh* record = Add(HandMesh(nullptr, vertices, {{65537, 65538, 65539}, {40000, 40001, 40002}}));
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(record->Triangles[0].Vertex[0], 65537u);
     EXPECT_EQ(record->Triangles[1].Vertex[2], 40002u);

@@ -1,0 +1,166 @@
+// Set-up of the tests that drive whole bake runs: a start directory of their own, map files
+// written as VBF with chosen user data, settings that bake in a moment, and every global the run
+// touches put back afterwards. Header only: the test program takes only *_test.cpp files.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/diagnostics.h"
+#include "base/resmanager.h"
+#include "engine/mesh/mesh.h"
+#include "engine/texture/texture.h"
+#include "platform/crt/paths.h"
+#include "tests/support/bake_fixture.h"
+#include "tests/support/temp_dir.h"
+#include "tool/app_state.h"
+#include "tool/bake_run.h"
+#include "tool/batch_file.h"
+#include "tool/map_chunks.h"
+#include "tool/message_log.h"
+#include "tool/progress.h"
+#include "tool/shadow_settings.h"
+
+struct RecordedError {
+    uint32_t code;
+    std::string text;
+};
+
+// Errors are recorded and the handler returns, so a run that raises one goes on as the tool's
+// own handlers let it.
+inline std::vector<RecordedError> RecordedErrors;
+inline void RecordError(uint32_t code, const char* text) {
+    RecordedErrors.push_back({code, text ? text : ""});
+}
+
+// What the run hands to its callback behind each pass, and where it stood then.
+inline std::vector<std::string> BakedNames;
+inline std::vector<std::filesystem::path> BakedIn;
+inline void RecordBaked(const char*, const char* outputName, const BakeStatistics&) {
+    BakedNames.push_back(outputName);
+    BakedIn.push_back(std::filesystem::current_path());
+}
+
+inline std::vector<uint8_t> Chunks(int32_t cellsX, int32_t cellsY) {
+    return MakeMapChunks(cellsX, cellsY);
+}
+
+class BakeRunFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ShadowSettings = DefaultShadowSettings();
+        ShadowSettings.TextureSize = 256;  // one texel per 32-unit cell
+        ShadowSettings.Light = {0.0f, 1.0f, 0.0f};
+        QuitRequested = 0;
+        ClearCancel();
+        SetProgressHooks(nullptr);
+        MessageLogClear();
+        RecordedErrors.clear();
+        BakedNames.clear();
+        BakedIn.clear();
+        previousHandler = CorvaneSetErrorHandler(RecordError);
+        std::snprintf(StartDirectory, sizeof StartDirectory, "%s", dir.Path().c_str());
+    }
+
+    void TearDown() override {
+        CorvaneSetErrorHandler(previousHandler);
+        RecordedErrors.clear();
+        SetProgressHooks(nullptr);
+        ClearCancel();
+        FreeJobList();
+        BatchMode = 0;
+        delete Resources;
+        Resources = nullptr;
+        SetBakeOutputName(nullptr);
+        SetMapBakedCallback(nullptr);
+        if (ShadowTexture) FreeTexture(ShadowTexture);
+        ShadowTexture = nullptr;
+        MessageLogClear();
+        ShadowSettings = DefaultShadowSettings();
+        StartDirectory[0] = '\0';
+        _chdir(dir.Path().c_str());  // the temporary directory then takes the test back
+    }
+
+    // Writes a map file at path (relative to the start directory) holding what geometry adds
+    // under the root (flat ground over 8 cells by default) and the given user data, none if
+    // empty.
+    void WriteMap(const std::string& path, const std::vector<uint8_t>& userData,
+                  const std::function<void(CMesh*)>& geometry = nullptr) {
+        std::filesystem::path file = dir.File(path);
+        std::filesystem::create_directories(file.parent_path());
+        CMesh root(nullptr);
+        if (geometry) {
+            geometry(&root);
+        } else {
+            FlatGround(&root, 256.0f);
+        }
+        bool saved = root.SaveVBF(file.c_str(), userData.empty() ? nullptr : userData.data(),
+                                  uint32_t(userData.size()));
+        ASSERT_TRUE(saved) << path;
+    }
+
+    // BakeMap on a copy of path in a 260-byte buffer. Whatever became of the map, the run ends
+    // in the start directory with its scene and maps gone.
+    BakeRunResult Run(const std::string& path, uint8_t showViewer = 0) {
+        char buffer[_MAX_PATH];
+        std::snprintf(buffer, sizeof buffer, "%s", path.c_str());
+        BakeRunResult result = BakeMap(buffer, showViewer);
+        ranMapPath = buffer;
+        EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::current_path(), StartDirectory));
+        EXPECT_EQ(Scene, nullptr);
+        EXPECT_EQ(SceneRoot, nullptr);
+        EXPECT_EQ(MapMesh, nullptr);
+        EXPECT_EQ(ViewerMesh, nullptr);
+        EXPECT_EQ(ShadowTexture, nullptr);
+        return result;
+    }
+
+    std::string Read(const std::string& path) const { return ReadWholeFile(dir.File(path)); }
+    bool Exists(const std::string& path) const { return std::filesystem::exists(dir.File(path)); }
+
+    // The names in a folder under the start directory, sorted.
+    std::vector<std::string> Listing(const std::string& folder) const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(dir.File(folder)))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    // A byte of a single bake's file at TextureSize 256.
+    static int Byte(const std::string& file, int row, int column) {
+        size_t at = size_t(row) * 256 + size_t(column);
+        return at < file.size() ? uint8_t(file[at]) : -1;
+    }
+
+    static bool Logged(const std::string& line) {
+        for (int i = 0; i < MessageLogCount(); ++i)
+            if (line == MessageLogLine(i)) return true;
+        return false;
+    }
+
+    // A refusal line for the map, whatever its reason.
+    static bool RefusalLogged(const std::string& mapPath) {
+        std::string head = "***** MAP REFUSED " + mapPath + ": ";
+        for (int i = 0; i < MessageLogCount(); ++i) {
+            std::string line = MessageLogLine(i);
+            if (line.size() > head.size() + 6 && line.compare(0, head.size(), head) == 0 &&
+                line.compare(line.size() - 6, 6, " *****") == 0)
+                return true;
+        }
+        return false;
+    }
+
+    std::string ranMapPath;  // the map path buffer as BakeMap left it
+    TempDir dir;
+
+private:
+    CorvaneErrorHandler previousHandler = nullptr;
+};
