@@ -194,6 +194,13 @@ TEST_F(BakeFailures, BatchesWithoutJobsOrWithABadJob) {
     EXPECT_EQ(FileSize("n/good.dat"), 64 * 64);
     EXPECT_LT(run.output.find("gone/test.vbf"), run.output.find("MAP: n/test.vbf"));
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+
+    // A job whose map has no map extension reports an error, and the batch goes on.
+    WriteWholeFile("typo.bat", "n/test.vbf fine.dat plain.ssf\nn/test.xyz odd.dat plain.ssf\n");
+    run = RunBake({"--batch", "typo.bat", "--texture-size", "64"});
+    EXPECT_EQ(run.status, 1) << run.output;
+    EXPECT_TRUE(Contains(run.output, "Invalid file extension on n/test.xyz")) << run.output;
+    EXPECT_EQ(FileSize("n/fine.dat"), 64 * 64);
 }
 
 TEST_F(BakeFailures, QuietRunsStillSayWhatFailed) {
