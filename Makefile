@@ -15,11 +15,11 @@ configure: deps
 build: configure
 	@cmake --build --preset $(PRESET) -j $(JOBS)
 
-# Bakes the bundled sample map with its noon script; prints where the results are.
+# Bakes the bundled sample map with its morning script; prints where the results are.
 demo:
 	@$(MAKE) --no-print-directory build PRESET=release
 	@build/release/apps/tenebrix-bake data/sample --config data/sample/resource.cfg \
-	    --script noon --png build/demo/sample.png --stats
+	    --script morning --png build/demo/sample.png --stats
 
 test: build
 	@ctest --preset $(PRESET) -j $(JOBS)
