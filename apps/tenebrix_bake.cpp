@@ -248,9 +248,7 @@ int Run() {
 
     if (!EnterStartDirectory()) return ExitFailed;
     if (Options.textureSize) ShadowSettings.TextureSize = Options.textureSize;
-    if (Options.threads > 1 && !Options.quiet)
-        std::fprintf(stderr, "%s: note: the exact ray core runs on one thread; --threads %d is "
-                     "kept for the threaded core\n", Program, Options.threads);
+    SetBakeThreads(Options.threads);
     if (!script.empty()) {
         fs::path file;
         if (!ResolveScript(script, file) || !ReadScript(file)) return ExitFailed;

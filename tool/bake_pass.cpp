@@ -15,6 +15,7 @@
 #include "tool/progress.h"
 #include "tool/raycast.h"
 #include "tool/rebuild_normals.h"
+#include "tool/sample_grid.h"
 #include "tool/shadow_map_file.h"
 #include "tool/shadow_quantise.h"
 #include "tool/shadow_settings.h"
@@ -23,9 +24,10 @@ namespace {
 
 constexpr double WorldSpan = 8192.0;  // the shadow map covers 8192 x 8192 world units
 constexpr int32_t MaxMapCells = 256;  // 256 cells of 32 units fill the span
-constexpr int ProgressRowStep = 32;
 
 using Clock = std::chrono::steady_clock;
+
+int BakeThreads = 0;
 
 double SecondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
@@ -70,7 +72,12 @@ void PrepareShadowTexture(int32_t size) {
     std::memset(ShadowTexture->pixels, 0, size_t(size) * size_t(size) * 4);
 }
 
-void ReportProgress(int row, int rows, int& lastPercent) {
+struct ProgressState {
+    int lastPercent;
+};
+
+void ReportProgress(int row, int rows, void* context) {
+    int& lastPercent = static_cast<ProgressState*>(context)->lastPercent;
     int percent = int(int64_t(row) * 100 / rows);
     if (percent != lastPercent) {
         lastPercent = percent;
@@ -81,27 +88,9 @@ void ReportProgress(int row, int rows, int& lastPercent) {
     DebugOutput("%d of %d\n", row, rows);
 }
 
-// One sample: ground under (x, z), then the light from just above it along the smooth normal.
-// A sample over no ground adds nothing, so no sample depends on the one before it.
-void Sample(float x, float z, uint32_t& texel, BakeStatistics& stats) {
-    const Vector& light = ShadowSettings.Light;
-    if (RayCastDown(x, 10000.0f, z, x, -20000.0f, z)) return;
-    ++stats.groundHits;
-    Vector n = RayGround.Normal;
-    float h = RayGround.Position.y;
-    float ox = float(x + n.x * 0.01);
-    float oy = float(h + n.y * 0.01);
-    float oz = float(z + n.z * 0.01);
-    ++stats.lightRays;
-    if (!RayCastToLight(ox, oy, oz, light.x, light.y, light.z)) return;
-    ++stats.litSamples;
-    double s = double(n.z) * light.z + double(n.y) * light.y + double(n.x) * light.x;
-    if (!(s > 0.0)) s = 0.0;
-    if (s > 1.0) s = 1.0;
-    texel += uint32_t(s * 255.0);
-}
-
 }  // namespace
+
+void SetBakeThreads(int threads) { BakeThreads = threads < 0 ? 0 : threads; }
 
 void BakeShadowMap(CMesh* mesh, char* outputName, BakeStatistics* statistics) {
     BakeStatistics stats = {};
@@ -133,20 +122,13 @@ void BakeShadowMap(CMesh* mesh, char* outputName, BakeStatistics* statistics) {
     const int rows = int(int64_t(cellsY) * oversample * size / MaxMapCells);
 
     phase = Clock::now();
-    int lastPercent = -1;
-    for (int row = 0; row < rows; ++row) {
-        if (row % ProgressRowStep == 0) ReportProgress(row, rows, lastPercent);
-        if (CancelRequested()) {
-            stats.cancelled = true;
-            break;
-        }
-        float z = float(-(row * step));
-        uint32_t* texelRow = sums + size_t(row / oversample) * size_t(size);
-        for (int col = 0; col < columns; ++col) {
-            float x = float(col * step);  // at the low corner of the grid cell, no half step
-            Sample(x, z, texelRow[col / oversample], stats);
-        }
-    }
+    SampleGrid grid = {rows, columns, oversample, step, settings.Light, sums, size};
+    SampleCounts counts = {};
+    ProgressState progress = {-1};
+    stats.cancelled = !SampleMap(grid, BakeThreads, ReportProgress, &progress, counts);
+    stats.groundHits = counts.groundHits;
+    stats.lightRays = counts.lightRays;
+    stats.litSamples = counts.litSamples;
     stats.samples = stats.groundRays = uint64_t(rows) * uint64_t(columns);
     stats.sampleSeconds = SecondsSince(phase);
     if (stats.cancelled) {

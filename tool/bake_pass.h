@@ -21,6 +21,10 @@ struct BakeStatistics {
     bool cancelled;         // stopped between rows by a cancel request; nothing written
 };
 
+// Worker threads of the passes that follow; 0 (the default) is one per core, 1 samples on the
+// calling thread. The result is the same for any number.
+void SetBakeThreads(int threads);
+
 // mesh: the root of the map's tree, geometry in world coordinates. outputName: relative to the
 // current directory, in a writable buffer of 260 bytes (the height file's name is made in it).
 // Works on ShadowSettings, ShadowTexture and Scene; leaves ShadowTexture finished for the viewer.

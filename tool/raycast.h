@@ -60,6 +60,14 @@ struct RayGroundState {
 extern RayTableState RayTable;
 extern RayGroundState RayGround;
 
+// What a query carries from one ray to the next. The process-wide RayGround and the table's last
+// blocker are the state of the plain queries below; each worker thread of a bake has its own.
+struct RayQueryState {
+    RayGroundState* ground;
+    RayTriangle* lastBlocker;
+    RayMesh* lastBlockerMesh;
+};
+
 void RayTableBegin();             // clears the list without freeing it
 void RayTableAddTree(CMesh* mesh);  // the mesh, then each child in list order
 RayMesh* RayTableAddMesh(CMesh* mesh);  // null for a mesh without faces
@@ -79,3 +87,9 @@ bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz);
 bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz);
 // RayGround.Normal := the unnormalised normal at (a, b) of the triangle, from the mesh's vertices.
 void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b);
+
+// The two queries on a worker's own state; the table is only read.
+bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx, float ty,
+                   float tz);
+bool RayCastToLightIn(RayQueryState& state, float ox, float oy, float oz, float dx, float dy,
+                      float dz);

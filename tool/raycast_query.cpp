@@ -4,7 +4,8 @@
 
 using namespace raytests;
 
-bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
+bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx, float ty,
+                   float tz) {
     Vector direction;
     Vector origin = {ox, oy, oz};
     Vector target = {tx, ty, tz};
@@ -27,34 +28,50 @@ bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
     }
     if (!found) return true;
 
-    RayGround.Position.x = float(ox + best * direction.x);
-    RayGround.Position.y = float(oy + best * direction.y);
-    RayGround.Position.z = float(oz + best * direction.z);
-    RayHitNormal(foundRecord->Mesh, found, foundHit.a, foundHit.b);
-    VectorNormalize(RayGround.Normal);
+    RayGroundState& ground = *state.ground;
+    ground.Position.x = float(ox + best * direction.x);
+    ground.Position.y = float(oy + best * direction.y);
+    ground.Position.z = float(oz + best * direction.z);
+    InterpolatedNormal(foundRecord->Mesh->vertices, *found, foundHit.a, foundHit.b, ground.Normal);
+    VectorNormalize(ground.Normal);
     return false;
 }
 
-void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b) {
-    InterpolatedNormal(mesh->vertices, *triangle, a, b, RayGround.Normal);
-}
-
-bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz) {
+bool RayCastToLightIn(RayQueryState& state, float ox, float oy, float oz, float dx, float dy,
+                      float dz) {
     const float o[3] = {ox, oy, oz};
     const float d[3] = {dx, dy, dz};
-    if (RayTable.LastBlocker && CylinderMayBlock(*RayTable.LastBlockerMesh, o, d) &&
-        HitsTowardsLight(*RayTable.LastBlocker, o, d))
+    if (state.lastBlocker && CylinderMayBlock(*state.lastBlockerMesh, o, d) &&
+        HitsTowardsLight(*state.lastBlocker, o, d))
         return false;
     for (RayMesh* record = RayTable.First; record; record = record->Next) {
         if (!CylinderMayBlock(*record, o, d)) continue;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             RayTriangle& triangle = record->Triangles[i];
             if (triangle.Skip == 0 && HitsTowardsLight(triangle, o, d)) {
-                RayTable.LastBlocker = &triangle;
-                RayTable.LastBlockerMesh = record;
+                state.lastBlocker = &triangle;
+                state.lastBlockerMesh = record;
                 return false;
             }
         }
     }
     return true;
+}
+
+// The plain queries work on the process-wide state.
+bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
+    RayQueryState state = {&RayGround, RayTable.LastBlocker, RayTable.LastBlockerMesh};
+    return RayCastDownIn(state, ox, oy, oz, tx, ty, tz);
+}
+
+bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz) {
+    RayQueryState state = {&RayGround, RayTable.LastBlocker, RayTable.LastBlockerMesh};
+    bool free = RayCastToLightIn(state, ox, oy, oz, dx, dy, dz);
+    RayTable.LastBlocker = state.lastBlocker;
+    RayTable.LastBlockerMesh = state.lastBlockerMesh;
+    return free;
+}
+
+void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b) {
+    InterpolatedNormal(mesh->vertices, *triangle, a, b, RayGround.Normal);
 }

@@ -7,6 +7,7 @@
 #include "engine/texture/texture.h"
 #include "platform/debug/debug_output.h"
 #include "tests/support/bake_fixture.h"
+#include "tests/support/random_map.h"
 #include "tool/app_state.h"
 #include "tool/mesh_builder.h"
 #include "tool/progress.h"
@@ -213,4 +214,23 @@ TEST_F(BakePass, MapLargerThanTheTextureIsCutToIt) {
     EXPECT_EQ(file.size(), 256u * 256u);
     EXPECT_EQ(stats.samples, 0u);
     delete ground;
+}
+
+TEST_F(BakePass, SameBytesForAnyNumberOfThreads) {
+    for (uint32_t seed : {3u, 11u, 29u}) {
+        CMesh* map = BuildRandomMap(seed, 8);
+        ShadowSettings.TextureSize = 1024;  // 32 x 32 texels over the map at oversample 2
+        ShadowSettings.Oversample = 2;
+        ShadowSettings.Light = {0.6f, 0.4f, -0.3f};
+        std::string reference;
+        for (int threads : {1, 2, 3, 4}) {
+            SetBakeThreads(threads);
+            std::string file = Bake(map);
+            ASSERT_EQ(file.size(), 1024u * 1024u);
+            if (threads == 1) reference = file;
+            EXPECT_TRUE(file == reference) << "seed " << seed << ", " << threads << " threads";
+        }
+        SetBakeThreads(0);
+        delete map;
+    }
 }
