@@ -66,12 +66,19 @@ void ReportError(uint32_t code, const char* text) {
     ++ReportedErrors;
 }
 
+std::string CurrentMap;  // the map being baked, for messages that don't name it
+
+// A box that a fatal report shows ends the program right after; say which map it met.
 int PrintBox(const char* text, const char* caption, unsigned) {
-    std::fprintf(stderr, "%s: %s: %s\n", Program, caption, text);
+    std::string message = text;
+    while (!message.empty() && message.back() == '\n') message.pop_back();
+    if (!CurrentMap.empty()) message += " (map " + CurrentMap + ")";
+    std::fprintf(stderr, "%s: %s: %s\n", Program, caption, message.c_str());
     return IDOK;
 }
 
 void PrintLogLine(const char* text) {
+    if (std::strncmp(text, "MAP: ", 5) == 0) CurrentMap = text + 5;
     // Failure lines stand out with asterisks; a quiet run keeps only those.
     if (Options.quiet && std::strncmp(text, "*****", 5) != 0) return;
     ProgressDisplayEndPass();
@@ -274,6 +281,7 @@ int Run() {
         std::snprintf(mapPath, sizeof mapPath, "%s", path.c_str());
     }
 
+    if (batch.empty()) CurrentMap = mapPath;
     BakeRunResult result = BakeMap(mapPath, 0);
     ProgressDisplayEndPass();
     if (CancelRequested()) {

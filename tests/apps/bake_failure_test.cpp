@@ -135,6 +135,11 @@ TEST_F(BakeFailures, DamagedMapsAreRefusedByName) {
     ExpectFailure({"unended", "--texture-size", "64"}, {"MAP REFUSED", "unended/test.vbf"});
     EXPECT_FALSE(fs::exists("cut/texture.dat") || fs::exists("bare/texture.dat") ||
                  fs::exists("unended/texture.dat"));
+
+    // A header of an unknown kind is fatal to the reader: a clean exit naming the map, no core.
+    fs::create_directories("kind");
+    WriteWholeFile("kind/test.vbf", std::string("\x02\0\0\0\0\0\0\0", 8));
+    ExpectFailure({"kind", "--texture-size", "64"}, {"invalid header", "kind/test.vbf"});
 }
 
 TEST_F(BakeFailures, ScriptsThatAreNotScripts) {
