@@ -2,7 +2,7 @@
 PRESET ?= release
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build demo test test-asan bench fuzz format clean
+.PHONY: all deps configure build demo test test-asan test-tracked bench fuzz format clean
 
 all: build
 
@@ -26,6 +26,9 @@ test: build
 
 test-asan:
 	@$(MAKE) --no-print-directory test PRESET=asan
+
+test-tracked:
+	@$(MAKE) --no-print-directory test PRESET=tracked
 
 bench:
 	@$(MAKE) --no-print-directory build PRESET=release

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/file.h"
 #include "base/memory.h"
 #include "platform/crt/version.h"
 #include "platform/debug/debug_output.h"
@@ -234,6 +235,7 @@ void CorvaneInit() {
 }
 
 void CorvaneClose() {
+    FileCloseReport();  // files left open are reported and closed first
     ListFree(IncludeList);
     ListFree(ExcludeList);
     MemoryClose();

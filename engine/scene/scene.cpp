@@ -43,7 +43,7 @@ CScene::CScene()
 
 CScene::~CScene() {
     for (int layer = 0; layer < SceneLayerCount; ++layer) {
-        DELETE(layerRoot[layer]);
+        if (layerRoot[layer]) DELETE(layerRoot[layer]);
         layerRoot[layer] = nullptr;
         while (DecalSetNode* node = layerDecals[layer]) {
             layerDecals[layer] = node->next;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/diagnostics.h"
+#include "base/memory.h"
 #include "engine/scene/entity.h"
 
 namespace {
@@ -217,11 +218,11 @@ TEST(Scene, LayerRootsAreStoredAndDeletedWithTheScene) {
     {
         CScene scene;
         replaced = scene.layerRoot[0];
-        CEntity* root = new CEntity(nullptr);
-        new CEntity(root);
-        new CEntity(new CEntity(root));
+        CEntity* root = NEW CEntity(nullptr);  // the scene releases its roots with DELETE
+        NEW CEntity(root);
+        NEW CEntity(NEW CEntity(root));
         scene.SetLayerRoot(0, root);
-        scene.SetLayerRoot(7, new CEntity(nullptr));
+        scene.SetLayerRoot(7, NEW CEntity(nullptr));
         EXPECT_EQ(scene.layerRoot[0], root);
         scene.SetLayerNear(4, 1.5f);
         EXPECT_EQ(scene.GetLayerNear(4), 1.5f);

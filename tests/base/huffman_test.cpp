@@ -1,0 +1,254 @@
+#include "base/compression/huffman.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "base/compression/method.h"
+#include "base/diagnostics.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Counts warnings while it lives and keeps the last.
+class Warnings {
+public:
+    Warnings() {
+        active = this;
+        old = CorvaneSetWarningHandler([](const char* t) {
+            ++active->count;
+            active->last = t;
+        });
+    }
+    ~Warnings() {
+        CorvaneSetWarningHandler(old);
+        active = nullptr;
+    }
+    Warnings(const Warnings&) = delete;
+    Warnings& operator=(const Warnings&) = delete;
+
+    int count = 0;
+    std::string last;
+
+private:
+    static inline Warnings* active = nullptr;
+    CorvaneTextHandler old;
+};
+
+std::string SourceRoot() {
+    const std::string here = __FILE__;
+    return here.substr(0, here.size() - std::strlen("tests/base/huffman_test.cpp"));
+}
+
+Bytes ReadSample(const std::string& relative) {
+    std::ifstream in(SourceRoot() + relative, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+uint32_t Load32(const uint8_t* p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+
+uint16_t TreeValue(const Bytes& stored, uint32_t index) {
+    return uint16_t(stored[8 + 2 * index] | stored[9 + 2 * index] << 8);
+}
+
+// Compresses with the capacity a library gives (twice the size plus 5000).
+Bytes Compress(const Bytes& input) {
+    Bytes stored(input.size() * 2 + 5000);
+    const uint32_t length = HuffmanCompress(input.data(), stored.data(), uint32_t(input.size()),
+                                            uint32_t(stored.size()), 9);
+    stored.resize(length);
+    return stored;
+}
+
+// Expands into a block of exactly the claimed size; the result's size is 0 when refused.
+bool Expand(const Bytes& stored, uint32_t size, Bytes* output) {
+    output->assign(size, 0xEE);
+    uint32_t sizeOut = 12345;
+    const bool good =
+        HuffmanExpand(stored.data(), output->data(), &sizeOut, uint32_t(stored.size()), size);
+    EXPECT_EQ(sizeOut, good ? size : 0u);
+    return good;
+}
+
+void ExpectRoundTrip(const Bytes& input, const std::string& what) {
+    const Bytes stored = Compress(input);
+    ASSERT_GE(stored.size(), HuffmanHeaderSize) << what;
+    EXPECT_LE(stored.size(), input.size() + 2060) << what;
+    EXPECT_EQ(Load32(stored.data()), input.size()) << what;
+    Bytes output;
+    ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output)) << what;
+    EXPECT_TRUE(output == input) << what;
+}
+
+Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
+    std::mt19937 generator(seed);
+    // Skewed, so codes of many lengths occur.
+    std::geometric_distribution<uint32_t> pick(1.0 / values);
+    Bytes bytes(size);
+    for (uint8_t& b : bytes) b = uint8_t(pick(generator) % values);
+    return bytes;
+}
+
+TEST(Huffman, RandomAndRealDataComeBackByteForByte) {
+    for (uint32_t seed : {1u, 2u, 3u}) {
+        for (uint32_t size : {0u, 1u, 2u, 3u, 255u, 4096u, 65537u, 1u << 20}) {
+            for (uint32_t values : {2u, 17u, 256u}) {
+                ExpectRoundTrip(Random(size, seed, values),
+                                "seed " + std::to_string(seed) + " size " + std::to_string(size) +
+                                    " values " + std::to_string(values));
+            }
+        }
+    }
+    // Uniform bytes: every value, codes of 7 to 9 bits.
+    std::mt19937 generator(7);
+    Bytes uniform(100000);
+    for (uint8_t& b : uniform) b = uint8_t(generator());
+    ExpectRoundTrip(uniform, "uniform");
+
+    for (const char* sample :
+         {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
+        const Bytes input = ReadSample(sample);
+        ASSERT_GT(input.size(), 1000u) << sample;
+        ExpectRoundTrip(input, sample);
+    }
+    const Bytes text = ReadSample("README.md");
+    EXPECT_LT(Compress(text).size(), text.size());
+}
+
+TEST(Huffman, ASingleValueStoresItAsTheRoot) {
+    for (uint32_t size : {1u, 5u, 100000u}) {
+        const Bytes input(size, 'q');
+        const Bytes stored = Compress(input);
+        ASSERT_EQ(stored.size(), 2060u);
+        EXPECT_EQ(Load32(stored.data() + 4), uint32_t('q'));
+        for (uint32_t i = 0; i < HuffmanTreeValues; ++i) ASSERT_EQ(TreeValue(stored, i), 0);
+        Bytes output;
+        ASSERT_TRUE(Expand(stored, size, &output));
+        EXPECT_TRUE(output == input);
+    }
+    // Nothing at all: a header with no stream.
+    const Bytes empty = Compress({});
+    EXPECT_EQ(empty.size(), 2056u);
+    Bytes output;
+    EXPECT_TRUE(Expand(empty, 0, &output));
+}
+
+TEST(Huffman, TreeAndBitsAreLaidOutExactly) {
+    // Two values: root 256, the rarer (or, at equal counts, the lower) value takes bit 0.
+    const Bytes twoValues = {'b', 'a', 'b', 'b'};
+    Bytes stored = Compress(twoValues);
+    ASSERT_EQ(stored.size(), 2060u);
+    EXPECT_EQ(Load32(stored.data() + 4), 256u);
+    EXPECT_EQ(TreeValue(stored, 512), 'a');
+    EXPECT_EQ(TreeValue(stored, 513), 'b');
+    EXPECT_EQ(Load32(stored.data() + 2056), 0b1101u);
+    for (uint32_t i = 0; i < 512; ++i) ASSERT_EQ(TreeValue(stored, i), 0) << i;
+
+    stored = Compress({'y', 'x', 'y', 'x'});
+    EXPECT_EQ(TreeValue(stored, 512), 'x');
+    EXPECT_EQ(Load32(stored.data() + 2056), 0b0101u);
+
+    // "aaabbc": c and b merge first (c, the smallest, on bit 0) into 256; then a and 256 tie at
+    // 3 and a's earlier place puts it on bit 0 of the root 257. Codes from the root: a 0,
+    // b 11, c 10, written from each word's lowest bit.
+    stored = Compress({'a', 'a', 'a', 'b', 'b', 'c'});
+    ASSERT_EQ(stored.size(), 2060u);
+    EXPECT_EQ(Load32(stored.data() + 4), 257u);
+    EXPECT_EQ(TreeValue(stored, 512), 'c');
+    EXPECT_EQ(TreeValue(stored, 513), 'b');
+    EXPECT_EQ(TreeValue(stored, 514), 'a');
+    EXPECT_EQ(TreeValue(stored, 515), 256);
+    EXPECT_EQ(Load32(stored.data() + 2056), 0b011111000u);
+
+    // 32 one-bit codes fill exactly one word: no second word is written or needed.
+    Bytes exact(32, 'm');
+    exact[5] = exact[9] = 'n';
+    stored = Compress(exact);
+    EXPECT_EQ(stored.size(), 2060u);
+    Bytes output;
+    ASSERT_TRUE(Expand(stored, 32, &output));
+    EXPECT_TRUE(output == exact);
+    exact.push_back('m');
+    EXPECT_EQ(Compress(exact).size(), 2064u);
+}
+
+TEST(Huffman, InputsOfTenMillionBytesAndMoreStillCompress) {
+    // A weight of ten million takes part in the merges like any other.
+    Bytes input(10000005, 'a');
+    for (uint32_t i = 0; i < 5; ++i) input[i * 1000003] = uint8_t('b' + i);
+    ExpectRoundTrip(input, "ten million");
+}
+
+TEST(Huffman, TooLittleRoomIsRefused) {
+    Warnings warnings;
+    const Bytes input = Random(1000, 4, 256);
+    Bytes stored(2100);
+    EXPECT_EQ(HuffmanCompress(input.data(), stored.data(), 1000, 2100, 0), 0u);
+    EXPECT_EQ(HuffmanCompress(input.data(), stored.data(), 1000, 100, 0), 0u);
+    const Bytes same(10, 'z');
+    EXPECT_EQ(HuffmanCompress(same.data(), stored.data(), 10, 2059, 0), 0u);
+    EXPECT_EQ(HuffmanCompress(same.data(), stored.data(), 10, 2060, 0), 2060u);
+    EXPECT_EQ(warnings.count, 3);
+}
+
+TEST(Huffman, DamagedEntriesAreRefusedWithAWarning) {
+    const Bytes input = Random(5000, 5, 40);
+    const Bytes stored = Compress(input);
+    Bytes output;
+    Warnings warnings;
+
+    // A claimed size that is not the stored one, either way.
+    EXPECT_FALSE(Expand(stored, 4999, &output));
+    EXPECT_FALSE(Expand(stored, 5001, &output));
+    // Shorter than the header; a stream cut anywhere.
+    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 2055), 5000, &output));
+    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.end() - 4), 5000, &output));
+    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 2056), 5000, &output));
+    // A root or a tree value beyond the node table.
+    Bytes bad = stored;
+    bad[4] = 0x00, bad[5] = 0x02;  // 512
+    EXPECT_FALSE(Expand(bad, 5000, &output));
+    bad = stored;
+    bad[8 + 2 * 600 + 1] = 0x02;
+    EXPECT_FALSE(Expand(bad, 5000, &output));
+    EXPECT_EQ(warnings.count, 7);
+    EXPECT_EQ(warnings.last, "Huffman entry's tree holds 512, which is no node");
+
+    // A node that leads to itself eats the stream and stops at its end.
+    bad = stored;
+    const uint32_t root = Load32(stored.data() + 4);
+    bad[8 + 4 * root] = uint8_t(root), bad[9 + 4 * root] = uint8_t(root >> 8);
+    bad[10 + 4 * root] = uint8_t(root), bad[11 + 4 * root] = uint8_t(root >> 8);
+    EXPECT_FALSE(Expand(bad, 5000, &output));
+    EXPECT_EQ(warnings.last, "Huffman entry's bit stream ends after 0 of 5000 bytes");
+
+    // Flipped bits give wrong output or a refusal, and never a write past the output.
+    std::mt19937 generator(11);
+    for (int trial = 0; trial < 200; ++trial) {
+        bad = stored;
+        for (int flip = 0; flip < 4; ++flip) {
+            const uint32_t at = 4 + generator() % uint32_t(bad.size() - 4);
+            bad[at] ^= uint8_t(1u << (generator() % 8));
+        }
+        Expand(bad, 5000, &output);
+    }
+}
+
+TEST(Huffman, MethodTableSelectsByNumber) {
+    EXPECT_EQ(CompressMethods[CompressionRaw], nullptr);
+    EXPECT_EQ(ExpandMethods[CompressionRaw], nullptr);
+    EXPECT_EQ(CompressMethods[CompressionHuffman], &HuffmanCompress);
+    EXPECT_EQ(ExpandMethods[CompressionHuffman], &HuffmanExpand);
+    EXPECT_EQ(CompressMethods[CompressionZlib], &ZlibCompress);
+    EXPECT_EQ(ExpandMethods[CompressionZlib], &ZlibExpand);
+}
+
+}  // namespace

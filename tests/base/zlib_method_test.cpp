@@ -1,0 +1,175 @@
+#include "base/compression/zlib_method.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "base/diagnostics.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Counts warnings while it lives and keeps the last.
+class Warnings {
+public:
+    Warnings() {
+        active = this;
+        old = CorvaneSetWarningHandler([](const char* t) {
+            ++active->count;
+            active->last = t;
+        });
+    }
+    ~Warnings() {
+        CorvaneSetWarningHandler(old);
+        active = nullptr;
+    }
+    Warnings(const Warnings&) = delete;
+    Warnings& operator=(const Warnings&) = delete;
+
+    int count = 0;
+    std::string last;
+
+private:
+    static inline Warnings* active = nullptr;
+    CorvaneTextHandler old;
+};
+
+std::string SourceRoot() {
+    const std::string here = __FILE__;
+    return here.substr(0, here.size() - std::strlen("tests/base/zlib_method_test.cpp"));
+}
+
+Bytes ReadSample(const std::string& relative) {
+    std::ifstream in(SourceRoot() + relative, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+Bytes Compress(const Bytes& input, int32_t level) {
+    Bytes stored(input.size() * 2 + 5000);
+    const uint32_t length = ZlibCompress(input.data(), stored.data(), uint32_t(input.size()),
+                                         uint32_t(stored.size()), level);
+    stored.resize(length);
+    return stored;
+}
+
+// Expands into a block of exactly the claimed size.
+bool Expand(const Bytes& stored, uint32_t size, Bytes* output) {
+    output->assign(size, 0xEE);
+    uint32_t sizeOut = 12345;
+    const bool good =
+        ZlibExpand(stored.data(), output->data(), &sizeOut, uint32_t(stored.size()), size);
+    EXPECT_EQ(sizeOut, good ? size : 0u);
+    return good;
+}
+
+Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
+    std::mt19937 generator(seed);
+    Bytes bytes(size);
+    for (uint8_t& b : bytes) b = uint8_t(generator() % values);
+    return bytes;
+}
+
+TEST(ZlibMethod, RandomAndRealDataComeBackAtEveryLevel) {
+    std::vector<std::pair<std::string, Bytes>> inputs;
+    for (uint32_t seed : {1u, 2u}) {
+        for (uint32_t size : {0u, 1u, 2u, 1000u, 65536u, 1u << 20}) {
+            for (uint32_t values : {3u, 256u}) {
+                inputs.push_back({"random " + std::to_string(seed) + "/" + std::to_string(size) +
+                                      "/" + std::to_string(values),
+                                  Random(size, seed, values)});
+            }
+        }
+    }
+    for (const char* sample :
+         {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
+        inputs.push_back({sample, ReadSample(sample)});
+        ASSERT_GT(inputs.back().second.size(), 1000u) << sample;
+    }
+    for (const auto& [what, input] : inputs) {
+        for (int32_t level : {-1, 0, 1, 9}) {
+            const Bytes stored = Compress(input, level);
+            ASSERT_GT(stored.size(), ZlibPrefixSize) << what << " level " << level;
+            // The prefix is the size, little-endian; behind it a plain zlib stream.
+            EXPECT_EQ(uint32_t(stored[0] | stored[1] << 8 | stored[2] << 16 | stored[3] << 24),
+                      input.size());
+            Bytes plain(input.size() + 1);
+            uLongf plainLength = plain.size();
+            ASSERT_EQ(uncompress(plain.data(), &plainLength, stored.data() + 4, stored.size() - 4),
+                      Z_OK);
+            EXPECT_EQ(plainLength, input.size());
+
+            Bytes output;
+            ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output)) << what;
+            EXPECT_TRUE(output == input) << what << " level " << level;
+        }
+    }
+}
+
+TEST(ZlibMethod, PrefixCountsInTheStoredSizeAndIsNotRead) {
+    const Bytes input = ReadSample("README.md");
+    Bytes stored = Compress(input, 6);
+    Bytes output;
+    Warnings warnings;
+    // Without its last four bytes the stream is cut.
+    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.end() - 4), uint32_t(input.size()), &output));
+    EXPECT_EQ(warnings.count, 1);
+    // The entry's own size counts, not the prefix.
+    stored[0] ^= 0x55;
+    stored[3] = 0x7F;
+    ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output));
+    EXPECT_TRUE(output == input);
+}
+
+TEST(ZlibMethod, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
+    const Bytes input = Random(20000, 9, 7);
+    const Bytes stored = Compress(input, 9);
+    Bytes output;
+    Warnings warnings;
+    EXPECT_FALSE(Expand(stored, 19999, &output));  // the stream gives more than claimed
+    EXPECT_FALSE(Expand(stored, 20001, &output));  // fewer
+    EXPECT_FALSE(Expand(stored, 0, &output));
+    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 3), 20000, &output));
+    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 4), 20000, &output));
+    for (size_t cut : {size_t(6), stored.size() / 2, stored.size() - 1}) {
+        EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + long(cut)), 20000, &output))
+            << cut;
+    }
+    EXPECT_EQ(warnings.count, 8);
+    const std::string said =
+        "Zlib entry of " + std::to_string(stored.size() - 1) + " bytes does not expand to 20000";
+    EXPECT_EQ(warnings.last.rfind(said, 0), 0u) << warnings.last;
+
+    // The checksum catches flipped bits in the stream.
+    std::mt19937 generator(3);
+    for (int trial = 0; trial < 100; ++trial) {
+        Bytes bad = stored;
+        const uint32_t at = 4 + generator() % uint32_t(bad.size() - 4);
+        bad[at] ^= uint8_t(1u << (generator() % 8));
+        EXPECT_FALSE(Expand(bad, 20000, &output)) << at;
+    }
+
+    // An empty entry is a stream too.
+    const Bytes empty = Compress({}, 6);
+    EXPECT_TRUE(Expand(empty, 0, &output));
+    EXPECT_FALSE(Expand(empty, 1, &output));
+}
+
+TEST(ZlibMethod, CompressRefusesTooLittleRoomOrAnUnknownLevel) {
+    Warnings warnings;
+    const Bytes input = Random(5000, 1, 256);
+    Bytes stored(20000);
+    EXPECT_EQ(ZlibCompress(input.data(), stored.data(), 5000, 3, 6), 0u);
+    EXPECT_EQ(ZlibCompress(input.data(), stored.data(), 5000, 1000, 6), 0u);
+    EXPECT_EQ(ZlibCompress(input.data(), stored.data(), 5000, 20000, 10), 0u);
+    EXPECT_EQ(warnings.count, 3);
+    EXPECT_GT(ZlibCompress(input.data(), stored.data(), 5000, 20000, 6), 5000u);
+}
+
+}  // namespace

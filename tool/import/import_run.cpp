@@ -1,0 +1,119 @@
+#include "tool/import/import_run.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+#include "engine/mesh/mesh.h"
+#include "tool/import/assimp_reader.h"
+#include "tool/import/chunk_tree.h"
+#include "tool/import/input_file.h"
+#include "tool/import/map_writer.h"
+#include "tool/import/mesh_weld.h"
+#include "tool/import/texture_import.h"
+#include "tool/import/vertex_normals.h"
+#include "tool/import/winding.h"
+
+namespace {
+
+std::string Number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", value + 0.0);  // no "-0"
+    return text;
+}
+
+bool ReadHeightMap(const std::string& path, const std::string& kind,
+                   const std::vector<uint8_t>& bytes, const ImportRequest& request,
+                   ImportScene& scene, ImportLog& log) {
+    HeightGrid grid;
+    bool read = kind == "png" ? ReadHeightPng(path, bytes, grid, log)
+                              : ReadRawGrid(path, bytes, request.heightMap, grid, log);
+    if (!read) return false;
+    auto [lo, hi] = std::minmax_element(grid.values.begin(), grid.values.end());
+    log.Note(path + ": " + std::to_string(grid.width) + " x " + std::to_string(grid.height) + " " +
+             grid.what + ", values " + Number(*lo) + " .. " + Number(*hi));
+    AddHeightGrid(path, grid, request.heightMap.heightScale, scene);
+    return true;
+}
+
+bool ReadInput(const std::string& path, const ImportRequest& request, ImportScene& scene,
+               ImportLog& log) {
+    std::vector<uint8_t> bytes;
+    std::string error;
+    if (!ReadInputFile(path, bytes, error)) return log.Error(path + ": " + error);
+    std::string kind = LowerExtension(path), name = path;
+    if (kind == "gz") {
+        std::vector<uint8_t> packed = std::move(bytes);
+        if (!InflateGzip(packed, bytes, error)) return log.Error(path + ": " + error);
+        name = path.substr(0, path.size() - 3);
+        kind = LowerExtension(name);
+    }
+    if (IsHeightMapPath(name)) {
+        if (kind != "png") kind = "raw";
+        return ReadHeightMap(path, kind, bytes, request, scene, log);
+    }
+    if (name != path) return ReadModelMemory(path, bytes, kind, scene, log);
+    return ReadModelFile(path, scene, log);
+}
+
+// Winding and normals, mesh by mesh, once the axes are the map's.
+void PrepareMeshes(ImportScene& scene, ImportLog& log) {
+    for (ImportMesh& mesh : scene.meshes) {
+        std::vector<uint32_t> weld = WeldPositions(mesh.positions);
+        bool hadNormals = mesh.normals.size() == mesh.positions.size();
+        if (!mesh.mapFrame) {
+            std::string fixed = DescribeWinding(FixWinding(mesh, weld));
+            if (!fixed.empty()) log.Warning(mesh.name + ": " + fixed);
+        }
+        if (!hadNormals && !mesh.mapFrame)
+            log.Note(mesh.name + ": no normals in the source; smooth normals made");
+        CompleteNormals(mesh, weld);
+    }
+}
+
+}  // namespace
+
+bool RunImport(const ImportRequest& request, ImportLog& log, ImportSummary& summary) {
+    summary = ImportSummary();
+    ImportScene scene;
+    if (request.inputs.empty()) return log.Error("no input");
+    for (const std::string& input : request.inputs)
+        if (!ReadInput(input, request, scene, log)) return false;
+
+    if (request.textures) LoadMaterialTextures(scene, log);
+    ConvertAxes(scene, request.placement.up);
+    PrepareMeshes(scene, log);
+    if (!PlaceInMap(scene, request.placement, summary.placement, log)) {
+        FreeSceneTextures(scene);
+        return false;
+    }
+    if (request.placement.ground) AddGroundPlane(scene, summary.placement, request.chunkSize);
+
+    ChunkTreeStats stats;
+    CMesh* root = BuildChunkTree(scene, request.chunkSize, stats);
+    summary.meshes = stats.meshes;
+    summary.triangles = stats.triangles;
+    summary.degenerate = stats.degenerate;
+    if (stats.degenerate)
+        log.Note(std::to_string(stats.degenerate) + " degenerate faces (no area) dropped");
+    summary.mapPath = (std::filesystem::path(request.mapFolder) / "test.vbf").string();
+    if (stats.triangles == 0) {
+        log.Error("no faces with an area are left to write");
+    } else {
+        summary.written = WriteMapFolder(request.mapFolder, root, summary.placement.cellsX,
+                                         summary.placement.cellsY, SceneTextures(scene), log);
+    }
+    delete root;
+    FreeSceneTextures(scene);
+    return summary.written;
+}
+
+std::string FormatSummary(const ImportSummary& s) {
+    const Placement& p = s.placement;
+    return s.mapPath + ": " + std::to_string(s.meshes) + " meshes, " + std::to_string(s.triangles) +
+           " triangles, extent " + Number(p.max.x - p.min.x) + " x " + Number(p.max.y - p.min.y) +
+           " x " + Number(p.max.z - p.min.z) + " (x " + Number(p.min.x) + " .. " + Number(p.max.x) +
+           ", y " + Number(p.min.y) + " .. " + Number(p.max.y) + ", z " + Number(p.min.z) + " .. " +
+           Number(p.max.z) + "), " + std::to_string(p.cellsX) + " x " + std::to_string(p.cellsY) +
+           " cells";
+}
