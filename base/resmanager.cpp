@@ -2,8 +2,11 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 
+#include "base/ResLibrary.h"
 #include "base/diagnostics.h"
+#include "base/file.h"
 #include "base/memory.h"
 #include "base/services.h"
 #include "platform/crt/strings.h"
@@ -46,9 +49,7 @@ ResourceManager::~ResourceManager() {
     while (libraries) {
         LibraryRecord* record = libraries;
         CorvaneWarning("Resource [%s] left open\n", record->key);
-        // Closing and deleting record->library arrive with the library class.
-        libraries = record->next;
-        DELETE(record);
+        DestroyLibrary(&libraries);
     }
     while (resources) {
         ConfigRecord* record = resources;
@@ -101,4 +102,73 @@ const char* ResourceManager::GetResourcePath(const char* key) const {
         if (_stricmp(record->key, key) == 0) return record->value;
     CorvaneWarning("Failed to find resource %s\n", key);
     return nullptr;
+}
+
+ResourceLibrary* ResourceManager::GetLibrary(const char* key, uint32_t unused, bool cached,
+                                             bool scan) {
+    ASSERT(key);
+    if (!key) return nullptr;
+    for (LibraryRecord* record = libraries; record; record = record->next) {
+        if (std::strcmp(record->key, key) != 0) continue;
+        if (!record->library->IsOpen()) record->library->Open();
+        return record->library;
+    }
+    const ConfigRecord* config = resources;
+    while (config && std::strcmp(config->key, key) != 0) config = config->next;
+    if (!config) return nullptr;
+    ResourceLibrary* library = NEW ResourceLibrary;
+    if (!library) return nullptr;
+    LibraryRecord* record = NEW LibraryRecord{config->key, library, libraries};
+    if (!record) {
+        DELETE(library);
+        return nullptr;
+    }
+    library->Initialise(config->value, unused, cached, scan);
+    library->Open();  // a library without its volumes comes back all the same, not open
+    libraries = record;
+    return library;
+}
+
+void ResourceManager::DestroyLibrary(LibraryRecord** link) {
+    LibraryRecord* record = *link;
+    if (record->library->IsOpen()) record->library->Close();
+    DELETE(record->library);
+    *link = record->next;
+    DELETE(record);
+}
+
+void ResourceManager::CloseLibrary(const char* key) {
+    ASSERT(key);
+    if (!key) return;
+    for (LibraryRecord** link = &libraries; *link; link = &(*link)->next) {
+        if (std::strcmp((*link)->key, key) == 0) {
+            DestroyLibrary(link);
+            return;
+        }
+    }
+}
+
+void ResourceManager::CloseLibrary(ResourceLibrary* library) {
+    ASSERT(library);
+    if (!library) return;
+    for (LibraryRecord** link = &libraries; *link; link = &(*link)->next) {
+        if ((*link)->library == library) {
+            DestroyLibrary(link);
+            return;
+        }
+    }
+}
+
+File* ResourceManager::OpenFile(const char* key, const char* fileName, const char* mode,
+                                bool stream) {
+    ResourceLibrary* library = GetLibrary(key, 0, false, true);
+    if (!library) return nullptr;
+    return library->OpenFile(fileName, mode, stream);
+}
+
+void ResourceManager::CloseFile(File*& file) {
+    ASSERT(file);
+    if (!file) return;
+    DELETE(file);
+    file = nullptr;
 }
