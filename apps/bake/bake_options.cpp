@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "apps/common/argument_reader.h"
+
 const char* BakeUsage() {
     return "Usage: tenebrix-bake MAP [options]\n"
            "       tenebrix-bake --batch FILE [options]\n"
@@ -49,24 +51,11 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
         error = reason;
         return BakeCommand::UsageError;
     };
-    for (int i = 1; i < argc; ++i) {
-        std::string arg = argv[i];
-        std::string value;
-        bool hasValue = false;
-        size_t equals = arg.find('=');
-        if (arg.rfind("--", 0) == 0 && equals != std::string::npos) {
-            value = arg.substr(equals + 1);
-            arg = arg.substr(0, equals);
-            hasValue = true;
-        }
-        auto take = [&](std::string& into) {
-            if (!hasValue) {
-                if (i + 1 >= argc) return false;
-                value = argv[++i];
-            }
-            into = value;
-            return !into.empty();
-        };
+    ArgumentReader args(argc, argv);
+    while (args.Next()) {
+        const std::string arg = args.Name();
+        const bool hasValue = args.HasInlineValue();
+        auto take = [&](std::string& into) { return args.TakeValue(into); };
         std::string number;
         bool flag = arg == "--help" || arg == "-h" || arg == "--version" || arg == "--stats" ||
                     arg == "--quiet" || arg == "-q" || arg == "--png-beside";

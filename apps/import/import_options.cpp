@@ -3,6 +3,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "apps/common/argument_reader.h"
+
 const char* ImportUsage() {
     return "Usage: tenebrix-import INPUT... -o MAPDIR [options]\n"
            "\n"
@@ -81,23 +83,12 @@ ImportCommand ParseImportOptions(int argc, const char* const* argv, ImportOption
     };
     ImportRequest& request = options.request;
     bool scaled = false;
-    for (int i = 1; i < argc; ++i) {
-        std::string arg = argv[i];
+    ArgumentReader args(argc, argv);
+    while (args.Next()) {
+        const std::string arg = args.Name();
+        const bool hasValue = args.HasInlineValue();
         std::string value;
-        bool hasValue = false;
-        size_t equals = arg.find('=');
-        if (arg.rfind("--", 0) == 0 && equals != std::string::npos) {
-            value = arg.substr(equals + 1);
-            arg = arg.substr(0, equals);
-            hasValue = true;
-        }
-        auto take = [&]() {
-            if (!hasValue) {
-                if (i + 1 >= argc) return false;
-                value = argv[++i];
-            }
-            return !value.empty();
-        };
+        auto take = [&]() { return args.TakeValue(value); };
         bool flag = arg == "--help" || arg == "-h" || arg == "--version" || arg == "--ground" ||
                     arg == "--no-textures" || arg == "--quiet" || arg == "-q";
         if (flag && hasValue) return fail(arg + " takes no value");

@@ -13,37 +13,10 @@
 #include "base/diagnostics.h"
 #include "base/memory.h"
 #include "platform/debug/debug_output.h"
+#include "tests/support/report_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
-
-// Warnings and errors as "W: text" and "E<code>: text", in order; the error handler returns, so
-// misuse can be watched going on.
-class Reports {
-public:
-    Reports() {
-        active = this;
-        oldWarning = CorvaneSetWarningHandler([](const char* t) { Add("W: " + std::string(t)); });
-        oldError = CorvaneSetErrorHandler(
-            [](uint32_t code, const char* t) { Add("E" + std::to_string(code) + ": " + t); });
-    }
-    ~Reports() {
-        CorvaneSetWarningHandler(oldWarning);
-        CorvaneSetErrorHandler(oldError);
-        active = nullptr;
-    }
-    Reports(const Reports&) = delete;
-    Reports& operator=(const Reports&) = delete;
-
-    std::vector<std::string> Take() { return std::move(texts); }
-
-private:
-    static void Add(const std::string& text) { active->texts.push_back(text); }
-    static inline Reports* active = nullptr;
-    std::vector<std::string> texts;
-    CorvaneTextHandler oldWarning;
-    CorvaneErrorHandler oldError;
-};
 
 using Texts = std::vector<std::string>;
 
@@ -51,7 +24,7 @@ const char* const Digits = "0123456789ABCDEFGHIJ";
 
 TEST(FileLayer, CloseWarnsOfFilesNeverUsedAndFreesTheirNames) {
     TempDir dir;
-    Reports reports;
+    ReportCapture reports;
     const uint32_t before = FileOpenCount();
 
     DiskFile disk("unused.bin", "wb");
@@ -86,7 +59,7 @@ TEST(FileLayer, OpeningAnOpenFileIsAnAssertionAndKeepsTheFirst) {
     TempDir dir;
     WriteWholeFile("a.bin", "aaaa");
     WriteWholeFile("b.bin", "bbbb");
-    Reports reports;
+    ReportCapture reports;
     DiskFile disk("a.bin", "rb");
     EXPECT_TRUE(disk.Open("b.bin", "rb"));
     WinDiskFile win("a.bin", "rb");
@@ -140,7 +113,7 @@ TEST(FileLayer, CloseReportNamesClosesAndDeletesWhatWasLeftOpen) {
 }
 
 TEST(FileLayer, MisuseOfClosedFilesIsAnError) {
-    Reports reports;
+    ReportCapture reports;
     char buffer[8] = "x";
     DiskFile disk;
     EXPECT_EQ(disk.Read(buffer, 1), 0u);
@@ -181,7 +154,7 @@ TEST(FileLayer, MisuseOfClosedFilesIsAnError) {
 
 TEST(DiskFile, PositionsAreTheStreamsAndTheSpanIsOnlyRecorded) {
     TempDir dir;
-    Reports reports;
+    ReportCapture reports;
     DiskFile out("lines.txt", "wb");
     ASSERT_TRUE(out.IsOpen());
     EXPECT_EQ(out.WriteString("hello\r\nworld\n"), 13u);
@@ -228,7 +201,7 @@ TEST(DiskFile, PositionsAreTheStreamsAndTheSpanIsOnlyRecorded) {
 TEST(WinDiskFile, SpanCountsFromItsStartAndEndsAtItsLength) {
     TempDir dir;
     WriteWholeFile("span.bin", Digits);
-    Reports reports;
+    ReportCapture reports;
     WinDiskFile file("span.bin", "rb", 5, 10);
     ASSERT_TRUE(file.IsOpen());
     EXPECT_EQ(file.Tell(), 0);

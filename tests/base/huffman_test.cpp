@@ -11,45 +11,12 @@
 
 #include "base/compression/method.h"
 #include "base/diagnostics.h"
+#include "tests/support/report_capture.h"
+#include "tests/support/source_files.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-// Counts warnings while it lives and keeps the last.
-class Warnings {
-public:
-    Warnings() {
-        active = this;
-        old = CorvaneSetWarningHandler([](const char* t) {
-            ++active->count;
-            active->last = t;
-        });
-    }
-    ~Warnings() {
-        CorvaneSetWarningHandler(old);
-        active = nullptr;
-    }
-    Warnings(const Warnings&) = delete;
-    Warnings& operator=(const Warnings&) = delete;
-
-    int count = 0;
-    std::string last;
-
-private:
-    static inline Warnings* active = nullptr;
-    CorvaneTextHandler old;
-};
-
-std::string SourceRoot() {
-    const std::string here = __FILE__;
-    return here.substr(0, here.size() - std::strlen("tests/base/huffman_test.cpp"));
-}
-
-Bytes ReadSample(const std::string& relative) {
-    std::ifstream in(SourceRoot() + relative, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 uint32_t Load32(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
@@ -115,11 +82,11 @@ TEST(Huffman, RandomAndRealDataComeBackByteForByte) {
 
     for (const char* sample :
          {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
-        const Bytes input = ReadSample(sample);
+        const Bytes input = ReadSourceFile(sample);
         ASSERT_GT(input.size(), 1000u) << sample;
         ExpectRoundTrip(input, sample);
     }
-    const Bytes text = ReadSample("README.md");
+    const Bytes text = ReadSourceFile("README.md");
     EXPECT_LT(Compress(text).size(), text.size());
 }
 
@@ -188,7 +155,7 @@ TEST(Huffman, InputsOfTenMillionBytesAndMoreStillCompress) {
 }
 
 TEST(Huffman, TooLittleRoomIsRefused) {
-    Warnings warnings;
+    ReportCapture warnings;
     const Bytes input = Random(1000, 4, 256);
     Bytes stored(2100);
     EXPECT_EQ(HuffmanCompress(input.data(), stored.data(), 1000, 2100, 0), 0u);
@@ -196,14 +163,14 @@ TEST(Huffman, TooLittleRoomIsRefused) {
     const Bytes same(10, 'z');
     EXPECT_EQ(HuffmanCompress(same.data(), stored.data(), 10, 2059, 0), 0u);
     EXPECT_EQ(HuffmanCompress(same.data(), stored.data(), 10, 2060, 0), 2060u);
-    EXPECT_EQ(warnings.count, 3);
+    EXPECT_EQ(warnings.warnings, 3);
 }
 
 TEST(Huffman, DamagedEntriesAreRefusedWithAWarning) {
     const Bytes input = Random(5000, 5, 40);
     const Bytes stored = Compress(input);
     Bytes output;
-    Warnings warnings;
+    ReportCapture warnings;
 
     // A claimed size that is not the stored one, either way.
     EXPECT_FALSE(Expand(stored, 4999, &output));
@@ -219,8 +186,8 @@ TEST(Huffman, DamagedEntriesAreRefusedWithAWarning) {
     bad = stored;
     bad[8 + 2 * 600 + 1] = 0x02;
     EXPECT_FALSE(Expand(bad, 5000, &output));
-    EXPECT_EQ(warnings.count, 7);
-    EXPECT_EQ(warnings.last, "Huffman entry's tree holds 512, which is no node");
+    EXPECT_EQ(warnings.warnings, 7);
+    EXPECT_EQ(warnings.lastWarning, "Huffman entry's tree holds 512, which is no node");
 
     // A node that leads to itself eats the stream and stops at its end.
     bad = stored;
@@ -228,7 +195,7 @@ TEST(Huffman, DamagedEntriesAreRefusedWithAWarning) {
     bad[8 + 4 * root] = uint8_t(root), bad[9 + 4 * root] = uint8_t(root >> 8);
     bad[10 + 4 * root] = uint8_t(root), bad[11 + 4 * root] = uint8_t(root >> 8);
     EXPECT_FALSE(Expand(bad, 5000, &output));
-    EXPECT_EQ(warnings.last, "Huffman entry's bit stream ends after 0 of 5000 bytes");
+    EXPECT_EQ(warnings.lastWarning, "Huffman entry's bit stream ends after 0 of 5000 bytes");
 
     // Flipped bits give wrong output or a refusal, and never a write past the output.
     std::mt19937 generator(11);

@@ -9,35 +9,9 @@
 #include "base/diagnostics.h"
 #include "base/memory.h"
 #include "platform/debug/debug_output.h"
+#include "tests/support/report_capture.h"
 
 namespace {
-
-// Warnings and errors as "W: text" and "E<code>: text"; the error handler returns.
-class Reports {
-public:
-    Reports() {
-        active = this;
-        oldWarning = CorvaneSetWarningHandler([](const char* t) { Add("W: " + std::string(t)); });
-        oldError = CorvaneSetErrorHandler(
-            [](uint32_t code, const char* t) { Add("E" + std::to_string(code) + ": " + t); });
-    }
-    ~Reports() {
-        CorvaneSetWarningHandler(oldWarning);
-        CorvaneSetErrorHandler(oldError);
-        active = nullptr;
-    }
-    Reports(const Reports&) = delete;
-    Reports& operator=(const Reports&) = delete;
-
-    std::vector<std::string> Take() { return std::move(texts); }
-
-private:
-    static void Add(const std::string& text) { active->texts.push_back(text); }
-    static inline Reports* active = nullptr;
-    std::vector<std::string> texts;
-    CorvaneTextHandler oldWarning;
-    CorvaneErrorHandler oldError;
-};
 
 using Texts = std::vector<std::string>;
 
@@ -49,7 +23,7 @@ char* Block(const std::string& bytes) {
 }
 
 TEST(MemoryFile, SeeksCountFromTheEndAndPastTheSizeGiveMinusOne) {
-    Reports reports;
+    ReportCapture reports;
     const std::string text = "0123456789ABCDEFGHIJ";
     MemoryFile file("digits", "rb", Block(text), 20, true);
     ASSERT_TRUE(file.IsOpen());
@@ -128,7 +102,7 @@ TEST(MemoryFile, LinesEndAtLineFeedsZerosOrTheBuffer) {
 }
 
 TEST(MemoryFile, ClosingFreesOnlyOwnedDataAndLeavesAClosedFile) {
-    Reports reports;
+    ReportCapture reports;
     const uint32_t before = FileOpenCount();
     const std::string text = "borrowed bytes";
     MemoryFile borrowed("borrowed", "rb", text.data(), uint32_t(text.size()), false);
@@ -162,7 +136,7 @@ TEST(MemoryFile, ClosingFreesOnlyOwnedDataAndLeavesAClosedFile) {
 }
 
 TEST(MemoryFile, SizeZeroLeavesItClosedAndUnregistered) {
-    Reports reports;
+    ReportCapture reports;
     const uint32_t before = FileOpenCount();
     MemoryFile empty;
     EXPECT_FALSE(empty.Open("empty", "rb", Block(""), 0, true));  // the block is freed

@@ -11,45 +11,12 @@
 #include <vector>
 
 #include "base/diagnostics.h"
+#include "tests/support/report_capture.h"
+#include "tests/support/source_files.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-// Counts warnings while it lives and keeps the last.
-class Warnings {
-public:
-    Warnings() {
-        active = this;
-        old = CorvaneSetWarningHandler([](const char* t) {
-            ++active->count;
-            active->last = t;
-        });
-    }
-    ~Warnings() {
-        CorvaneSetWarningHandler(old);
-        active = nullptr;
-    }
-    Warnings(const Warnings&) = delete;
-    Warnings& operator=(const Warnings&) = delete;
-
-    int count = 0;
-    std::string last;
-
-private:
-    static inline Warnings* active = nullptr;
-    CorvaneTextHandler old;
-};
-
-std::string SourceRoot() {
-    const std::string here = __FILE__;
-    return here.substr(0, here.size() - std::strlen("tests/base/zlib_method_test.cpp"));
-}
-
-Bytes ReadSample(const std::string& relative) {
-    std::ifstream in(SourceRoot() + relative, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 Bytes Compress(const Bytes& input, int32_t level) {
     Bytes stored(input.size() * 2 + 5000);
@@ -89,7 +56,7 @@ TEST(ZlibMethod, RandomAndRealDataComeBackAtEveryLevel) {
     }
     for (const char* sample :
          {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
-        inputs.push_back({sample, ReadSample(sample)});
+        inputs.push_back({sample, ReadSourceFile(sample)});
         ASSERT_GT(inputs.back().second.size(), 1000u) << sample;
     }
     for (const auto& [what, input] : inputs) {
@@ -113,13 +80,13 @@ TEST(ZlibMethod, RandomAndRealDataComeBackAtEveryLevel) {
 }
 
 TEST(ZlibMethod, PrefixCountsInTheStoredSizeAndIsNotRead) {
-    const Bytes input = ReadSample("README.md");
+    const Bytes input = ReadSourceFile("README.md");
     Bytes stored = Compress(input, 6);
     Bytes output;
-    Warnings warnings;
+    ReportCapture warnings;
     // Without its last four bytes the stream is cut.
     EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.end() - 4), uint32_t(input.size()), &output));
-    EXPECT_EQ(warnings.count, 1);
+    EXPECT_EQ(warnings.warnings, 1);
     // The entry's own size counts, not the prefix.
     stored[0] ^= 0x55;
     stored[3] = 0x7F;
@@ -131,7 +98,7 @@ TEST(ZlibMethod, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
     const Bytes input = Random(20000, 9, 7);
     const Bytes stored = Compress(input, 9);
     Bytes output;
-    Warnings warnings;
+    ReportCapture warnings;
     EXPECT_FALSE(Expand(stored, 19999, &output));  // the stream gives more than claimed
     EXPECT_FALSE(Expand(stored, 20001, &output));  // fewer
     EXPECT_FALSE(Expand(stored, 0, &output));
@@ -141,10 +108,10 @@ TEST(ZlibMethod, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
         EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + long(cut)), 20000, &output))
             << cut;
     }
-    EXPECT_EQ(warnings.count, 8);
+    EXPECT_EQ(warnings.warnings, 8);
     const std::string said =
         "Zlib entry of " + std::to_string(stored.size() - 1) + " bytes does not expand to 20000";
-    EXPECT_EQ(warnings.last.rfind(said, 0), 0u) << warnings.last;
+    EXPECT_EQ(warnings.lastWarning.rfind(said, 0), 0u) << warnings.lastWarning;
 
     // The checksum catches flipped bits in the stream.
     std::mt19937 generator(3);
@@ -162,13 +129,13 @@ TEST(ZlibMethod, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
 }
 
 TEST(ZlibMethod, CompressRefusesTooLittleRoomOrAnUnknownLevel) {
-    Warnings warnings;
+    ReportCapture warnings;
     const Bytes input = Random(5000, 1, 256);
     Bytes stored(20000);
     EXPECT_EQ(ZlibCompress(input.data(), stored.data(), 5000, 3, 6), 0u);
     EXPECT_EQ(ZlibCompress(input.data(), stored.data(), 5000, 1000, 6), 0u);
     EXPECT_EQ(ZlibCompress(input.data(), stored.data(), 5000, 20000, 10), 0u);
-    EXPECT_EQ(warnings.count, 3);
+    EXPECT_EQ(warnings.warnings, 3);
     EXPECT_GT(ZlibCompress(input.data(), stored.data(), 5000, 20000, 6), 5000u);
 }
 
