@@ -77,7 +77,7 @@ void ResourceLibrary::DeInitialise() {
     Close();
     for (auto& entry : table) FreeResourceRecord(entry.second);
     table.clear();
-    FREE(root);
+    if (root) FREE(root);
     root = nullptr;
     nextVolume = 1;
 }
@@ -131,7 +131,7 @@ bool ResourceLibrary::LoadHeader(uint32_t volume) {
                            "on are left out\n",
                            path, damageAt);
     }
-    FREE(bytes);
+    if (bytes) FREE(bytes);
     CloseData(&file);
     return true;
 }
@@ -243,7 +243,7 @@ bool ResourceLibrary::Close() {
     if (isOpen && useCount == 0)
         CorvaneWarning("ResourceLibrary %s Has not been used since it was opened", root);
     for (uint32_t i = 0; i < ResourceVolumeLimit; ++i) {
-        FREE(images[i]);
+        if (images[i]) FREE(images[i]);
         images[i] = nullptr;
         CloseData(&dataFiles[i]);
         dataSizes[i] = 0;

@@ -22,7 +22,7 @@ bool Unregister(const File* file) {
         if ((*link)->file != file) continue;
         RegistryNode* node = *link;
         *link = node->next;
-        FREE(node);
+        if (node) FREE(node);
         return true;
     }
     return false;
@@ -41,7 +41,7 @@ File::~File() {
     ASSERT(!name && !mode);  // a form's destructor did not close
     // Behind a handler that returns, the registry must not keep a pointer to a dead object.
     Unregister(this);
-    FREE(name);
+    if (name) FREE(name);
     if (mode) FREE(mode);
     name = mode = nullptr;
 }

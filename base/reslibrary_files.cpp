@@ -124,7 +124,7 @@ bool ResourceLibrary::ExtractToFile(const char* path) {
         written = std::fwrite(data, 1, size, out);
         if (std::fclose(out) != 0) written = 0;
     }
-    FREE(data);
+    if (data) FREE(data);
     return written == size;
 }
 
@@ -208,8 +208,8 @@ bool ResourceLibrary::AddFile(const char* path, uint32_t method, int32_t level) 
         }
         if (!ok) OutputDebugStringA("Could not write the library's files!\n");
     }
-    FREE(headerBytes);
-    FREE(output);
+    if (headerBytes) FREE(headerBytes);
+    if (output) FREE(output);
     if (std::fclose(header) != 0) ok = false;
     if (std::fclose(data) != 0) ok = false;
     if (!ok) {

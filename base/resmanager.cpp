@@ -54,8 +54,8 @@ ResourceManager::~ResourceManager() {
     while (resources) {
         ConfigRecord* record = resources;
         resources = record->next;
-        FREE(record->key);
-        FREE(record->value);
+        if (record->key) FREE(record->key);
+        if (record->value) FREE(record->value);
         DELETE(record);
     }
 }
@@ -85,7 +85,7 @@ void ResourceManager::AddResource(const char* key, const char* value) {
     char* valueCopy = CopyString(value);
     if (!keyCopy || !valueCopy) {
         FREE(keyCopy);
-        FREE(valueCopy);
+        if (valueCopy) FREE(valueCopy);
         return;
     }
     // Windows data names folders with "\"; callers here compose paths with "/", so the stored

@@ -41,7 +41,7 @@ void AlignedFree(void* p) {
     if (!p) return;
     void* block;
     std::memcpy(&block, static_cast<unsigned char*>(p) - sizeof(void*), sizeof(void*));
-    FREE(block);
+    if (block) FREE(block);
 }
 
 double ReadCycleCounter() {

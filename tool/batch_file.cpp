@@ -18,9 +18,9 @@ BatchJob* JobList = nullptr;
 enum { BatchWordSize = 400 };
 
 static void FreeJob(BatchJob* job) {
-    FREE(job->Map);
-    FREE(job->SaveAs);
-    FREE(job->Script);
+    if (job->Map) FREE(job->Map);
+    if (job->SaveAs) FREE(job->SaveAs);
+    if (job->Script) FREE(job->Script);
     DELETE(job);
 }
 

@@ -17,7 +17,7 @@ void LogMessage(const char* text) {
         if (LineCount < MessageLogCapacity) {
             Lines[LineCount++] = copy;
         } else {
-            FREE(Lines[0]);
+            if (Lines[0]) FREE(Lines[0]);
             std::memmove(&Lines[0], &Lines[1], sizeof(Lines[0]) * (MessageLogCapacity - 1));
             Lines[MessageLogCapacity - 1] = copy;
         }
@@ -38,7 +38,7 @@ const char* MessageLogLine(int index) {
 
 void MessageLogClear() {
     for (int i = 0; i < LineCount; ++i) {
-        FREE(Lines[i]);
+        if (Lines[i]) FREE(Lines[i]);
         Lines[i] = nullptr;
     }
     LineCount = 0;

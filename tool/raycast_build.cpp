@@ -155,7 +155,7 @@ void RayTableFree() {
     RayMesh* record = RayTable.First;
     while (record) {
         RayMesh* next = record->Next;
-        FREE(record->Triangles);
+        if (record->Triangles) FREE(record->Triangles);
         DELETE(record);
         record = next;
     }

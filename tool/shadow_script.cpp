@@ -85,7 +85,7 @@ static void LogFailedOpen(const char* path) {
     if (!text) return;
     std::snprintf(text, bytes, format, path);
     LogMessage(text);
-    FREE(text);
+    if (text) FREE(text);
 }
 
 bool ParseShadowScript(const char* path, ShadowScriptReport* report) {

@@ -89,7 +89,7 @@ CTexture* ToolLoadTexture(const char* path) {
 void ToolTextureCacheClear() {
     while (ToolTextureRecord* record = ToolTextureCache) {
         ToolTextureCache = record->next;
-        FREE(record->path);
+        if (record->path) FREE(record->path);
         DELETE(record);
     }
 }

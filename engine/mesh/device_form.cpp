@@ -8,10 +8,10 @@ void CMesh::ReleaseDeviceForm() {
         if (ownership & MeshOwnsDeviceForm) {
             // Giving the sub-allocation back to its pool comes with the vertex buffer pools; until
             // they land no mesh builds a buffer of its own.
-            FREE(indices);
-            FREE(renderVertexSource);
-            FREE(renderVertexUV[0]);
-            FREE(renderVertexUV[1]);
+            if (indices) FREE(indices);
+            if (renderVertexSource) FREE(renderVertexSource);
+            if (renderVertexUV[0]) FREE(renderVertexUV[0]);
+            if (renderVertexUV[1]) FREE(renderVertexUV[1]);
         }
     }
     vertexBuffer = nullptr;

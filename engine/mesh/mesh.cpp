@@ -49,7 +49,7 @@ CMesh::~CMesh() {
     FREE(smoothingGroups);  // never borrowed: BorrowGeometry leaves it alone
     if (!borrowed) {
         FREE(faces[0]);
-        FREE(faces[1]);
+        if (faces[1]) FREE(faces[1]);
         if (!(ownership & MeshLentVertices)) FREE(vertices);
     }
     FreeKeyAnimation(keyAnimation);
@@ -80,18 +80,18 @@ void CMesh::AllocColours(int32_t count) {
 }
 
 void CMesh::AllocSpeculars(int32_t count) {
-    FREE(speculars);
+    if (speculars) FREE(speculars);
     speculars = count > 0 ? static_cast<uint32_t*>(MALLOC(size_t(count) * 4)) : nullptr;
 }
 
 void CMesh::AllocSmoothingGroups() {
-    FREE(smoothingGroups);
+    if (smoothingGroups) FREE(smoothingGroups);
     smoothingGroups =
         faceCount[0] ? static_cast<uint32_t*>(MALLOC(size_t(faceCount[0]) * 4)) : nullptr;
 }
 
 void CMesh::FreeSmoothingGroups() {
-    FREE(smoothingGroups);
+    if (smoothingGroups) FREE(smoothingGroups);
     smoothingGroups = nullptr;
 }
 
@@ -140,7 +140,7 @@ void CMesh::ClearGeometry() {
     if (!(ownership & MeshLentColours)) FREE(colours);
     colours = nullptr;
     ownership &= ~uint32_t(MeshLentColours);
-    FREE(speculars);
+    if (speculars) FREE(speculars);
     speculars = nullptr;
 }
 

@@ -27,13 +27,13 @@ void FreeKeyAnimation(KeyAnimation* animation) {
         if (animation->form == KeyFormKeys) FREE(animation->frameCached);
         FREE(animation->frameData);
         for (uint32_t i = 0; animation->keys && i < animation->keyCount; ++i) {
-            FREE(animation->keys[i].scale);
-            FREE(animation->keys[i].rotation);
-            FREE(animation->keys[i].translation);
+            if (animation->keys[i].scale) FREE(animation->keys[i].scale);
+            if (animation->keys[i].rotation) FREE(animation->keys[i].rotation);
+            if (animation->keys[i].translation) FREE(animation->keys[i].translation);
         }
-        FREE(animation->keys);
+        if (animation->keys) FREE(animation->keys);
     }
-    FREE(animation);
+    if (animation) FREE(animation);
 }
 
 void CMesh::ReleaseVertexAnimation() {
@@ -46,11 +46,11 @@ void CMesh::ReleaseVertexAnimation() {
     if (!packed && animation->frameData) vertices = static_cast<MeshVertex*>(animation->frameData);
     if (animation->flags & VertexAnimationOwnsArrays) {
         FREE(animation->frameTable);
-        FREE(animation->keyFrames);
+        if (animation->keyFrames) FREE(animation->keyFrames);
         if (packed) FREE(animation->frameData);
         ASSERT(!animation->frameBuffers);  // per-frame device buffers: none are made yet
     }
-    FREE(animation);
+    if (animation) FREE(animation);
 }
 
 void CMesh::SetVertexAnimation(VertexAnimation* animation) {
@@ -131,7 +131,7 @@ void CMesh::CacheAnimation() {
         if (!keys->frameCached && keys->owner) {
             keys->frameCached = static_cast<uint8_t*>(MALLOC(size_t(frames)));
             std::memset(keys->frameCached, 0, size_t(frames));
-            FREE(keys->frameData);
+            if (keys->frameData) FREE(keys->frameData);
             keys->frameData = MALLOC(size_t(frames) * sizeof(Matrix));
         }
         for (uint64_t i = 0; i < frames; ++i) SetAnimationFrame(float(i), 0);

@@ -80,7 +80,7 @@ static void MakeRoom(CMesh* target, uint32_t moreVertices, uint32_t moreFaces) {
 
     void* newFaces = AllocCopy(target->faces[0], target->faceCount[0] * sizeof(MeshFace),
                                faceTotal * sizeof(MeshFace));
-    FREE(target->faces[0]);
+    if (target->faces[0]) FREE(target->faces[0]);
     target->faces[0] = static_cast<MeshFace*>(newFaces);
     target->FreeSmoothingGroups();  // they no longer match layer 0
 

@@ -52,8 +52,8 @@ void Append(T*& array, size_t& count, size_t& capacity, T value) {
 }
 
 void FreeVertexAnimationRecord(VertexAnimation* animation) {
-    FREE(animation->frameTable);
-    FREE(animation->keyFrames);
+    if (animation->frameTable) FREE(animation->frameTable);
+    if (animation->keyFrames) FREE(animation->keyFrames);
     if (animation->flags & VertexAnimationPacked) FREE(animation->frameData);
     FREE(animation);
 }
@@ -82,9 +82,9 @@ public:
     Reader(const uint8_t* image, size_t size, const char* name)
         : cursor(image, size), fileName(name) {}
     ~Reader() {
-        FREE(textures);
-        FREE(faceTextures);
-        FREE(meshes);
+        if (textures) FREE(textures);
+        if (faceTextures) FREE(faceTextures);
+        if (meshes) FREE(meshes);
     }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
@@ -551,7 +551,7 @@ bool Reader::ReadKeyRecords(CMesh* mesh, KeyAnimation* animation, uint32_t count
             animation->keys =
                 static_cast<AnimationKey*>(CvReallocCopy(animation->keys, used, used));
         } else {
-            FREE(animation->keys);
+            if (animation->keys) FREE(animation->keys);
             animation->keys = nullptr;
         }
     }
@@ -576,7 +576,7 @@ void Reader::ResolveTextures() {
             mesh->faces[0][i].texture = index == VBFNoTexture ? nullptr : loaded[index];
         }
     }
-    FREE(loaded);
+    if (loaded) FREE(loaded);
 }
 
 template <typename T>
@@ -634,11 +634,11 @@ bool LoadVBFFile(CMesh* root, const char* path, const char* tag, VBFUserData** u
     std::fclose(file);
     if (!image || got != size_t(length)) {
         VelmoraLog(tag, "Failed to read VBF: %s\n", path);
-        FREE(image);
+        if (image) FREE(image);
         return false;
     }
     bool read = VELMORALoadVBF(root, image, got, path, userData);
-    FREE(image);
+    if (image) FREE(image);
     return read;
 }
 
@@ -668,7 +668,7 @@ void InsertTranslationKey(KeyAnimation* animation, uint32_t* capacity, float tim
 void FreeVBFUserData(VBFUserData* userData) {
     if (!userData) return;
     FREE(userData->bytes);
-    FREE(userData);
+    if (userData) FREE(userData);
 }
 
 bool CMesh::LoadVBF(const char* path) {

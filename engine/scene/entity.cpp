@@ -22,7 +22,7 @@ CEntity::CEntity(CEntity* parentNode)
 }
 
 CEntity::~CEntity() {
-    FREE(name);
+    if (name) FREE(name);
     name = nullptr;
     if (parent) parent->RemoveChild(this);
     // Each child unlinks itself on deletion, so the head of the list moves on.
@@ -193,7 +193,7 @@ void CEntity::CacheAnimation() {
 
 void CEntity::SetName(const char* text) {
     char* copy = CopyString(text);  // before the free: text may be this very name
-    FREE(name);
+    if (name) FREE(name);
     name = copy;
 }
 

@@ -6,7 +6,7 @@
 #include "base/memory.h"
 
 RenderList::~RenderList() {
-    FREE(items);
+    if (items) FREE(items);
 }
 
 void RenderList::Append(CEntity* entity) {

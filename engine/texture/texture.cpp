@@ -48,11 +48,11 @@ CTexture::CTexture()
 CTexture::~CTexture() {
     if (locked) Unlock(lockDevice, 0);
     FREE(pixels);
-    FREE(name);
+    if (name) FREE(name);
 }
 
 void CTexture::SetName(const char* text) {
-    FREE(name);
+    if (name) FREE(name);
     name = CopyString(text);
 }
 

@@ -60,7 +60,7 @@ const char* NameOrUnnamed(const char* name) {
 
 // What a texture holds when its file can't be read: visible on the model, never a crash.
 void MakeTestPattern(CTexture& texture) {
-    FREE(texture.pixels);
+    if (texture.pixels) FREE(texture.pixels);
     size_t count = size_t(TestPatternSide) * TestPatternSide;
     texture.pixels = static_cast<uint8_t*>(MALLOC(count * 2));
     for (size_t i = 0; i < count; ++i) {
@@ -254,12 +254,12 @@ bool CTexture::LoadTGA(const char* path) {
     std::fclose(file);
     if (!image || got != size_t(length)) {
         VelmoraLog("CTexture::LoadTGA", "Corrupt TGA: %s\n", path);
-        FREE(image);
+        if (image) FREE(image);
         LoadFromMemory(nullptr, 0, path);
         return false;
     }
     bool read = LoadFromMemory(image, got, path);
-    FREE(image);
+    if (image) FREE(image);
     return read;
 }
 
@@ -280,7 +280,7 @@ bool CTexture::LoadFromMemory(const uint8_t* image, size_t size, const char* ima
     int32_t targetHeight = tga.height;
     TargetSize(targetWidth, targetHeight);
 
-    FREE(pixels);
+    if (pixels) FREE(pixels);
     pixels = tga.pixels;
     width = tga.width;
     height = tga.height;
@@ -486,7 +486,7 @@ bool CTexture::Resize(int32_t newWidth, int32_t newHeight, uint32_t newFormat) {
     } else {
         Enlarge(source, block, newWidth, newHeight, newFormat);
     }
-    FREE(pixels);
+    if (pixels) FREE(pixels);
     pixels = block;
     width = newWidth;
     height = newHeight;
