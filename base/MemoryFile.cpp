@@ -24,7 +24,7 @@ bool MemoryFile::Open(const char* fileName, const char* fileMode, const void* by
     size = byteCount;
     position = 0;
     if (!Register(fileName, fileMode, 0, int32_t(byteCount))) {
-        if (ownsData) FREE(const_cast<uint8_t*>(data));
+        if (ownsData && data) FREE(const_cast<uint8_t*>(data));
         data = nullptr;
         size = 0;
         ownsData = false;

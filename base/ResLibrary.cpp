@@ -346,14 +346,14 @@ uint8_t* ResourceLibrary::Extract(const char* name, uint32_t* sizeOut, uint8_t**
             if (out && !ExpandMethods[record->method](scratch, out, &produced, record->storedSize,
                                                       record->size)) {
                 CorvaneWarning("Resource %s of %s does not expand; refused\n", name, root);
-                if (!reused) FREE(out);
+                if (!reused && out) FREE(out);
                 out = nullptr;
             }
             if (out) *sizeOut = produced;
         } else {
             out = OutputBlock(record->size, buffer, capacity);
             if (out && !ReadStored(record, out)) {
-                if (!reused) FREE(out);
+                if (!reused && out) FREE(out);
                 out = nullptr;
             }
             if (out) *sizeOut = record->size;

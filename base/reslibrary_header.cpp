@@ -45,13 +45,13 @@ ResourceRecord* NewResourceRecord(const char* name, int32_t time, uint32_t metho
                                                 copy,
                                                 volume,
                                                 offset};
-    if (!record) FREE(copy);
+    if (!record && copy) FREE(copy);
     return record;
 }
 
 void FreeResourceRecord(ResourceRecord* record) {
     if (!record) return;
-    FREE(record->name);
+    if (record->name) FREE(record->name);
     DELETE(record);
 }
 

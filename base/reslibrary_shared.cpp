@@ -40,7 +40,7 @@ void ResourceLibraryCreated() {
 void ResourceLibraryDestroyed() {
     std::lock_guard<std::mutex> guard(Lock);
     if (InstanceCount > 0 && --InstanceCount == 0) {
-        FREE(Scratch);
+        if (Scratch) FREE(Scratch);
         Scratch = nullptr;
         ScratchCapacity = 0;
     }

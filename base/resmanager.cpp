@@ -84,7 +84,7 @@ void ResourceManager::AddResource(const char* key, const char* value) {
     char* keyCopy = CopyString(key);
     char* valueCopy = CopyString(value);
     if (!keyCopy || !valueCopy) {
-        FREE(keyCopy);
+        if (keyCopy) FREE(keyCopy);
         if (valueCopy) FREE(valueCopy);
         return;
     }

@@ -4,7 +4,7 @@
 // A clone that only borrowed the buffer frees its own draw groups and nothing else.
 void CMesh::ReleaseDeviceForm() {
     if (vertexBuffer) {
-        FREE(drawGroups);
+        if (drawGroups) FREE(drawGroups);
         if (ownership & MeshOwnsDeviceForm) {
             // Giving the sub-allocation back to its pool comes with the vertex buffer pools; until
             // they land no mesh builds a buffer of its own.

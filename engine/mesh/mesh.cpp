@@ -41,22 +41,22 @@ CMesh::CMesh(CEntity* parentNode)
 // The vertex animation goes before the vertices: an unpacked one hands its base array back, and
 // that array, not the frame in use, is the block to free.
 CMesh::~CMesh() {
-    if (!(ownership & MeshLentColours)) FREE(colours);
-    FREE(speculars);
+    if (!(ownership & MeshLentColours) && colours) FREE(colours);
+    if (speculars) FREE(speculars);
     ReleaseDeviceForm();
     bool borrowed = (meshFlags & MeshFlagBorrowed) != 0;
     if (!borrowed) ReleaseVertexAnimation();
-    FREE(smoothingGroups);  // never borrowed: BorrowGeometry leaves it alone
+    if (smoothingGroups) FREE(smoothingGroups);  // never borrowed: BorrowGeometry leaves it alone
     if (!borrowed) {
-        FREE(faces[0]);
+        if (faces[0]) FREE(faces[0]);
         if (faces[1]) FREE(faces[1]);
-        if (!(ownership & MeshLentVertices)) FREE(vertices);
+        if (!(ownership & MeshLentVertices) && vertices) FREE(vertices);
     }
     FreeKeyAnimation(keyAnimation);
 }
 
 void CMesh::AllocVertices(int32_t count) {
-    if (!(ownership & MeshLentVertices)) FREE(vertices);
+    if (!(ownership & MeshLentVertices) && vertices) FREE(vertices);
     ownership &= ~uint32_t(MeshLentVertices);
     vertices =
         count > 0 ? static_cast<MeshVertex*>(MALLOC(size_t(count) * sizeof(MeshVertex))) : nullptr;
@@ -66,7 +66,7 @@ void CMesh::AllocVertices(int32_t count) {
 void CMesh::AllocFaces(uint32_t count, int layer) {
     ASSERT(layer == 0 || layer == 1);  // two face layers only
     if (layer != 0 && layer != 1) return;
-    FREE(faces[layer]);
+    if (faces[layer]) FREE(faces[layer]);
     FreeSmoothingGroups();
     faces[layer] =
         count ? static_cast<MeshFace*>(MALLOC(size_t(count) * sizeof(MeshFace))) : nullptr;
@@ -74,7 +74,7 @@ void CMesh::AllocFaces(uint32_t count, int layer) {
 }
 
 void CMesh::AllocColours(int32_t count) {
-    if (!(ownership & MeshLentColours)) FREE(colours);
+    if (!(ownership & MeshLentColours) && colours) FREE(colours);
     ownership &= ~uint32_t(MeshLentColours);
     colours = count > 0 ? static_cast<uint8_t*>(MALLOC(size_t(count) * 3)) : nullptr;
 }
@@ -100,8 +100,8 @@ void CMesh::BorrowGeometry(MeshFace* faceArray, uint32_t count, MeshVertex* vert
     ASSERT(layer == 0 || layer == 1);  // two face layers only
     if (layer != 0 && layer != 1) return;
     if (!(meshFlags & MeshFlagBorrowed)) {
-        FREE(faces[layer]);
-        if (!(ownership & MeshLentVertices)) FREE(vertices);
+        if (faces[layer]) FREE(faces[layer]);
+        if (!(ownership & MeshLentVertices) && vertices) FREE(vertices);
     }
     FreeSmoothingGroups();
     ownership &= ~uint32_t(MeshLentVertices);  // the borrow bit covers the vertices now
@@ -128,16 +128,16 @@ void CMesh::ClearGeometry() {
     bool borrowed = (meshFlags & MeshFlagBorrowed) != 0;
     if (!borrowed) ReleaseVertexAnimation();
     for (int layer = 0; layer < 2; ++layer) {
-        if (!borrowed) FREE(faces[layer]);
+        if (!borrowed && faces[layer]) FREE(faces[layer]);
         faces[layer] = nullptr;
         faceCount[layer] = 0;
     }
     FreeSmoothingGroups();
-    if (!borrowed && !(ownership & MeshLentVertices)) FREE(vertices);
+    if (!borrowed && !(ownership & MeshLentVertices) && vertices) FREE(vertices);
     vertices = nullptr;
     vertexCount = 0;
     ownership &= ~uint32_t(MeshLentVertices);
-    if (!(ownership & MeshLentColours)) FREE(colours);
+    if (!(ownership & MeshLentColours) && colours) FREE(colours);
     colours = nullptr;
     ownership &= ~uint32_t(MeshLentColours);
     if (speculars) FREE(speculars);

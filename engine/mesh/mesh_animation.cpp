@@ -24,8 +24,8 @@ static uint32_t WrapFrame(int64_t frame, uint64_t count) {
 void FreeKeyAnimation(KeyAnimation* animation) {
     if (!animation) return;
     if (animation->owner) {
-        if (animation->form == KeyFormKeys) FREE(animation->frameCached);
-        FREE(animation->frameData);
+        if (animation->form == KeyFormKeys && animation->frameCached) FREE(animation->frameCached);
+        if (animation->frameData) FREE(animation->frameData);
         for (uint32_t i = 0; animation->keys && i < animation->keyCount; ++i) {
             if (animation->keys[i].scale) FREE(animation->keys[i].scale);
             if (animation->keys[i].rotation) FREE(animation->keys[i].rotation);
@@ -45,9 +45,9 @@ void CMesh::ReleaseVertexAnimation() {
     // vertices may point at any frame; the block to keep (and later free) is the base.
     if (!packed && animation->frameData) vertices = static_cast<MeshVertex*>(animation->frameData);
     if (animation->flags & VertexAnimationOwnsArrays) {
-        FREE(animation->frameTable);
+        if (animation->frameTable) FREE(animation->frameTable);
         if (animation->keyFrames) FREE(animation->keyFrames);
-        if (packed) FREE(animation->frameData);
+        if (packed && animation->frameData) FREE(animation->frameData);
         ASSERT(!animation->frameBuffers);  // per-frame device buffers: none are made yet
     }
     if (animation) FREE(animation);

@@ -74,7 +74,7 @@ static void MakeRoom(CMesh* target, uint32_t moreVertices, uint32_t moreFaces) {
 
     void* newVertices = AllocCopy(target->vertices, vertexCount * sizeof(MeshVertex),
                                   vertexTotal * sizeof(MeshVertex));
-    if (!(target->ownership & MeshLentVertices)) FREE(target->vertices);
+    if (!(target->ownership & MeshLentVertices) && target->vertices) FREE(target->vertices);
     target->vertices = static_cast<MeshVertex*>(newVertices);
     target->ownership &= ~uint32_t(MeshLentVertices);
 
@@ -86,7 +86,7 @@ static void MakeRoom(CMesh* target, uint32_t moreVertices, uint32_t moreFaces) {
 
     if (target->colours) {
         void* newColours = AllocCopy(target->colours, vertexCount * 3, vertexTotal * 3);
-        if (!(target->ownership & MeshLentColours)) FREE(target->colours);
+        if (!(target->ownership & MeshLentColours) && target->colours) FREE(target->colours);
         target->colours = static_cast<uint8_t*>(newColours);
         target->ownership &= ~uint32_t(MeshLentColours);
     }

@@ -54,8 +54,9 @@ void Append(T*& array, size_t& count, size_t& capacity, T value) {
 void FreeVertexAnimationRecord(VertexAnimation* animation) {
     if (animation->frameTable) FREE(animation->frameTable);
     if (animation->keyFrames) FREE(animation->keyFrames);
-    if (animation->flags & VertexAnimationPacked) FREE(animation->frameData);
-    FREE(animation);
+    if ((animation->flags & VertexAnimationPacked) && animation->frameData)
+        FREE(animation->frameData);
+    if (animation) FREE(animation);
 }
 
 // Frames before the first key get null; each key's data lasts until the next key's frame. A key
@@ -598,7 +599,7 @@ void InsertKeyValue(KeyAnimation* animation, uint32_t* capacity, float time, con
         }
     }
     if (at < animation->keyCount && animation->keys[at].time == time) {
-        FREE(animation->keys[at].*field);
+        if (animation->keys[at].*field) FREE(animation->keys[at].*field);
         animation->keys[at].*field = block;
         return;
     }
@@ -667,7 +668,7 @@ void InsertTranslationKey(KeyAnimation* animation, uint32_t* capacity, float tim
 
 void FreeVBFUserData(VBFUserData* userData) {
     if (!userData) return;
-    FREE(userData->bytes);
+    if (userData->bytes) FREE(userData->bytes);
     if (userData) FREE(userData);
 }
 

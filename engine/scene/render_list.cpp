@@ -16,7 +16,7 @@ void RenderList::Append(CEntity* entity) {
         ASSERT(block);  // out of memory: the list keeps what it has and drops this node
         if (!block) return;
         if (items) std::memcpy(block, items, size_t(count) * sizeof(CEntity*));
-        FREE(items);
+        if (items) FREE(items);
         items = block;
         capacity = grown;
     }

@@ -47,7 +47,7 @@ CTexture::CTexture()
 
 CTexture::~CTexture() {
     if (locked) Unlock(lockDevice, 0);
-    FREE(pixels);
+    if (pixels) FREE(pixels);
     if (name) FREE(name);
 }
 

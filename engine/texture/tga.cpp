@@ -160,7 +160,7 @@ const char* ReadTga(const uint8_t* data, size_t size, TgaImage& image) {
             fault = "pixel data past the end of the file";
         }
         if (fault) {
-            FREE(block);
+            if (block) FREE(block);
             return fault;
         }
         if (!topFirst) FlipRows(block, size_t(width) * bpp, height);
