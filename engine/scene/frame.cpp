@@ -9,10 +9,14 @@ static void Negate(Vector& v) {
     v.z = -v.z;
 }
 
-static void SetRow(float* rotation, int row, const Vector& v) {
-    rotation[row * 3] = v.x;
-    rotation[row * 3 + 1] = v.y;
-    rotation[row * 3 + 2] = v.z;
+// Rows 0, 1, 2 of the rotation: the frame's x axis, its up axis and its z axis.
+static void SetRows(float* rotation, const Vector& x, const Vector& y, const Vector& z) {
+    const Vector* rows[3] = {&x, &y, &z};
+    for (int row = 0; row < 3; ++row) {
+        rotation[row * 3] = rows[row]->x;
+        rotation[row * 3 + 1] = rows[row]->y;
+        rotation[row * 3 + 2] = rows[row]->z;
+    }
 }
 
 static Vector Row(const float* rotation, int row) {
@@ -77,9 +81,7 @@ void CFrame::SetOrientation(const Vector& dir, const Vector& up) {
     Vector y;
     VectorCross(y, z, x);
     VectorNormalize(y);
-    SetRow(rotation, 0, x);
-    SetRow(rotation, 1, y);
-    SetRow(rotation, 2, z);
+    SetRows(rotation, x, y, z);
 }
 
 void CFrame::SetDirection(const Vector& dir) {
@@ -105,9 +107,7 @@ void CFrame::SetOrientationIn(const CEntity* ref, const Vector& dir, const Vecto
     Vector x;
     VectorCross(x, y, z);
     VectorNormalize(x);
-    SetRow(rotation, 0, x);
-    SetRow(rotation, 1, y);
-    SetRow(rotation, 2, z);
+    SetRows(rotation, x, y, z);
 }
 
 void CFrame::SetDirectionIn(const CEntity* ref, const Vector& dir) {

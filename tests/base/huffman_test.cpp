@@ -11,12 +11,11 @@
 
 #include "base/compression/method.h"
 #include "base/diagnostics.h"
+#include "tests/support/compression_calls.h"
 #include "tests/support/report_capture.h"
 #include "tests/support/source_files.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 uint32_t Load32(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
@@ -26,23 +25,10 @@ uint16_t TreeValue(const Bytes& stored, uint32_t index) {
     return uint16_t(stored[8 + 2 * index] | stored[9 + 2 * index] << 8);
 }
 
-// Compresses with the capacity a library gives (twice the size plus 5000).
-Bytes Compress(const Bytes& input) {
-    Bytes stored(input.size() * 2 + 5000);
-    const uint32_t length = HuffmanCompress(input.data(), stored.data(), uint32_t(input.size()),
-                                            uint32_t(stored.size()), 9);
-    stored.resize(length);
-    return stored;
-}
+Bytes Compress(const Bytes& input) { return CompressWith(HuffmanCompress, input, 9); }
 
-// Expands into a block of exactly the claimed size; the result's size is 0 when refused.
 bool Expand(const Bytes& stored, uint32_t size, Bytes* output) {
-    output->assign(size, 0xEE);
-    uint32_t sizeOut = 12345;
-    const bool good =
-        HuffmanExpand(stored.data(), output->data(), &sizeOut, uint32_t(stored.size()), size);
-    EXPECT_EQ(sizeOut, good ? size : 0u);
-    return good;
+    return ExpandWith(HuffmanExpand, stored, size, output);
 }
 
 void ExpectRoundTrip(const Bytes& input, const std::string& what) {

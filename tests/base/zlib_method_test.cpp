@@ -11,29 +11,18 @@
 #include <vector>
 
 #include "base/diagnostics.h"
+#include "tests/support/compression_calls.h"
 #include "tests/support/report_capture.h"
 #include "tests/support/source_files.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
 Bytes Compress(const Bytes& input, int32_t level) {
-    Bytes stored(input.size() * 2 + 5000);
-    const uint32_t length = ZlibCompress(input.data(), stored.data(), uint32_t(input.size()),
-                                         uint32_t(stored.size()), level);
-    stored.resize(length);
-    return stored;
+    return CompressWith(ZlibCompress, input, level);
 }
 
-// Expands into a block of exactly the claimed size.
 bool Expand(const Bytes& stored, uint32_t size, Bytes* output) {
-    output->assign(size, 0xEE);
-    uint32_t sizeOut = 12345;
-    const bool good =
-        ZlibExpand(stored.data(), output->data(), &sizeOut, uint32_t(stored.size()), size);
-    EXPECT_EQ(sizeOut, good ? size : 0u);
-    return good;
+    return ExpandWith(ZlibExpand, stored, size, output);
 }
 
 Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
