@@ -2,7 +2,7 @@
 PRESET ?= release
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build demo test test-asan test-tracked bench fuzz format clean
+.PHONY: all deps configure build demo test test-asan test-tracked bench fuzz format clean screenshot
 
 all: build
 
@@ -20,6 +20,11 @@ demo:
 	@$(MAKE) --no-print-directory build PRESET=release
 	@build/release/apps/tenebrix-bake data/sample --config data/sample/resource.cfg \
 	    --script morning --png build/demo/sample.png --stats
+
+# The setup dialog mid-bake under a virtual X server, as a PNG.
+screenshot:
+	@$(MAKE) --no-print-directory build PRESET=release
+	@scripts/screenshot.sh build/release/apps/tenebrix build/screenshot/dialog.png
 
 test: build
 	@ctest --preset $(PRESET) -j $(JOBS)

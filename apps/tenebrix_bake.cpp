@@ -21,6 +21,7 @@
 #include "tool/app_state.h"
 #include "tool/bake_pass.h"
 #include "tool/bake_run.h"
+#include "tool/map_path.h"
 #include "tool/batch_file.h"
 #include "tool/message_log.h"
 #include "tool/png_preview.h"
@@ -151,19 +152,6 @@ void InstallHandlers() {
     std::signal(SIGABRT, OnAbort);
 }
 
-// The path handed to the bake run: the run tells a map's type by the letter behind the first
-// dot of the path, so prefer a spelling whose first dot is the extension's.
-std::string MapPathForRun(const fs::path& file) {
-    std::string ext = file.extension().string();
-    char want = ext.size() >= 3 ? ext[2] : 0;
-    std::vector<std::string> spellings = {
-        fs::relative(file, StartDirectory).lexically_normal().string(),
-        fs::absolute(file).lexically_normal().string()};
-    for (const std::string& spelling : spellings)
-        if (MapTypeLetter(spelling.c_str()) == want) return spelling;
-    return spellings.back();
-}
-
 bool Fail(const std::string& text) {
     std::fprintf(stderr, "%s: error: %s\n", Program, text.c_str());
     return false;
@@ -271,9 +259,9 @@ int Run() {
     } else {
         fs::path file;
         if (!ResolveMap(map, file)) return ExitFailed;
-        std::string path = MapPathForRun(file);
+        std::string path = MapPathForRun(file.string());
         if (path.size() >= sizeof mapPath) return Fail(path + ": path too long"), ExitFailed;
-        if (MapTypeLetter(path.c_str()) != file.extension().string()[2])
+        if (!MapTypeReadable(path, file.string()))
             return Fail(path +
                         ": a dot in a folder's name hides the map's type, which is read "
                         "behind the first dot; run from inside that folder or rename it"),

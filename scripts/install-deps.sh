@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libpng-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libassimp-dev)
+          libbenchmark-dev libassimp-dev qt6-base-dev)
 
 # `make fuzz` needs clang and its libFuzzer runtime as well.
 [ "${1:-}" = "--fuzz" ] && packages+=(clang libclang-rt-dev)

@@ -20,6 +20,7 @@
 #include "tool/shadow_settings.h"
 
 static MapBakedCallback MapBaked = nullptr;
+static void (*RunFinished)() = nullptr;
 static char OutputName[_MAX_PATH] = "texture.dat";
 
 void SetBakeOutputName(const char* name) {
@@ -27,6 +28,8 @@ void SetBakeOutputName(const char* name) {
 }
 
 void SetMapBakedCallback(MapBakedCallback callback) { MapBaked = callback; }
+
+void SetRunFinishedCallback(void (*callback)()) { RunFinished = callback; }
 
 char MapTypeLetter(const char* path) {
     const char* dot = std::strchr(path, '.');
@@ -186,6 +189,7 @@ BakeRunResult BakeMap(char* mapPath, uint8_t showViewer) {
     CopyLightDescription(mapPath);
     (void)showViewer;  // no display in this build: the run always ends as after a batch
     _chdir(StartDirectory);
+    if (RunFinished) RunFinished();
     if (ViewerMesh) DELETE(ViewerMesh);
     ViewerMesh = nullptr;
     if (ShadowTexture) FreeTexture(ShadowTexture);

@@ -17,6 +17,10 @@ using MapBakedCallback = void (*)(const char* mapPath, const char* outputName,
                                   const BakeStatistics& statistics);
 void SetMapBakedCallback(MapBakedCallback callback);
 
+// Called where a run that shows no viewer hands back to the front end (the setup dialog enables
+// its controls again), before the run's objects go. Null: none.
+void SetRunFinishedCallback(void (*callback)());
+
 // The name a single bake writes its shadow map to, relative to the map's folder; "texture.dat"
 // unless a front end names another. A batch job names its own.
 void SetBakeOutputName(const char* name);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/memory.h"
+#include "platform/crt/file_status.h"
 #include "platform/crt/strings.h"
 #include "tool/message_log.h"
 #include "tool/shadow_settings.h"
@@ -93,7 +94,10 @@ bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
     ShadowSettings.FrameCount = 0;
     ShadowSettings.WriteHeightData = 0;
 
-    FILE* file = std::fopen(path, "r");
+    // A directory opens for reading on Linux, but it is no script.
+    struct _stat status;
+    bool directory = _stat(path, &status) == 0 && (status.st_mode & _S_IFMT) == _S_IFDIR;
+    FILE* file = directory ? nullptr : std::fopen(path, "r");
     if (!file) {
         LogFailedOpen(path);
         return false;
@@ -102,7 +106,7 @@ bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
     for (;;) {
         if (ReadWord(file, word, sizeof word)) ++(ApplyWord(file, word) ? counts.keys : counts.otherWords);
         (void)std::fscanf(file, " ");
-        // A read error (a directory opens fine on Linux) never sets the end-of-file flag.
+        // A read error never sets the end-of-file flag.
         if (std::feof(file) || std::ferror(file)) break;
     }
     std::fclose(file);

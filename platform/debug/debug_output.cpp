@@ -17,11 +17,11 @@ void OutputDebugStringA(const char* text) {
     if (DebugToStderr()) std::fputs(text, stderr);
 }
 
-int MessageBoxA(void* /*owner*/, const char* text, const char* caption, unsigned type) {
+int MessageBoxA(void* owner, const char* text, const char* caption, unsigned type) {
     text = text ? text : "";
     caption = caption ? caption : "";
     if (ActiveCapture) ActiveCapture->boxes.push_back(std::string(caption) + ": " + text);
-    if (Presenter) return Presenter(text, caption, type);
+    if (Presenter) return Presenter(owner, text, caption, type);
     std::fprintf(stderr, "%s: %s\n", caption, text);
     return IDOK;
 }

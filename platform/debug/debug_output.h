@@ -19,7 +19,9 @@ enum : unsigned {
 
 int MessageBoxA(void* owner, const char* text, const char* caption, unsigned type);
 
-using MessageBoxPresenter = int (*)(const char* text, const char* caption, unsigned type);
+// owner: the window the box belongs to (an HWND of the window system), or null.
+using MessageBoxPresenter = int (*)(void* owner, const char* text, const char* caption,
+                                   unsigned type);
 MessageBoxPresenter SetMessageBoxPresenter(MessageBoxPresenter presenter);
 
 // Collects every debug output piece and message box while it lives; tests read them in order.

@@ -46,7 +46,7 @@ struct PresenterCall {
 };
 std::vector<PresenterCall> Presented;
 
-int RecordingPresenter(const char* text, const char* caption, unsigned type) {
+int RecordingPresenter(void*, const char* text, const char* caption, unsigned type) {
     Presented.push_back({text, caption, type});
     return 7;
 }

@@ -1,0 +1,106 @@
+#include "tool/app/app_main.h"
+
+#include "base/diagnostics.h"
+#include "base/memory.h"
+#include "base/resmanager.h"
+#include "engine/scene/maths.h"
+#include "engine/scene/path_list.h"
+#include "engine/texture/texture.h"
+#include "engine/texture/texture_lookup.h"
+#include "platform/crt/paths.h"
+#include "platform/ui/window_api.h"
+#include "tool/app/setup_dialog.h"
+#include "tool/app/viewer_support.h"
+#include "tool/app_state.h"
+#include "tool/bake_run.h"
+#include "tool/message_log.h"
+#include "tool/progress.h"
+#include "tool/shadow_settings.h"
+#include "tool/tool_load_texture.h"
+
+SetupDialog* Dialog = nullptr;
+
+bool DrainWindowMessages() {
+    bool quit = false;
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+        if (message.message == WM_QUIT) {
+            quit = true;  // remembered, obeyed only by the main loop
+            continue;
+        }
+        TranslateMessage(&message);
+        DispatchMessageA(&message);
+    }
+    return quit;
+}
+
+static void ShowBakeProgress(int percent) {
+    if (Dialog) Dialog->SetProgress(percent);
+}
+
+static void RedrawViewer() { InvalidateRect(ViewerWindow, nullptr, 1); }
+
+static void BakeRunFinished() {
+    if (Dialog) Dialog->RunFinished();
+}
+
+bool ApplicationStart(HINSTANCE instance, int showMode) {
+    QuitRequested = 0;
+    CorvaneInit();
+    // The engine's render queues open here once the renderer exists; a bake needs none.
+    Resources = NEW ResourceManager("resource.cfg");
+    SetToolResourceManager(Resources);
+    CreateViewerWindow(instance);
+    VectorNormalize(ShadowSettings.Light);
+    _getcwd(StartDirectory, sizeof StartDirectory - 1);
+    SetTextureLoadFunction(ToolLoadTexture);
+
+    ProgressHooks hooks = {ShowBakeProgress, RedrawViewer, DrainWindowMessages};
+    SetProgressHooks(&hooks);
+    SetRunFinishedCallback(BakeRunFinished);
+    Dialog = NEW SetupDialog(instance, showMode);
+    Dialog->TakeFocus();
+
+    TexturePaths = NEW PathList;
+    const char* textures = Resources->GetResourcePath("TEXTURE_DATA");
+    if (textures) TexturePaths->Push(textures);
+    // The display device opens here once there is one; until then the viewer stays unavailable
+    // and every bake ends back in the dialog.
+    return Dialog->Window != nullptr;
+}
+
+void MainLoop() {
+    while (!QuitRequested) {
+        // The viewer's frame goes first here once the viewer exists; while nothing is shown
+        // there is nothing to draw, so the loop sleeps until the user does something.
+        WaitMessage();
+        DrainMessages();
+        if (BatchMode) break;
+    }
+}
+
+int ApplicationEnd(HINSTANCE instance) {
+    if (TexturePaths) DELETE(TexturePaths);
+    TexturePaths = nullptr;
+    if (Dialog) DELETE(Dialog);
+    Dialog = nullptr;
+    SetRunFinishedCallback(nullptr);
+    SetProgressHooks(nullptr);
+    DestroyViewerWindow(instance);
+    SetToolResourceManager(nullptr);
+    if (Resources) DELETE(Resources);
+    Resources = nullptr;
+    ToolTextureCacheClear();
+    LogTexturesStillAllocated();
+    FreeAllTextures();
+    MessageLogClear();
+    CorvaneClose();
+    return 0;
+}
+
+int RunApplication(HINSTANCE instance, int showMode) {
+    bool started = ApplicationStart(instance, showMode);
+    if (started) MainLoop();
+    int code = ApplicationEnd(instance);
+    return started ? code : 1;
+}
