@@ -54,7 +54,7 @@ struct WNDCLASSA {
     LPCSTR lpszClassName;
 };
 
-constexpr inline LPCSTR MAKEINTRESOURCEA(uintptr_t id) { return reinterpret_cast<LPCSTR>(id); }
+inline LPCSTR MAKEINTRESOURCEA(uintptr_t id) { return reinterpret_cast<LPCSTR>(id); }
 constexpr inline unsigned LOWORD(uintptr_t v) { return unsigned(v & 0xFFFF); }
 constexpr inline unsigned HIWORD(uintptr_t v) { return unsigned((v >> 16) & 0xFFFF); }
 constexpr inline WPARAM MAKEWPARAM(unsigned low, unsigned high) {
