@@ -70,7 +70,7 @@ void ReportError(uint32_t code, const char* text) {
 std::string CurrentMap;  // the map being baked, for messages that don't name it
 
 // A box that a fatal report shows ends the program right after; say which map it met.
-int PrintBox(const char* text, const char* caption, unsigned) {
+int PrintBox(void*, const char* text, const char* caption, unsigned) {
     std::string message = text;
     while (!message.empty() && message.back() == '\n') message.pop_back();
     if (!CurrentMap.empty()) message += " (map " + CurrentMap + ")";

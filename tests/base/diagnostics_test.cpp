@@ -80,7 +80,7 @@ TEST(Diagnostics, DefaultHandlersWriteTheirPiecesInOrder) {
 // for the box, writes what the debug output had received by then to stderr.
 DebugCapture* DyingCapture = nullptr;
 
-int PrintCaptureThenBox(const char* text, const char* caption, unsigned) {
+int PrintCaptureThenBox(void*, const char* text, const char* caption, unsigned) {
     for (const std::string& piece : DyingCapture->Pieces())
         std::fprintf(stderr, "[%s]", piece.c_str());
     std::fprintf(stderr, "box %s: %s|", caption, text);
