@@ -1,0 +1,124 @@
+#!/usr/bin/env bash
+# Photographs the setup dialog in the middle of a bake on a virtual X screen.
+# Usage: scripts/screenshot.sh APP OUT.png
+#   APP: the tenebrix program; OUT.png: where the picture goes. The bake runs on a copy of
+#   data/sample beside OUT.png, with a script slow enough that it is still running when the
+#   picture is taken.
+set -euo pipefail
+
+die() {
+  echo "screenshot: $*" >&2
+  exit 1
+}
+
+[ $# -eq 2 ] || die "usage: $0 APP OUT.png"
+root=$(cd "$(dirname "$0")/.." && pwd)
+app=$(realpath -m "$1")
+out=$(realpath -m "$2")
+[ -x "$app" ] || die "$1: no such program (build it first: make build)"
+
+# The X tools this needs, installed as scripts/install-deps.sh installs the build's packages.
+packages=(xvfb xauth xdotool x11-apps netpbm)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  sudo=""
+  [ "$(id -u)" -ne 0 ] && sudo="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The sample map in a folder of its own (map/), so its path has no dot before the type letter,
+# and one script in LIT: eight samples a side per texel keep the bake busy for many seconds.
+work=$(dirname "$out")/sample
+rm -rf "$work"
+mkdir -p "$work/map"
+cp -r "$root/data/sample/." "$work/"
+mv "$work/test.vbf" "$work/map/"
+rm -f "$work"/lit/*.ssf "$work/texture.dat" "$work/test.lit"
+cat >"$work/lit/slow.ssf" <<'EOF'
+LIGHT 0.80 0.35 0.25
+LIGHT_COLOUR 255 226 190
+SHADOW_COLOUR 20 24 48
+AMBIENT 64
+TEXTURE_SIZE 2048
+OVERSAMPLE 8
+SCRIPT morning.lit
+EOF
+printf '%s' "$work/map" >"$work/LastShadow.txt"
+
+xvfb_pid=""
+app_pid=""
+stop() {
+  [ -n "$1" ] || return 0
+  kill "$1" 2>/dev/null || true
+  wait "$1" 2>/dev/null || true
+}
+cleanup() {
+  local status=$?
+  stop "$app_pid"
+  stop "$xvfb_pid"
+  exit "$status"
+}
+trap cleanup EXIT
+
+# Xvfb picks a free display itself and writes its number to fd 3.
+Xvfb -displayfd 3 -screen 0 800x600x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
+xvfb_pid=$!
+for _ in $(seq 50); do
+  [ -s "$work/display" ] && break
+  kill -0 "$xvfb_pid" 2>/dev/null || die "Xvfb did not start: $(cat "$work/xvfb.log")"
+  sleep 0.1
+done
+[ -s "$work/display" ] || die "Xvfb gave no display number"
+export DISPLAY=":$(head -n1 "$work/display")"
+export QT_QPA_PLATFORM=xcb
+unset WAYLAND_DISPLAY
+
+alive() {
+  kill -0 "$app_pid" 2>/dev/null && return 0
+  local status=0
+  wait "$app_pid" || status=$?
+  app_pid=""
+  die "tenebrix ended early (exit status $status) $1; its output:
+$(cat "$work/app.log")"
+}
+
+(cd "$work" && exec "$app") >"$work/app.log" 2>&1 &
+app_pid=$!
+title="Parameters for Shadow Generator"
+window=""
+for _ in $(seq 100); do
+  alive "before its dialog showed"
+  window=$(xdotool search --onlyvisible --name "^$title\$" 2>/dev/null | head -n1) || true
+  [ -n "$window" ] && break
+  sleep 0.2
+done
+[ -n "$window" ] || die "the dialog \"$title\" did not show within 20 s"
+
+# The dialog rewrites LastShadow.txt only once it has accepted the map and the script: its
+# return says that the bake has begun.
+rm -f "$work/LastShadow.txt"
+timeout 5 xdotool windowfocus --sync "$window" 2>/dev/null || true
+xdotool key --clearmodifiers Return  # "&Create Shadows" is the default button
+for _ in $(seq 50); do
+  [ -f "$work/LastShadow.txt" ] && break
+  alive "after Enter"
+  sleep 0.2
+done
+if [ ! -f "$work/LastShadow.txt" ]; then
+  xwd -root -silent | xwdtopnm 2>/dev/null | pnmtopng >"${out%.png}-failed.png" 2>/dev/null
+  die "the bake did not start (see ${out%.png}-failed.png)"
+fi
+
+sleep "${SCREENSHOT_DELAY:-4}"  # long enough for the bar to move, well short of the bake's end
+alive "during the bake"
+[ -f "$work/map/texture.dat" ] && die "the bake ended before the picture: make the script slower"
+mkdir -p "$(dirname "$out")"
+xwd -root -silent | xwdtopnm 2>/dev/null | pnmtopng >"$out"
+[ -s "$out" ] || die "no picture was written to $out"
+echo "screenshot: $out"
