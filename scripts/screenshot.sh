@@ -115,7 +115,7 @@ if [ ! -f "$work/LastShadow.txt" ]; then
   die "the bake did not start (see ${out%.png}-failed.png)"
 fi
 
-sleep "${SCREENSHOT_DELAY:-4}"  # long enough for the bar to move, well short of the bake's end
+sleep "${SCREENSHOT_DELAY:-12}"  # the bar well under way, well short of the bake's end (~50 s here)
 alive "during the bake"
 [ -f "$work/map/texture.dat" ] && die "the bake ended before the picture: make the script slower"
 mkdir -p "$(dirname "$out")"
