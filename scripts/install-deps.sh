@@ -5,8 +5,12 @@ set -euo pipefail
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libpng-dev libgtest-dev libgmock-dev
           libbenchmark-dev libassimp-dev qt6-base-dev)
 
-# `make fuzz` needs clang and its libFuzzer runtime as well.
-[ "${1:-}" = "--fuzz" ] && packages+=(clang libclang-rt-dev)
+# `make fuzz` needs clang and its libFuzzer runtime as well; `make screenshot` a virtual X
+# server and the tools that drive and photograph it.
+case "${1:-}" in
+  --fuzz) packages+=(clang libclang-rt-dev) ;;
+  --screenshot) packages+=(xvfb xauth xdotool x11-apps netpbm) ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

@@ -17,20 +17,7 @@ app=$(realpath -m "$1")
 out=$(realpath -m "$2")
 [ -x "$app" ] || die "$1: no such program (build it first: make build)"
 
-# The X tools this needs, installed as scripts/install-deps.sh installs the build's packages.
-packages=(xvfb xauth xdotool x11-apps netpbm)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo="sudo"
-  export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -qq
-  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+"$root/scripts/install-deps.sh" --screenshot
 
 # The sample map in a folder of its own (map/), so its path has no dot before the type letter,
 # and one script in LIT: eight samples a side per texel keep the bake busy for many seconds.

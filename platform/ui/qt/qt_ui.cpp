@@ -31,42 +31,39 @@ void PostCommand(WindowId dialog, int controlId, int code, WindowId control) {
                  LPARAM(control));
 }
 
-// The user's wish to close or cancel goes to the program, which decides; the window never closes
-// itself.
-class DialogWindow final : public QDialog {
+// The user's wish to close goes to the program, which decides; the window never closes itself.
+template <typename Base>
+class ClosedByProgram : public Base {
 public:
-    explicit DialogWindow(WindowId window) : id(window) {
+    template <typename... Args>
+    explicit ClosedByProgram(WindowId window, Args... args) : Base(args...), id(window) {}
+
+protected:
+    void closeEvent(QCloseEvent* event) override {
+        event->ignore();
+        PostMessageA(Handle(id), WM_CLOSE, 0, 0);
+    }
+
+    WindowId id;
+};
+
+class DialogWindow final : public ClosedByProgram<QDialog> {
+public:
+    explicit DialogWindow(WindowId window) : ClosedByProgram(window) {
         setWindowFlag(Qt::WindowContextHelpButtonHint, false);
         // Hints explain why a control is disabled, and the viewer has the focus while they are.
         setAttribute(Qt::WA_AlwaysShowToolTips);
     }
 
-    void reject() override {  // Escape
+    void reject() override {  // Escape, which the desktop's dialogs turn into IDCANCEL
         PostCommand(id, IDCANCEL, BN_CLICKED, 0);
     }
-
-protected:
-    void closeEvent(QCloseEvent* event) override {
-        event->ignore();
-        PostMessageA(Handle(id), WM_CLOSE, 0, 0);
-    }
-
-private:
-    WindowId id;
 };
 
-class TopWindow final : public QWidget {
+class TopWindow final : public ClosedByProgram<QWidget> {
 public:
-    explicit TopWindow(WindowId window) : QWidget(nullptr, Qt::Window), id(window) {}
-
-protected:
-    void closeEvent(QCloseEvent* event) override {
-        event->ignore();
-        PostMessageA(Handle(id), WM_CLOSE, 0, 0);
-    }
-
-private:
-    WindowId id;
+    explicit TopWindow(WindowId window)
+        : ClosedByProgram(window, static_cast<QWidget*>(nullptr), Qt::Window) {}
 };
 
 QWidget* MakeControl(const ControlTemplate& control, WindowId dialogId, WindowId controlId,
