@@ -386,9 +386,10 @@ TEST(QtUi, TopWindowPumpCursorAndCleanUp) {
         EXPECT_TRUE(QTest::qWaitForWindowExposed(viewer));
 
         // A wait ends once the user does something that posts.
+        MSG message;
+        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {}  // showing moved and sized it
         QTimer::singleShot(50, viewer, [&] { viewer->windowHandle()->close(); });
         EXPECT_TRUE(WaitMessage());
-        MSG message;
         ASSERT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE));
         EXPECT_EQ(message.hwnd, window);
         EXPECT_EQ(message.message, UINT(WM_CLOSE));
@@ -405,6 +406,50 @@ TEST(QtUi, TopWindowPumpCursorAndCleanUp) {
     EXPECT_TRUE(viewer.isNull());
     EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);
     EXPECT_EQ(CurrentUiBackend(), before);
+}
+
+// Keys, buttons and moves of the viewer's window reach its procedure as the desktop's messages.
+TEST(QtUi, TheViewerWindowsInputArrivesAsItsMessages) {
+    QtUi ui;
+    WNDCLASSA windowClass = {};
+    windowClass.lpfnWndProc = ViewerProc;
+    windowClass.lpszClassName = "QtInputViewer";
+    ASSERT_NE(RegisterClassA(&windowClass), 0);
+    HWND window = CreateWindowExA(0, "QtInputViewer", "Viewer", WS_POPUP, 0, 0, 320, 200, nullptr,
+                                  nullptr, nullptr, nullptr);
+    QWidget* viewer = ui.Widget(window);
+    ASSERT_NE(viewer, nullptr);
+    ShowWindow(window, SW_SHOW);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(viewer));
+    MSG message;
+    bool sized = false;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE))
+        sized = sized || (message.message == WM_SIZE && LOWORD(uintptr_t(message.lParam)) == 320 &&
+                          HIWORD(uintptr_t(message.lParam)) == 200);
+    EXPECT_TRUE(sized);
+
+    QTest::keyPress(viewer, Qt::Key_Shift);
+    QTest::keyRelease(viewer, Qt::Key_Shift);
+    QTest::keyClick(viewer, Qt::Key_K);
+    QTest::keyClick(viewer, Qt::Key_F5);  // a key the program has no name for posts nothing
+    QTest::keyClick(viewer, Qt::Key_Escape);
+    QTest::mousePress(viewer, Qt::RightButton, {}, QPoint(30, 40));
+    QTest::mouseRelease(viewer, Qt::RightButton, {}, QPoint(30, 40));
+    std::vector<std::pair<UINT, WPARAM>> keys;
+    std::vector<std::pair<UINT, LPARAM>> buttons;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+        EXPECT_EQ(message.hwnd, window);
+        if (message.message == WM_KEYDOWN || message.message == WM_KEYUP)
+            keys.push_back({message.message, message.wParam});
+        if (message.message == WM_RBUTTONDOWN || message.message == WM_RBUTTONUP)
+            buttons.push_back({message.message, message.lParam});
+    }
+    using Key = std::pair<UINT, WPARAM>;
+    EXPECT_EQ(keys, (std::vector<Key>{{WM_KEYDOWN, 16}, {WM_KEYUP, 16}, {WM_KEYDOWN, 'K'},
+                                      {WM_KEYUP, 'K'}, {WM_KEYDOWN, 27}, {WM_KEYUP, 27}}));
+    const LPARAM at = LPARAM(40 << 16 | 30);
+    using Button = std::pair<UINT, LPARAM>;
+    EXPECT_EQ(buttons, (std::vector<Button>{{WM_RBUTTONDOWN, at}, {WM_RBUTTONUP, at}}));
 }
 
 TEST(QtUi, DestroyingADialogTakesItsControls) {

@@ -8,11 +8,15 @@
 #include <QDialog>
 #include <QFileDialog>
 #include <QFontMetrics>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QMouseEvent>
+#include <QMoveEvent>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <algorithm>
 #include <cassert>
 
@@ -21,10 +25,16 @@
 
 namespace {
 
-HWND Handle(WindowId id) { return reinterpret_cast<HWND>(uintptr_t(id)); }
+HWND Handle(WindowId id) {
+    return reinterpret_cast<HWND>(uintptr_t(id));
+}
 
-QString FromText(const char* text) { return QString::fromUtf8(text ? text : ""); }
-std::string ToText(const QString& text) { return text.toUtf8().toStdString(); }
+QString FromText(const char* text) {
+    return QString::fromUtf8(text ? text : "");
+}
+std::string ToText(const QString& text) {
+    return text.toUtf8().toStdString();
+}
 
 void PostCommand(WindowId dialog, int controlId, int code, WindowId control) {
     PostMessageA(Handle(dialog), WM_COMMAND, MAKEWPARAM(unsigned(controlId), unsigned(code)),
@@ -60,10 +70,87 @@ public:
     }
 };
 
+// The desktop's virtual key code of a Qt key, or 0 for a key the program has no name for.
+int VirtualKeyOf(int key) {
+    if (key >= Qt::Key_A && key <= Qt::Key_Z) return 'A' + (key - Qt::Key_A);
+    if (key >= Qt::Key_0 && key <= Qt::Key_9) return '0' + (key - Qt::Key_0);
+    switch (key) {
+        case Qt::Key_Backspace:
+            return 8;
+        case Qt::Key_Tab:
+            return 9;
+        case Qt::Key_Return:
+        case Qt::Key_Enter:
+            return 13;
+        case Qt::Key_Shift:
+            return VK_SHIFT;
+        case Qt::Key_Control:
+            return 17;
+        case Qt::Key_Alt:
+            return 18;
+        case Qt::Key_Escape:
+            return VK_ESCAPE;
+        case Qt::Key_Space:
+            return VK_SPACE;
+        case Qt::Key_Left:
+            return 37;
+        case Qt::Key_Up:
+            return 38;
+        case Qt::Key_Right:
+            return 39;
+        case Qt::Key_Down:
+            return 40;
+        default:
+            return 0;
+    }
+}
+
+LPARAM PointParameter(int x, int y) {
+    return LPARAM((uint32_t(y) & 0xFFFF) << 16 | (uint32_t(x) & 0xFFFF));
+}
+
+// The viewer's window: its keys, pointer, moves and sizes reach its procedure as the messages
+// the desktop sends, with positions in its client area.
 class TopWindow final : public ClosedByProgram<QWidget> {
 public:
     explicit TopWindow(WindowId window)
-        : ClosedByProgram(window, static_cast<QWidget*>(nullptr), Qt::Window) {}
+        : ClosedByProgram(window, static_cast<QWidget*>(nullptr), Qt::Window) {
+        setMouseTracking(true);  // moves without a button held count too
+        setFocusPolicy(Qt::StrongFocus);
+    }
+
+protected:
+    void Post(UINT message, WPARAM wParam, LPARAM lParam) {
+        PostMessageA(Handle(id), message, wParam, lParam);
+    }
+    void PostKey(UINT message, QKeyEvent* event) {
+        int key = VirtualKeyOf(event->key());
+        if (key) Post(message, WPARAM(key), 0);
+    }
+    void PostButton(QMouseEvent* event, bool down) {
+        UINT message = 0;
+        if (event->button() == Qt::LeftButton) message = down ? WM_LBUTTONDOWN : WM_LBUTTONUP;
+        if (event->button() == Qt::RightButton) message = down ? WM_RBUTTONDOWN : WM_RBUTTONUP;
+        QPoint at = event->position().toPoint();
+        if (message) Post(message, 0, PointParameter(at.x(), at.y()));
+    }
+
+    void keyPressEvent(QKeyEvent* event) override { PostKey(WM_KEYDOWN, event); }
+    void keyReleaseEvent(QKeyEvent* event) override {
+        if (!event->isAutoRepeat()) PostKey(WM_KEYUP, event);
+    }
+    void mouseMoveEvent(QMouseEvent* event) override {
+        QPoint at = event->position().toPoint();
+        Post(WM_MOUSEMOVE, 0, PointParameter(at.x(), at.y()));
+    }
+    void mousePressEvent(QMouseEvent* event) override { PostButton(event, true); }
+    void mouseReleaseEvent(QMouseEvent* event) override { PostButton(event, false); }
+    void moveEvent(QMoveEvent* event) override {
+        Post(WM_MOVE, 0, PointParameter(event->pos().x(), event->pos().y()));
+    }
+    void resizeEvent(QResizeEvent* event) override {
+        Post(WM_SIZE, 0, PointParameter(event->size().width(), event->size().height()));
+    }
 };
 
 QWidget* MakeControl(const ControlTemplate& control, WindowId dialogId, WindowId controlId,
@@ -178,8 +265,8 @@ void QtUi::CreateDialogWindow(WindowId dialogId, const DialogTemplate& dialog,
         // The units fit the average letter, and a label's letters may be wider than average
         // in this font: such a text takes the room it needs rather than lose its end.
         if (control.kind == ControlKind::Static || control.kind == ControlKind::AutoCheckBox)
-            rect.width = std::min(std::max(rect.width, widget->sizeHint().width()),
-                                  size.width - rect.x);
+            rect.width =
+                std::min(std::max(rect.width, widget->sizeHint().width()), size.width - rect.x);
         widget->setGeometry(rect.x, rect.y, rect.width, rect.height);
         windows[controlIds[i]] = {widget, control.kind, true, dialogId};
     }
@@ -379,9 +466,8 @@ int QtUi::ShowMessageBox(WindowId owner, const char* text, const char* caption, 
 
 bool QtUi::PickFolder(WindowId owner, const char* title, std::string& folder) {
     QWidget* parent = WidgetOf(owner);
-    QString picked = QFileDialog::getExistingDirectory(parent ? parent->window() : nullptr,
-                                                       FromText(title), QString(),
-                                                       QFileDialog::ShowDirsOnly);
+    QString picked = QFileDialog::getExistingDirectory(
+        parent ? parent->window() : nullptr, FromText(title), QString(), QFileDialog::ShowDirsOnly);
     if (picked.isEmpty()) return false;
     folder = ToText(picked);
     return true;
@@ -402,7 +488,9 @@ void QtUi::SetCursorVisible(bool visible) {
     cursorHidden = !visible;
 }
 
-void QtUi::SetCursorPosition(int x, int y) { QCursor::setPos(x, y); }
+void QtUi::SetCursorPosition(int x, int y) {
+    QCursor::setPos(x, y);
+}
 
 POINT QtUi::CursorPosition() {
     QPoint position = QCursor::pos();
