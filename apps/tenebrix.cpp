@@ -17,7 +17,8 @@ static const char Usage[] =
 
 int main(int argc, char** argv) {
     QApplication application(argc, argv);  // takes the toolkit's own options out of argv
-    if (argc > 2 || (argc == 2 && (!std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")))) {
+    if (argc > 2 ||
+        (argc == 2 && (!std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")))) {
         std::fputs(Usage, argc > 2 ? stderr : stdout);
         return argc > 2 ? 2 : 0;
     }

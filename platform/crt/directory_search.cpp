@@ -21,7 +21,8 @@ bool LessWithoutCase(const WIN32_FIND_DATAA& a, const WIN32_FIND_DATAA& b) {
     for (size_t i = 0;; ++i) {
         int ca = std::tolower((unsigned char)a.cFileName[i]);
         int cb = std::tolower((unsigned char)b.cFileName[i]);
-        if (ca != cb || ca == 0) return ca != cb ? ca < cb : std::strcmp(a.cFileName, b.cFileName) < 0;
+        if (ca != cb || ca == 0)
+            return ca != cb ? ca < cb : std::strcmp(a.cFileName, b.cFileName) < 0;
     }
 }
 
@@ -40,9 +41,8 @@ bool MatchesWildcard(const char* pattern, const char* name) {
         if (*pattern == '*') {
             star = pattern++;
             resume = name;
-        } else if (*pattern == '?' ||
-                   (*pattern && std::tolower((unsigned char)*pattern) ==
-                                    std::tolower((unsigned char)*name))) {
+        } else if (*pattern == '?' || (*pattern && std::tolower((unsigned char)*pattern) ==
+                                                       std::tolower((unsigned char)*name))) {
             ++pattern;
             ++name;
         } else if (star) {
@@ -75,9 +75,8 @@ HANDLE FindFirstFileA(const char* pattern, WIN32_FIND_DATAA* data) {
         std::snprintf(found.cFileName, sizeof found.cFileName, "%s", entry->d_name);
         struct stat status;
         if (stat((folder + entry->d_name).c_str(), &status) == 0) {
-            found.dwFileAttributes =
-                S_ISDIR(status.st_mode) ? uint32_t(FILE_ATTRIBUTE_DIRECTORY)
-                                        : uint32_t(FILE_ATTRIBUTE_NORMAL);
+            found.dwFileAttributes = S_ISDIR(status.st_mode) ? uint32_t(FILE_ATTRIBUTE_DIRECTORY)
+                                                             : uint32_t(FILE_ATTRIBUTE_NORMAL);
             found.nFileSizeHigh = uint32_t(uint64_t(status.st_size) >> 32);
             found.nFileSizeLow = uint32_t(uint64_t(status.st_size));
         }

@@ -10,8 +10,8 @@ enum class ControlKind : uint8_t {
     AutoCheckBox,       // toggles itself when clicked
     Edit,               // one line, scrolls sideways as the text grows
     Static,
-    DropDownList,       // a choice from a list, no typing
-    ProgressBar,        // 0 to 100 unless set otherwise
+    DropDownList,  // a choice from a list, no typing
+    ProgressBar,   // 0 to 100 unless set otherwise
 };
 
 struct ControlTemplate {

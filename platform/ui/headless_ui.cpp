@@ -3,7 +3,9 @@
 #include "platform/ui/window_api.h"
 
 namespace {
-WindowId IdOf(HWND window) { return WindowId(reinterpret_cast<uintptr_t>(window)); }
+WindowId IdOf(HWND window) {
+    return WindowId(reinterpret_cast<uintptr_t>(window));
+}
 }  // namespace
 
 HeadlessUi::HeadlessUi() : previous(SetUiBackend(this)) {}
@@ -43,8 +45,7 @@ bool HeadlessUi::Click(HWND dialog, int id) {
             [[fallthrough]];
         case ControlKind::PushButton:
         case ControlKind::DefaultPushButton:
-            PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(unsigned(id), BN_CLICKED),
-                         LPARAM(control));
+            PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(unsigned(id), BN_CLICKED), LPARAM(control));
             return true;
         default:
             return false;  // clicking elsewhere sends no command
@@ -80,7 +81,9 @@ bool HeadlessUi::PressEscape(HWND dialog) {
     return PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0) != 0;
 }
 
-void HeadlessUi::AddStep(std::function<void()> step) { steps.push_back(std::move(step)); }
+void HeadlessUi::AddStep(std::function<void()> step) {
+    steps.push_back(std::move(step));
+}
 
 void HeadlessUi::SetFolderPickerAnswer(const char* folder) {
     folderAnswered = folder != nullptr;
@@ -102,8 +105,8 @@ void HeadlessUi::CreateDialogWindow(WindowId dialogId, const DialogTemplate& dia
     Native& window = windows[dialogId];
     window.isDialog = true;
     window.text = dialog.caption ? dialog.caption : "";
-    window.geometry = DialogUnitsToPixels(0, 0, dialog.width, dialog.height,
-                                          ClassicDialogBaseUnits);
+    window.geometry =
+        DialogUnitsToPixels(0, 0, dialog.width, dialog.height, ClassicDialogBaseUnits);
     for (int i = 0; i < dialog.controlCount; ++i) {
         const ControlTemplate& control = dialog.controls[i];
         Native& native = windows[controlIds[i]];
@@ -111,8 +114,8 @@ void HeadlessUi::CreateDialogWindow(WindowId dialogId, const DialogTemplate& dia
         native.parent = dialogId;
         native.visible = true;  // shown with the dialog
         native.text = control.text ? control.text : "";
-        native.geometry = DialogUnitsToPixels(control.x, control.y, control.width,
-                                              control.height, ClassicDialogBaseUnits);
+        native.geometry = DialogUnitsToPixels(control.x, control.y, control.width, control.height,
+                                              ClassicDialogBaseUnits);
     }
 }
 

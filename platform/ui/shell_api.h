@@ -31,7 +31,7 @@ struct BROWSEINFOA {
     int iImage;
 };
 
-LPITEMIDLIST SHBrowseForFolderA(BROWSEINFOA* info);  // null when cancelled
+LPITEMIDLIST SHBrowseForFolderA(BROWSEINFOA* info);         // null when cancelled
 BOOL SHGetPathFromIDListA(LPCITEMIDLIST list, char* path);  // path: 260 bytes
 
 class IMalloc {

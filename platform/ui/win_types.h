@@ -54,9 +54,15 @@ struct WNDCLASSA {
     LPCSTR lpszClassName;
 };
 
-inline LPCSTR MAKEINTRESOURCEA(uintptr_t id) { return reinterpret_cast<LPCSTR>(id); }
-constexpr inline unsigned LOWORD(uintptr_t v) { return unsigned(v & 0xFFFF); }
-constexpr inline unsigned HIWORD(uintptr_t v) { return unsigned((v >> 16) & 0xFFFF); }
+inline LPCSTR MAKEINTRESOURCEA(uintptr_t id) {
+    return reinterpret_cast<LPCSTR>(id);
+}
+constexpr inline unsigned LOWORD(uintptr_t v) {
+    return unsigned(v & 0xFFFF);
+}
+constexpr inline unsigned HIWORD(uintptr_t v) {
+    return unsigned((v >> 16) & 0xFFFF);
+}
 constexpr inline WPARAM MAKEWPARAM(unsigned low, unsigned high) {
     return WPARAM((low & 0xFFFF) | ((high & 0xFFFF) << 16));
 }

@@ -11,8 +11,8 @@ HWND CreateDialogParamA(HINSTANCE instance, LPCSTR templateName, HWND owner, DLG
                         LPARAM initParam);
 uint16_t RegisterClassA(const WNDCLASSA* windowClass);  // 0 on failure
 BOOL UnregisterClassA(LPCSTR className, HINSTANCE instance);
-HWND CreateWindowExA(uint32_t exStyle, LPCSTR className, LPCSTR title, uint32_t style, int x,
-                     int y, int width, int height, HWND parent, void* menu, HINSTANCE instance,
+HWND CreateWindowExA(uint32_t exStyle, LPCSTR className, LPCSTR title, uint32_t style, int x, int y,
+                     int width, int height, HWND parent, void* menu, HINSTANCE instance,
                      void* param);
 LRESULT DefWindowProcA(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 BOOL DestroyWindow(HWND window);

@@ -46,8 +46,12 @@ WindowSystem& System() {
     return system;
 }
 
-HWND Handle(WindowId id) { return reinterpret_cast<HWND>(uintptr_t(id)); }
-WindowId IdOf(HWND window) { return WindowId(reinterpret_cast<uintptr_t>(window)); }
+HWND Handle(WindowId id) {
+    return reinterpret_cast<HWND>(uintptr_t(id));
+}
+WindowId IdOf(HWND window) {
+    return WindowId(reinterpret_cast<uintptr_t>(window));
+}
 
 WindowRecord* Find(HWND window) {
     auto found = System().windows.find(IdOf(window));
@@ -55,7 +59,9 @@ WindowRecord* Find(HWND window) {
 }
 
 // The backend of a live window, or null where either is missing.
-UiBackend* BackendFor(HWND window) { return Find(window) ? System().backend : nullptr; }
+UiBackend* BackendFor(HWND window) {
+    return Find(window) ? System().backend : nullptr;
+}
 
 WindowId NewId() {
     WindowSystem& system = System();
@@ -105,7 +111,8 @@ LRESULT ControlMessage(WindowId id, const WindowRecord& control, UINT message, W
             return LRESULT(entry.size());
         }
         case PBM_SETRANGE:
-            ui->SetProgressRange(id, int(LOWORD(uintptr_t(lParam))), int(HIWORD(uintptr_t(lParam))));
+            ui->SetProgressRange(id, int(LOWORD(uintptr_t(lParam))),
+                                 int(HIWORD(uintptr_t(lParam))));
             return 0;
         case PBM_SETPOS: {
             int previous = ui->ProgressPosition(id);
@@ -117,7 +124,8 @@ LRESULT ControlMessage(WindowId id, const WindowRecord& control, UINT message, W
         case BM_GETCHECK:
             return ui->IsChecked(id) ? BST_CHECKED : BST_UNCHECKED;
         case BM_SETCHECK:
-            if (control.kind == ControlKind::AutoCheckBox) ui->SetChecked(id, wParam == BST_CHECKED);
+            if (control.kind == ControlKind::AutoCheckBox)
+                ui->SetChecked(id, wParam == BST_CHECKED);
             return 0;
         default:
             return 0;
@@ -153,7 +161,9 @@ UiBackend* SetUiBackend(UiBackend* backend) {
     return previous;
 }
 
-UiBackend* CurrentUiBackend() { return System().backend; }
+UiBackend* CurrentUiBackend() {
+    return System().backend;
+}
 
 void ResetWindowSystem() {
     WindowSystem& system = System();
@@ -241,7 +251,9 @@ BOOL DestroyWindow(HWND window) {
     return 1;
 }
 
-BOOL IsWindow(HWND window) { return Find(window) ? 1 : 0; }
+BOOL IsWindow(HWND window) {
+    return Find(window) ? 1 : 0;
+}
 
 BOOL ShowWindow(HWND window, int showMode) {
     UiBackend* ui = BackendFor(window);
@@ -284,7 +296,9 @@ HWND SetFocus(HWND window) {
     return previous;
 }
 
-HWND GetFocus() { return Handle(System().focus); }
+HWND GetFocus() {
+    return Handle(System().focus);
+}
 
 BOOL EnableWindow(HWND window, BOOL enable) {
     UiBackend* ui = BackendFor(window);
@@ -314,7 +328,9 @@ LONG_PTR GetWindowLongPtrA(HWND window, int index) {
 }
 
 // Window sizes here are client sizes: frames and menus belong to the desktop's window manager.
-int GetSystemMetrics(int) { return 0; }
+int GetSystemMetrics(int) {
+    return 0;
+}
 
 HWND GetDlgItem(HWND dialog, int id) {
     WindowRecord* record = Find(dialog);
@@ -421,7 +437,9 @@ BOOL WaitMessage() {
 }
 
 // Key presses arrive as the messages they mean; there is nothing to translate.
-BOOL TranslateMessage(const MSG*) { return 0; }
+BOOL TranslateMessage(const MSG*) {
+    return 0;
+}
 
 LRESULT DispatchMessageA(const MSG* message) {
     if (!message) return 0;

@@ -192,6 +192,20 @@ TEST_F(SetupDialogTest, ABakeDisablesTheControlsMovesTheBarAndHandsBack) {
     EXPECT_TRUE(ui.Boxes().empty());
 }
 
+// Past the dialog's rules, a map the run refuses says why in a box, since no viewer shows the log.
+TEST_F(SetupDialogTest, AMapTheRunRefusesSaysWhyAndHandsBack) {
+    WriteWholeFile(dir.File("maps/good/test.vbf"), std::string("\0\0\0\0\x05", 5));
+    Open();
+    ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, "maps/good"));
+    PressCreate();
+    ASSERT_EQ(ui.Boxes().size(), 1u);
+    EXPECT_EQ(ui.Boxes()[0].caption, "ERROR");
+    EXPECT_NE(ui.Boxes()[0].text.find("***** MAP REFUSED"), std::string::npos);
+    EXPECT_FALSE(Exists("maps/good/texture.dat"));
+    EXPECT_TRUE(Enabled(dialog, IdCreateShadows));
+    EXPECT_EQ(Progress(dialog), 0);
+}
+
 TEST_F(SetupDialogTest, TheFolderPickerFillsTheDirectoryUnlessCancelled) {
     Open();
     ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, "typed"));

@@ -40,7 +40,7 @@ TEST(DirectorySearch, ListsMatchesInNameOrderWithoutRegardToCase) {
     std::filesystem::create_directories(dir.File("folder.ssf"));
     EXPECT_EQ(Search(dir.Path() + "/*.ssf"),
               (std::vector<std::string>{"A.SSF", "b.ssf", "c.ssf", "folder.ssf"}));
-    EXPECT_EQ(Search(dir.Path() + "\\*.SSF").size(), 4u);  // either separator
+    EXPECT_EQ(Search(dir.Path() + "\\*.SSF").size(), 4u);               // either separator
     EXPECT_EQ(Search("*.txt"), std::vector<std::string>{"notes.txt"});  // the current folder
 
     WIN32_FIND_DATAA found;

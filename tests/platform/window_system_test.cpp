@@ -65,8 +65,8 @@ TEST(DialogUnits, ConvertEdgesToTheNearestPixel) {
     EXPECT_EQ(r.width, 97);  // the right edge converts on its own: 105 - 8
     EXPECT_EQ(r.height, 23);
     // Neighbours that touch in units touch in pixels, whatever the font.
-    for (DialogBaseUnits units : {DialogBaseUnits{6, 13}, DialogBaseUnits{7, 16},
-                                  DialogBaseUnits{9, 19}}) {
+    for (DialogBaseUnits units :
+         {DialogBaseUnits{6, 13}, DialogBaseUnits{7, 16}, DialogBaseUnits{9, 19}}) {
         PixelRect left = DialogUnitsToPixels(0, 0, 37, 11, units);
         PixelRect right = DialogUnitsToPixels(37, 11, 20, 9, units);
         EXPECT_EQ(left.x + left.width, right.x);
@@ -225,9 +225,9 @@ TEST_F(WindowSystemTest, TheFolderPickerNeedsTheComponentLibrary) {
 TEST(WindowSystem, WithoutAnImplementationNothingIsMadeAndNothingWaits) {
     UiBackend* none = SetUiBackend(nullptr);
     RegisterDialogTemplate(DialogId, &Dialog);
-    EXPECT_EQ(CreateDialogParamA(nullptr, MAKEINTRESOURCEA(DialogId), nullptr,
-                                 RecordingProcedure, 0),
-              nullptr);
+    EXPECT_EQ(
+        CreateDialogParamA(nullptr, MAKEINTRESOURCEA(DialogId), nullptr, RecordingProcedure, 0),
+        nullptr);
     EXPECT_FALSE(WaitMessage());  // nothing could ever arrive
     EXPECT_NE(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
     SetUiBackend(none);

@@ -38,10 +38,12 @@ constexpr ControlTemplate Controls[] = {
     {13, ControlKind::DropDownList, "", 70, 20, 150, 55},
     {14, ControlKind::ProgressBar, "", 5, 75, 260, 10},
 };
-constexpr DialogTemplate Template = {"Test Dialog", "MS Sans Serif", 8, 272, 111,
-                                     Controls, int(std::size(Controls))};
+constexpr DialogTemplate Template = {"Test Dialog", "MS Sans Serif",         8, 272, 111,
+                                     Controls,      int(std::size(Controls))};
 
-INT_PTR QuietDialogProc(HWND, UINT, WPARAM, LPARAM) { return 0; }
+INT_PTR QuietDialogProc(HWND, UINT, WPARAM, LPARAM) {
+    return 0;
+}
 
 LRESULT ViewerProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     return message == WM_CLOSE ? 0 : DefWindowProcA(window, message, wParam, lParam);
@@ -65,8 +67,8 @@ class QtDialogTest : public ::testing::Test {
 protected:
     void SetUp() override {
         RegisterDialogTemplate(TemplateId, &Template);
-        dialog = CreateDialogParamA(nullptr, MAKEINTRESOURCEA(TemplateId), nullptr,
-                                    QuietDialogProc, 0);
+        dialog =
+            CreateDialogParamA(nullptr, MAKEINTRESOURCEA(TemplateId), nullptr, QuietDialogProc, 0);
         ASSERT_NE(dialog, nullptr);
         window = ui.Widget(dialog);
         ASSERT_NE(window, nullptr);
@@ -121,8 +123,8 @@ TEST_F(QtDialogTest, ControlsStandWhereTheTemplateSaysInTheApplicationFont) {
         QWidget* widget = window->findChild<QWidget*>(QStringLiteral("control%1").arg(control.id));
         ASSERT_NE(widget, nullptr);
         EXPECT_EQ(ui.Widget(GetDlgItem(dialog, control.id)), widget);
-        PixelRect rect = DialogUnitsToPixels(control.x, control.y, control.width, control.height,
-                                             units);
+        PixelRect rect =
+            DialogUnitsToPixels(control.x, control.y, control.width, control.height, units);
         EXPECT_EQ(widget->pos(), QPoint(rect.x, rect.y));
         if (control.kind == ControlKind::DropDownList) {
             // Its template height counts the open list; closed it takes its own height.
@@ -229,7 +231,9 @@ TEST_F(QtDialogTest, CloseBoxAndEscapeLeaveTheDecisionToTheProgram) {
 // Where the widgets' own habits differ from the window calls' promises.
 TEST_F(QtDialogTest, WindowCallsReachTheWidgets) {
     char text[260];
-    const char* path = "/maps/\xC3\xBC" "ber one";
+    const char* path =
+        "/maps/\xC3\xBC"
+        "ber one";
     EXPECT_TRUE(SetDlgItemTextA(dialog, 10, path));
     EXPECT_EQ(Control<QLineEdit>(10)->text(), QString::fromUtf8(path));
     EXPECT_EQ(GetDlgItemTextA(dialog, 10, text, sizeof text), 15u);
@@ -346,8 +350,8 @@ TEST_F(QtDialogTest, FolderPickerGivesThePickedPathOrNothing) {
     };
     ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
     char path[260] = {};
-    BROWSEINFOA info = {dialog, nullptr, nullptr, "Select Map Directory", BIF_RETURNONLYFSDIRS,
-                        nullptr, 0, 0};
+    BROWSEINFOA info = {dialog,  nullptr, nullptr, "Select Map Directory", BIF_RETURNONLYFSDIRS,
+                        nullptr, 0,       0};
     pick(true);
     LPITEMIDLIST list = SHBrowseForFolderA(&info);
     ASSERT_NE(list, nullptr);
@@ -387,7 +391,8 @@ TEST(QtUi, TopWindowPumpCursorAndCleanUp) {
 
         // A wait ends once the user does something that posts.
         MSG message;
-        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {}  // showing moved and sized it
+        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+        }  // showing moved and sized it
         QTimer::singleShot(50, viewer, [&] { viewer->windowHandle()->close(); });
         EXPECT_TRUE(WaitMessage());
         ASSERT_TRUE(PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE));
@@ -445,8 +450,12 @@ TEST(QtUi, TheViewerWindowsInputArrivesAsItsMessages) {
             buttons.push_back({message.message, message.lParam});
     }
     using Key = std::pair<UINT, WPARAM>;
-    EXPECT_EQ(keys, (std::vector<Key>{{WM_KEYDOWN, 16}, {WM_KEYUP, 16}, {WM_KEYDOWN, 'K'},
-                                      {WM_KEYUP, 'K'}, {WM_KEYDOWN, 27}, {WM_KEYUP, 27}}));
+    EXPECT_EQ(keys, (std::vector<Key>{{WM_KEYDOWN, 16},
+                                      {WM_KEYUP, 16},
+                                      {WM_KEYDOWN, 'K'},
+                                      {WM_KEYUP, 'K'},
+                                      {WM_KEYDOWN, 27},
+                                      {WM_KEYUP, 27}}));
     const LPARAM at = LPARAM(40 << 16 | 30);
     using Button = std::pair<UINT, LPARAM>;
     EXPECT_EQ(buttons, (std::vector<Button>{{WM_RBUTTONDOWN, at}, {WM_RBUTTONUP, at}}));
@@ -455,8 +464,8 @@ TEST(QtUi, TheViewerWindowsInputArrivesAsItsMessages) {
 TEST(QtUi, DestroyingADialogTakesItsControls) {
     QtUi ui;
     RegisterDialogTemplate(TemplateId, &Template);
-    HWND dialog = CreateDialogParamA(nullptr, MAKEINTRESOURCEA(TemplateId), nullptr,
-                                     QuietDialogProc, 0);
+    HWND dialog =
+        CreateDialogParamA(nullptr, MAKEINTRESOURCEA(TemplateId), nullptr, QuietDialogProc, 0);
     ASSERT_NE(dialog, nullptr);
     QPointer<QWidget> window = ui.Widget(dialog);
     QPointer<QWidget> edit = ui.Widget(GetDlgItem(dialog, 10));

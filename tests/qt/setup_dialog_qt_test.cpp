@@ -71,8 +71,8 @@ protected:
         const SeenBox& box = boxes[0];
         if (box.text != ErrorText || box.title != "ERROR" || box.icon != QMessageBox::Critical ||
             box.parent != window)
-            return ::testing::AssertionFailure() << "box " << box.title.toStdString() << ": "
-                                                 << box.text.toStdString();
+            return ::testing::AssertionFailure()
+                   << "box " << box.title.toStdString() << ": " << box.text.toStdString();
         return ::testing::AssertionSuccess();
     }
 
@@ -111,8 +111,8 @@ TEST_F(SetupDialogQtTest, BadInputGetsTheErrorBoxOverTheDialog) {
     std::filesystem::create_directories(dir.File("maps/folder/test.vbf"));
     Open();
     EXPECT_TRUE(Refused(tooLong));
-    EXPECT_TRUE(Refused("maps/empty"));   // no test.vbf
-    EXPECT_TRUE(Refused("maps/folder"));  // test.vbf is a directory
+    EXPECT_TRUE(Refused("maps/empty"));                  // no test.vbf
+    EXPECT_TRUE(Refused("maps/folder"));                 // test.vbf is a directory
     std::filesystem::remove(dir.File("lit/quick.ssf"));  // after the list was filled
     EXPECT_TRUE(Refused("maps/good"));
     EXPECT_FALSE(Exists("LastShadow.txt"));
@@ -139,8 +139,8 @@ void WatchProgress(int percent) {
 
 TEST_F(SetupDialogQtTest, ABakeStartedWithEnterLocksTheWidgetsAndHandsThemBack) {
     Open();
-    const int locked[] = {IdMapDirectory, IdBrowse, IdScript, IdDisplayMap, IdCreateShadows,
-                          IdExit};
+    const int locked[] = {IdMapDirectory, IdBrowse,        IdScript,
+                          IdDisplayMap,   IdCreateShadows, IdExit};
     auto enabledNow = [&] {
         std::vector<bool> state;
         for (int id : locked) state.push_back(Control(id)->isEnabled());

@@ -36,7 +36,9 @@ inline int Progress(HWND dialog) {
     return int(SendMessageA(GetDlgItem(dialog, IdProgress), PBM_GETPOS, 0, 0));
 }
 
-inline bool Enabled(HWND dialog, int id) { return IsWindowEnabled(GetDlgItem(dialog, id)); }
+inline bool Enabled(HWND dialog, int id) {
+    return IsWindowEnabled(GetDlgItem(dialog, id));
+}
 
 // The controls a running bake disables, as the dialog's user would see them.
 inline std::vector<bool> BakeControlsEnabled(HWND dialog) {

@@ -38,7 +38,9 @@ static void ShowBakeProgress(int percent) {
     if (Dialog) Dialog->SetProgress(percent);
 }
 
-static void RedrawViewer() { InvalidateRect(ViewerWindow, nullptr, 1); }
+static void RedrawViewer() {
+    InvalidateRect(ViewerWindow, nullptr, 1);
+}
 
 static void BakeRunFinished() {
     if (Dialog) Dialog->RunFinished();

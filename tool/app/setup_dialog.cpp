@@ -16,6 +16,7 @@
 #include "tool/atomic_write.h"
 #include "tool/bake_run.h"
 #include "tool/map_path.h"
+#include "tool/message_log.h"
 #include "tool/shadow_script.h"
 
 uint8_t NoFolderPicker = 0;
@@ -103,8 +104,8 @@ void SetupDialog::SetProgress(int percent) {
 }
 
 void SetupDialog::EnableControls(bool flag) {
-    static const int Order[] = {IdMapDirectory, IdBrowse, IdScript, IdDisplayMap, IdCreateShadows,
-                                IdExit};
+    static const int Order[] = {IdMapDirectory, IdBrowse,        IdScript,
+                                IdDisplayMap,   IdCreateShadows, IdExit};
     for (int id : Order) {
         bool enable = flag;
         if (id == IdBrowse) enable = flag && !NoFolderPicker;
@@ -121,7 +122,9 @@ void SetupDialog::RunFinished() {
     _chdir(StartDirectory);
 }
 
-void SetupDialog::TakeFocus() { SetFocus(Window); }
+void SetupDialog::TakeFocus() {
+    SetFocus(Window);
+}
 
 INT_PTR SetupDialog::DialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM) {
     auto* dialog = reinterpret_cast<SetupDialog*>(GetWindowLongPtrA(window, GWLP_USERDATA));
@@ -177,8 +180,8 @@ void SetupDialog::Start() {
 
     char mapFile[_MAX_PATH * 2] = {};
     std::snprintf(mapFile, sizeof mapFile, "%s/%s", dir, MapFileName);
-    bool valid = std::strlen(MapFileName) + std::strlen(dir) + 2 <= _MAX_PATH &&
-                 IsDirectory(dir) && IsFile(mapFile) && ParseShadowScript(scriptPath);
+    bool valid = std::strlen(MapFileName) + std::strlen(dir) + 2 <= _MAX_PATH && IsDirectory(dir) &&
+                 IsFile(mapFile) && ParseShadowScript(scriptPath);
     if (!valid) {
         MessageBoxA(Window, "You must specify a valid map directory and script.", "ERROR",
                     MB_ICONERROR);
@@ -198,5 +201,8 @@ void SetupDialog::Start() {
 
     WriteLastDirectory(dir);
     EnableControls(false);
-    BakeMap(mapPath, uint8_t(IsDlgButtonChecked(Window, IdDisplayMap)));
+    BakeRunResult result = BakeMap(mapPath, uint8_t(IsDlgButtonChecked(Window, IdDisplayMap)));
+    // Without the viewer nothing shows the message log: a map that could not be baked says why.
+    if (result.baked == 0 && MessageLogCount() > 0)
+        MessageBoxA(Window, MessageLogLine(MessageLogCount() - 1), "ERROR", MB_ICONERROR);
 }

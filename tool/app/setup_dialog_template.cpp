@@ -16,6 +16,6 @@ static const ControlTemplate Controls[] = {
 };
 
 const DialogTemplate SetupDialogTemplate = {
-    "Parameters for Shadow Generator", "MS Sans Serif", 8, 272, 111,
-    Controls, int(sizeof Controls / sizeof Controls[0]),
+    "Parameters for Shadow Generator",         "MS Sans Serif", 8, 272, 111, Controls,
+    int(sizeof Controls / sizeof Controls[0]),
 };

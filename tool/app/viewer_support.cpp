@@ -8,7 +8,9 @@ const char* const NoViewerReason =
     "This build has no display device, so a finished bake can't be shown on the map. "
     "The shadow map is written as texture.dat beside test.vbf.";
 
-bool ViewerAvailable() { return false; }
+bool ViewerAvailable() {
+    return false;
+}
 
 static const char* const ViewerClass = "Viewer";
 
