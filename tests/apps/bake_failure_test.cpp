@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -26,46 +26,28 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-// A small generated map saved with the given user data (null: none).
-void SaveGeneratedMap(const std::string& path, const std::vector<uint8_t>* userData) {
+// A small generated map saved in folder with the given user data (null: none).
+void SaveGeneratedMap(const std::string& folder, const std::vector<uint8_t>* userData) {
+    fs::create_directories(folder);
     MapSpec spec;
     spec.cells = 4;
     CMesh* map = GenerateMap(spec, nullptr);
-    ASSERT_TRUE(map->SaveVBF(path.c_str(), userData ? userData->data() : nullptr,
+    ASSERT_TRUE(map->SaveVBF((folder + "/test.vbf").c_str(), userData ? userData->data() : nullptr,
                              userData ? uint32_t(userData->size()) : 0));
     delete map;
 }
 
-const std::string TryHelp = "Try 'tenebrix-bake --help'.";
-
 TEST(BakeUsageErrors, ExitTwoWithAPointerToTheHelp) {
     TempDir dir;
     ASSERT_TRUE(MakeMap("m", 4));
-    const std::vector<std::vector<std::string>> cases = {
-        {},
-        {"m", "--bogus"},
-        {"m", "--texture-size", "100"},
-        {"m", "--texture-size", "16384"},
-        {"m", "--threads", "0"},
-        {"m", "--batch", "jobs.bat"},
-        {"--batch", "jobs.bat", "--png", "x.png"},
-    };
-    for (const auto& args : cases) {
-        std::string line;
-        for (const std::string& arg : args) line += " " + arg;
-        SCOPED_TRACE("arguments:" + line);
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {}, {"m", "--texture-size", "100"}, {"--batch", "jobs.bat", "--png", "x.png"}}) {
         ToolRun run = RunBake(args);
-        EXPECT_EQ(run.status, 2);
+        EXPECT_EQ(run.status, 2) << run.output;
         EXPECT_EQ(run.output.rfind("tenebrix-bake: ", 0), 0u) << run.output;
-        EXPECT_TRUE(Contains(run.output, "\n" + TryHelp + "\n")) << run.output;
+        EXPECT_TRUE(Contains(run.output, "\nTry 'tenebrix-bake --help'.\n")) << run.output;
     }
     EXPECT_FALSE(fs::exists("m/texture.dat"));
-    EXPECT_TRUE(Contains(RunBake({"m", "--texture-size", "100"}).output,
-                         "--texture-size must be a power of two"));
 }
 
 // Each failure leaves the map's earlier shadow map as it was and no temporary file anywhere.
@@ -73,8 +55,7 @@ class BakeFailures : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(MakeMap("m", 8));
-        ToolRun first = RunBake({"m", "--texture-size", "64"});
-        ASSERT_EQ(first.status, 0) << first.output;
+        ASSERT_EQ(RunBake({"m", "--texture-size", "64"}).status, 0);
         good = ReadWholeFile("m/texture.dat");
         ASSERT_EQ(good.size(), 64u * 64u);
     }
@@ -85,10 +66,8 @@ protected:
         ToolRun run = RunBake(args);
         EXPECT_EQ(run.status, 1) << run.output;
         bool found = false;
-        size_t start = 0;
-        while (start < run.output.size() && !found) {
-            size_t end = run.output.find('\n', start);
-            if (end == std::string::npos) end = run.output.size();
+        for (size_t start = 0; start < run.output.size() && !found;) {
+            size_t end = std::min(run.output.find('\n', start), run.output.size());
             std::string line = run.output.substr(start, end - start);
             found = true;
             for (const std::string& part : message) found = found && Contains(line, part);
@@ -104,17 +83,14 @@ protected:
     std::string good;
 };
 
-TEST_F(BakeFailures, MapsThatAreNotThere) {
+TEST_F(BakeFailures, MapsThatAreNotThereOrAreDamaged) {
     ExpectFailure({"nowhere"}, {"error: ", dir.File("nowhere"), "no such file or directory"});
     fs::create_directory("empty");
-    ExpectFailure({"empty", "--texture-size", "64"},
-                  {"error: ", dir.File("empty"), "the directory holds no test.vbf"});
+    ExpectFailure({"empty"}, {"error: ", dir.File("empty"), "the directory holds no test.vbf"});
     WriteWholeFile("m/notes.txt", "x");
     ExpectFailure({"m/notes.txt"}, {dir.File("m/notes.txt"), "not a map"});
     ExpectFailure({"m", "--config", "nowhere.cfg"}, {"nowhere.cfg: no such config file"});
-}
 
-TEST_F(BakeFailures, DamagedMapsAreRefusedByName) {
     fs::create_directories("cut");
     std::string bytes = ReadWholeFile("m/test.vbf");
     WriteWholeFile("cut/test.vbf", bytes.substr(0, bytes.size() / 2));
@@ -122,24 +98,18 @@ TEST_F(BakeFailures, DamagedMapsAreRefusedByName) {
                   {"MAP REFUSED", "cut/test.vbf", "could not be read"});
     WriteWholeFile("cut/test.vbf", bytes.substr(0, 10));
     ExpectFailure({"cut", "--texture-size", "64"}, {"MAP REFUSED", "cut/test.vbf"});
-
-    fs::create_directories("bare");
-    ASSERT_NO_FATAL_FAILURE(SaveGeneratedMap("bare/test.vbf", nullptr));
-    ExpectFailure({"bare/test.vbf", "--texture-size", "64"},
-                  {"MAP REFUSED", "bare/test.vbf", "no user data"});
-
+    ASSERT_NO_FATAL_FAILURE(SaveGeneratedMap("bare", nullptr));
+    ExpectFailure({"bare/test.vbf"}, {"MAP REFUSED", "bare/test.vbf", "no user data"});
     std::vector<uint8_t> chunks = MakeMapChunks(4, 4);
     chunks.resize(chunks.size() - 8);  // the end mark goes
-    fs::create_directories("unended");
-    ASSERT_NO_FATAL_FAILURE(SaveGeneratedMap("unended/test.vbf", &chunks));
-    ExpectFailure({"unended", "--texture-size", "64"}, {"MAP REFUSED", "unended/test.vbf"});
-    EXPECT_FALSE(fs::exists("cut/texture.dat") || fs::exists("bare/texture.dat") ||
-                 fs::exists("unended/texture.dat"));
-
+    ASSERT_NO_FATAL_FAILURE(SaveGeneratedMap("unended", &chunks));
+    ExpectFailure({"unended"}, {"MAP REFUSED", "unended/test.vbf"});
     // A header of an unknown kind is fatal to the reader: a clean exit naming the map, no core.
     fs::create_directories("kind");
     WriteWholeFile("kind/test.vbf", std::string("\x02\0\0\0\0\0\0\0", 8));
-    ExpectFailure({"kind", "--texture-size", "64"}, {"invalid header", "kind/test.vbf"});
+    ExpectFailure({"kind"}, {"invalid header", "kind/test.vbf"});
+    for (const char* folder : {"cut", "bare", "unended", "kind"})
+        EXPECT_FALSE(fs::exists(std::string(folder) + "/texture.dat")) << folder;
 }
 
 TEST_F(BakeFailures, ScriptsThatAreNotScripts) {
@@ -147,13 +117,11 @@ TEST_F(BakeFailures, ScriptsThatAreNotScripts) {
     ExpectFailure({"m", "--script", "words.ssf"},
                   {dir.File("words.ssf"), "no key of a shadow script in it (7 other words)"});
     ExpectFailure({"m", "--script", "missing.ssf"}, {"script", "missing.ssf", "not found"});
-
     // Through a config, the LIT folder's candidates are listed too.
     fs::create_directories("conf/lit");
     WriteWholeFile("conf/resource.cfg", "LIT lit\n");
-    ToolRun run = RunBake({"m", "--config", "conf/resource.cfg", "--script", "dawn"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(Contains(run.output, dir.File("conf/lit/dawn.ssf"))) << run.output;
+    ExpectFailure({"m", "--config", "conf/resource.cfg", "--script", "dawn"},
+                  {dir.File("conf/lit/dawn.ssf")});
 
     // Words that are no keys beside keys only warn.
     WriteWholeFile("mixed.ssf", "AMBIENT 90 sunset\n");
@@ -174,10 +142,9 @@ TEST_F(BakeFailures, OutputsThatCannotBeWritten) {
 TEST_F(BakeFailures, MapFolderWithoutWritePermission) {
     fs::permissions("m", fs::perms(0555));
     bool locked = access("m", W_OK) != 0;
-    if (locked) {
+    if (locked)
         ExpectFailure({"m", "--texture-size", "64"},
                       {"MAP REFUSED", "m/test.vbf", "texture.dat could not be written"});
-    }
     fs::permissions("m", fs::perms(0755));
     if (!locked) GTEST_SKIP() << "permissions do not stop this user's writes (superuser)";
 }
@@ -189,23 +156,19 @@ TEST_F(BakeFailures, BatchesWithoutJobsOrWithABadJob) {
     WriteWholeFile("short.bat", "m/test.vbf texture.dat\n");  // two words make no job
     ExpectFailure({"--batch", "short.bat"}, {"no job in the batch"});
 
-    // The bad job runs first; the good one is baked all the same, and the run fails.
+    // The bad jobs run first; the good one is baked all the same, and the run fails.
     ASSERT_TRUE(MakeMap("n", 4));
     WriteWholeFile("plain.ssf", "AMBIENT 100\n");
-    WriteWholeFile("jobs.bat", "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n");
+    WriteWholeFile("jobs.bat",
+                   "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n"
+                   "n/test.xyz odd.dat plain.ssf\n");
     ToolRun run = RunBake({"--batch", "jobs.bat", "--texture-size", "64"});
     EXPECT_EQ(run.status, 1) << run.output;
     EXPECT_TRUE(Contains(run.output, "MAP REFUSED gone/test.vbf")) << run.output;
+    EXPECT_TRUE(Contains(run.output, "Invalid file extension on n/test.xyz")) << run.output;
     EXPECT_EQ(FileSize("n/good.dat"), 64 * 64);
     EXPECT_LT(run.output.find("gone/test.vbf"), run.output.find("MAP: n/test.vbf"));
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
-
-    // A job whose map has no map extension reports an error, and the batch goes on.
-    WriteWholeFile("typo.bat", "n/test.vbf fine.dat plain.ssf\nn/test.xyz odd.dat plain.ssf\n");
-    run = RunBake({"--batch", "typo.bat", "--texture-size", "64"});
-    EXPECT_EQ(run.status, 1) << run.output;
-    EXPECT_TRUE(Contains(run.output, "Invalid file extension on n/test.xyz")) << run.output;
-    EXPECT_EQ(FileSize("n/fine.dat"), 64 * 64);
 }
 
 TEST_F(BakeFailures, QuietRunsStillSayWhatFailed) {
@@ -222,8 +185,7 @@ TEST_F(BakeFailures, QuietRunsStillSayWhatFailed) {
 // file. The pass is long enough that only a missed interrupt lets it finish.
 TEST_F(BakeFailures, InterruptLeavesTheOldShadowMap) {
     ASSERT_TRUE(MakeMap("big", 64));
-    ToolRun first = RunBake({"big", "--texture-size", "64"});
-    ASSERT_EQ(first.status, 0) << first.output;
+    ASSERT_EQ(RunBake({"big", "--texture-size", "64"}).status, 0);
     std::string old = ReadWholeFile("big/texture.dat");
     WriteWholeFile("fine.ssf", "OVERSAMPLE 4\n");
 

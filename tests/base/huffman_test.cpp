@@ -2,22 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
-#include <vector>
 
-#include "base/compression/method.h"
-#include "base/diagnostics.h"
 #include "tests/support/compression_calls.h"
 #include "tests/support/report_capture.h"
 #include "tests/support/source_files.h"
 
 namespace {
 
-uint32_t Load32(const uint8_t* p) {
+uint32_t Load32(const Bytes& bytes, size_t at) {
+    const uint8_t* p = bytes.data() + at;
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
 }
 
@@ -25,25 +20,28 @@ uint16_t TreeValue(const Bytes& stored, uint32_t index) {
     return uint16_t(stored[8 + 2 * index] | stored[9 + 2 * index] << 8);
 }
 
-Bytes Compress(const Bytes& input) { return CompressWith(HuffmanCompress, input, 9); }
+Bytes Compress(const Bytes& input) {
+    return CompressWith(HuffmanCompress, input, 9);
+}
 
 bool Expand(const Bytes& stored, uint32_t size, Bytes* output) {
     return ExpandWith(HuffmanExpand, stored, size, output);
 }
 
 void ExpectRoundTrip(const Bytes& input, const std::string& what) {
+    SCOPED_TRACE(what);
     const Bytes stored = Compress(input);
-    ASSERT_GE(stored.size(), HuffmanHeaderSize) << what;
-    EXPECT_LE(stored.size(), input.size() + 2060) << what;
-    EXPECT_EQ(Load32(stored.data()), input.size()) << what;
+    ASSERT_GE(stored.size(), HuffmanHeaderSize);
+    EXPECT_LE(stored.size(), input.size() + 2060);
+    EXPECT_EQ(Load32(stored, 0), input.size());
     Bytes output;
-    ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output)) << what;
-    EXPECT_TRUE(output == input) << what;
+    ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output));
+    EXPECT_TRUE(output == input);
 }
 
+// Skewed, so codes of many lengths occur.
 Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
     std::mt19937 generator(seed);
-    // Skewed, so codes of many lengths occur.
     std::geometric_distribution<uint32_t> pick(1.0 / values);
     Bytes bytes(size);
     for (uint8_t& b : bytes) b = uint8_t(pick(generator) % values);
@@ -51,21 +49,19 @@ Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
 }
 
 TEST(Huffman, RandomAndRealDataComeBackByteForByte) {
-    for (uint32_t seed : {1u, 2u, 3u}) {
+    for (uint32_t seed : {1u, 2u}) {
         for (uint32_t size : {0u, 1u, 2u, 3u, 255u, 4096u, 65537u, 1u << 20}) {
             for (uint32_t values : {2u, 17u, 256u}) {
-                ExpectRoundTrip(Random(size, seed, values),
-                                "seed " + std::to_string(seed) + " size " + std::to_string(size) +
-                                    " values " + std::to_string(values));
+                ExpectRoundTrip(Random(size, seed, values), std::to_string(seed) + "/" +
+                                                                std::to_string(size) + "/" +
+                                                                std::to_string(values));
             }
         }
     }
-    // Uniform bytes: every value, codes of 7 to 9 bits.
-    std::mt19937 generator(7);
+    std::mt19937 generator(7);  // uniform bytes: every value, codes of 7 to 9 bits
     Bytes uniform(100000);
     for (uint8_t& b : uniform) b = uint8_t(generator());
     ExpectRoundTrip(uniform, "uniform");
-
     for (const char* sample :
          {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
         const Bytes input = ReadSourceFile(sample);
@@ -74,70 +70,55 @@ TEST(Huffman, RandomAndRealDataComeBackByteForByte) {
     }
     const Bytes text = ReadSourceFile("README.md");
     EXPECT_LT(Compress(text).size(), text.size());
-}
 
-TEST(Huffman, ASingleValueStoresItAsTheRoot) {
-    for (uint32_t size : {1u, 5u, 100000u}) {
-        const Bytes input(size, 'q');
-        const Bytes stored = Compress(input);
-        ASSERT_EQ(stored.size(), 2060u);
-        EXPECT_EQ(Load32(stored.data() + 4), uint32_t('q'));
-        for (uint32_t i = 0; i < HuffmanTreeValues; ++i) ASSERT_EQ(TreeValue(stored, i), 0);
-        Bytes output;
-        ASSERT_TRUE(Expand(stored, size, &output));
-        EXPECT_TRUE(output == input);
-    }
-    // Nothing at all: a header with no stream.
-    const Bytes empty = Compress({});
-    EXPECT_EQ(empty.size(), 2056u);
-    Bytes output;
-    EXPECT_TRUE(Expand(empty, 0, &output));
+    // A weight of ten million takes part in the merges like any other.
+    Bytes large(10000005, 'a');
+    for (uint32_t i = 0; i < 5; ++i) large[i * 1000003] = uint8_t('b' + i);
+    ExpectRoundTrip(large, "ten million");
 }
 
 TEST(Huffman, TreeAndBitsAreLaidOutExactly) {
+    // One value is stored as the root, with an empty tree and no stream.
+    for (uint32_t size : {1u, 100000u}) {
+        const Bytes stored = Compress(Bytes(size, 'q'));
+        ASSERT_EQ(stored.size(), 2060u);
+        EXPECT_EQ(Load32(stored, 4), uint32_t('q'));
+        for (uint32_t i = 0; i < HuffmanTreeValues; ++i) ASSERT_EQ(TreeValue(stored, i), 0);
+        ExpectRoundTrip(Bytes(size, 'q'), "one value");
+    }
+    EXPECT_EQ(Compress({}).size(), 2056u);
+
     // Two values: root 256, the rarer (or, at equal counts, the lower) value takes bit 0.
-    const Bytes twoValues = {'b', 'a', 'b', 'b'};
-    Bytes stored = Compress(twoValues);
+    Bytes stored = Compress({'b', 'a', 'b', 'b'});
     ASSERT_EQ(stored.size(), 2060u);
-    EXPECT_EQ(Load32(stored.data() + 4), 256u);
+    EXPECT_EQ(Load32(stored, 4), 256u);
     EXPECT_EQ(TreeValue(stored, 512), 'a');
     EXPECT_EQ(TreeValue(stored, 513), 'b');
-    EXPECT_EQ(Load32(stored.data() + 2056), 0b1101u);
+    EXPECT_EQ(Load32(stored, 2056), 0b1101u);
     for (uint32_t i = 0; i < 512; ++i) ASSERT_EQ(TreeValue(stored, i), 0) << i;
-
     stored = Compress({'y', 'x', 'y', 'x'});
     EXPECT_EQ(TreeValue(stored, 512), 'x');
-    EXPECT_EQ(Load32(stored.data() + 2056), 0b0101u);
+    EXPECT_EQ(Load32(stored, 2056), 0b0101u);
 
     // "aaabbc": c and b merge first (c, the smallest, on bit 0) into 256; then a and 256 tie at
     // 3 and a's earlier place puts it on bit 0 of the root 257. Codes from the root: a 0,
     // b 11, c 10, written from each word's lowest bit.
     stored = Compress({'a', 'a', 'a', 'b', 'b', 'c'});
     ASSERT_EQ(stored.size(), 2060u);
-    EXPECT_EQ(Load32(stored.data() + 4), 257u);
+    EXPECT_EQ(Load32(stored, 4), 257u);
     EXPECT_EQ(TreeValue(stored, 512), 'c');
     EXPECT_EQ(TreeValue(stored, 513), 'b');
     EXPECT_EQ(TreeValue(stored, 514), 'a');
     EXPECT_EQ(TreeValue(stored, 515), 256);
-    EXPECT_EQ(Load32(stored.data() + 2056), 0b011111000u);
+    EXPECT_EQ(Load32(stored, 2056), 0b011111000u);
 
     // 32 one-bit codes fill exactly one word: no second word is written or needed.
     Bytes exact(32, 'm');
     exact[5] = exact[9] = 'n';
-    stored = Compress(exact);
-    EXPECT_EQ(stored.size(), 2060u);
-    Bytes output;
-    ASSERT_TRUE(Expand(stored, 32, &output));
-    EXPECT_TRUE(output == exact);
+    EXPECT_EQ(Compress(exact).size(), 2060u);
+    ExpectRoundTrip(exact, "one word");
     exact.push_back('m');
     EXPECT_EQ(Compress(exact).size(), 2064u);
-}
-
-TEST(Huffman, InputsOfTenMillionBytesAndMoreStillCompress) {
-    // A weight of ten million takes part in the merges like any other.
-    Bytes input(10000005, 'a');
-    for (uint32_t i = 0; i < 5; ++i) input[i * 1000003] = uint8_t('b' + i);
-    ExpectRoundTrip(input, "ten million");
 }
 
 TEST(Huffman, TooLittleRoomIsRefused) {
@@ -155,17 +136,17 @@ TEST(Huffman, TooLittleRoomIsRefused) {
 TEST(Huffman, DamagedEntriesAreRefusedWithAWarning) {
     const Bytes input = Random(5000, 5, 40);
     const Bytes stored = Compress(input);
+    const uint32_t root = Load32(stored, 4);
     Bytes output;
     ReportCapture warnings;
 
-    // A claimed size that is not the stored one, either way.
+    // A claimed size that is not the stored one, either way; shorter than the header; a stream
+    // cut anywhere; a root or a tree value beyond the node table.
     EXPECT_FALSE(Expand(stored, 4999, &output));
     EXPECT_FALSE(Expand(stored, 5001, &output));
-    // Shorter than the header; a stream cut anywhere.
     EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 2055), 5000, &output));
     EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.end() - 4), 5000, &output));
     EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 2056), 5000, &output));
-    // A root or a tree value beyond the node table.
     Bytes bad = stored;
     bad[4] = 0x00, bad[5] = 0x02;  // 512
     EXPECT_FALSE(Expand(bad, 5000, &output));
@@ -177,31 +158,20 @@ TEST(Huffman, DamagedEntriesAreRefusedWithAWarning) {
 
     // A node that leads to itself eats the stream and stops at its end.
     bad = stored;
-    const uint32_t root = Load32(stored.data() + 4);
-    bad[8 + 4 * root] = uint8_t(root), bad[9 + 4 * root] = uint8_t(root >> 8);
-    bad[10 + 4 * root] = uint8_t(root), bad[11 + 4 * root] = uint8_t(root >> 8);
+    bad[8 + 4 * root] = bad[10 + 4 * root] = uint8_t(root);
+    bad[9 + 4 * root] = bad[11 + 4 * root] = uint8_t(root >> 8);
     EXPECT_FALSE(Expand(bad, 5000, &output));
     EXPECT_EQ(warnings.lastWarning, "Huffman entry's bit stream ends after 0 of 5000 bytes");
 
-    // Flipped bits give wrong output or a refusal, and never a write past the output.
+    // Flipped bits give wrong output or a refusal, and never a write past the output (the
+    // sanitizer build watches).
     std::mt19937 generator(11);
     for (int trial = 0; trial < 200; ++trial) {
         bad = stored;
-        for (int flip = 0; flip < 4; ++flip) {
-            const uint32_t at = 4 + generator() % uint32_t(bad.size() - 4);
-            bad[at] ^= uint8_t(1u << (generator() % 8));
-        }
+        for (int flip = 0; flip < 4; ++flip)
+            bad[4 + generator() % uint32_t(bad.size() - 4)] ^= uint8_t(1u << (generator() % 8));
         Expand(bad, 5000, &output);
     }
-}
-
-TEST(Huffman, MethodTableSelectsByNumber) {
-    EXPECT_EQ(CompressMethods[CompressionRaw], nullptr);
-    EXPECT_EQ(ExpandMethods[CompressionRaw], nullptr);
-    EXPECT_EQ(CompressMethods[CompressionHuffman], &HuffmanCompress);
-    EXPECT_EQ(ExpandMethods[CompressionHuffman], &HuffmanExpand);
-    EXPECT_EQ(CompressMethods[CompressionZlib], &ZlibCompress);
-    EXPECT_EQ(ExpandMethods[CompressionZlib], &ZlibExpand);
 }
 
 }  // namespace

@@ -1,51 +1,24 @@
-// Shared by the resource library tests: reports kept in order, volumes written by hand, sample
-// data from the source tree.
+// Shared by the resource library tests: volumes written by hand and sample data from the source
+// tree.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "base/diagnostics.h"
 #include "base/reslibrary_header.h"
+#include "tests/base/report_log.h"
 #include "tests/support/temp_dir.h"
-
-// Warnings and alerts, kept while the object lives; the old handlers come back at its end.
-class WarningLog {
-public:
-    WarningLog() {
-        active = this;
-        oldWarning = CorvaneSetWarningHandler([](const char* t) { active->texts.push_back(t); });
-        oldAlert = CorvaneSetAlertHandler([](const char* t) { active->texts.push_back(t); });
-    }
-    ~WarningLog() {
-        CorvaneSetWarningHandler(oldWarning);
-        CorvaneSetAlertHandler(oldAlert);
-        active = nullptr;
-    }
-    WarningLog(const WarningLog&) = delete;
-    WarningLog& operator=(const WarningLog&) = delete;
-
-    bool Has(const std::string& part) const {
-        for (const std::string& text : texts)
-            if (text.find(part) != std::string::npos) return true;
-        return false;
-    }
-    std::vector<std::string> texts;
-
-private:
-    static inline WarningLog* active = nullptr;
-    CorvaneTextHandler oldWarning, oldAlert;
-};
 
 struct HandEntry {
     std::string name;
     int32_t time;
-    std::string bytes;     // stored bytes
+    std::string bytes;  // stored bytes
     uint32_t method = 0;
-    uint32_t size = 0;     // 0: the stored bytes' length
+    uint32_t size = 0;  // 0: the stored bytes' length
 };
 
 // Writes root%04u.RFH/.RFD with the entries one behind the other.
@@ -62,8 +35,8 @@ inline void WriteVolume(const std::string& root, uint32_t volume,
         record.size = entry.size ? entry.size : uint32_t(entry.bytes.size());
         record.offset = uint32_t(data.size());
         uint8_t bytes[1024];
-        const size_t length = WriteResourceHeaderRecord(record, entry.name.c_str(), bytes,
-                                                        sizeof bytes);
+        const size_t length =
+            WriteResourceHeaderRecord(record, entry.name.c_str(), bytes, sizeof bytes);
         header.append(reinterpret_cast<const char*>(bytes), length);
         data += entry.bytes;
     }
@@ -73,12 +46,9 @@ inline void WriteVolume(const std::string& root, uint32_t volume,
 
 inline void SetFileTime(const std::string& path, int32_t seconds) {
     using namespace std::chrono;
-    std::filesystem::last_write_time(
-        path, file_clock::from_sys(sys_seconds(std::chrono::seconds(seconds))));
+    std::filesystem::last_write_time(path, file_clock::from_sys(sys_seconds(seconds * 1s)));
 }
 
 inline std::string SampleFile(const char* relative) {
-    const std::string here = __FILE__;
-    const std::string top = here.substr(0, here.rfind("/tests/"));
-    return ReadWholeFile(top + "/" + relative);
+    return ReadWholeFile(std::string(TENEBRIX_SOURCE_DIR) + "/" + relative);
 }

@@ -2,103 +2,55 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <cstdio>
 #include <random>
 #include <string>
-#include <vector>
 
-#include "base/diagnostics.h"
+#include "base/ResLibrary.h"
+#include "base/file.h"
 #include "platform/debug/debug_output.h"
-#include "tests/support/temp_dir.h"
+#include "tests/base/reslibrary_fixture.h"
 
 namespace {
 
-struct Report {
-    char slot;  // 'W'arning, 'A'lert, 'E'rror
-    uint32_t code;
-    std::string text;
-};
-
-// Handlers that return and keep what they get, so an error does not end the test program; the
-// old handlers come back at the end.
-class ReportLog {
-public:
-    ReportLog() {
-        active = this;
-        oldWarning = CorvaneSetWarningHandler([](const char* t) { Add('W', 0, t); });
-        oldAlert = CorvaneSetAlertHandler([](const char* t) { Add('A', 0, t); });
-        oldError = CorvaneSetErrorHandler([](uint32_t c, const char* t) { Add('E', c, t); });
-    }
-    ~ReportLog() {
-        CorvaneSetWarningHandler(oldWarning);
-        CorvaneSetAlertHandler(oldAlert);
-        CorvaneSetErrorHandler(oldError);
-        active = nullptr;
-    }
-    ReportLog(const ReportLog&) = delete;
-    ReportLog& operator=(const ReportLog&) = delete;
-
-    std::vector<Report> reports;
-
-private:
-    static void Add(char slot, uint32_t code, const char* text) {
-        active->reports.push_back({slot, code, text});
-    }
-    static inline ReportLog* active = nullptr;
-    CorvaneTextHandler oldWarning, oldAlert;
-    CorvaneErrorHandler oldError;
-};
-
-std::string Path(const ResourceManager& manager, const char* key) {
-    const char* value = manager.GetResourcePath(key);
+std::string Path(const ResourceManager& manager, const std::string& key) {
+    const char* value = manager.GetResourcePath(key.c_str());
     return value ? value : "<null>";
 }
 
-TEST(ResourceManager, LaterKeyWinsAndLookupIgnoresCase) {
+TEST(ResourceManager, LaterKeyWinsLookupIgnoresCaseAndValuesTakeSlashes) {
     TempDir dir;
-    WriteWholeFile("resource.cfg", "LIT lit\nTEXTURE_DATA textures\nlit later\n");
+    WriteWholeFile("resource.cfg",
+                   "LIT lit\nTEXTURE_DATA ..\\data\\textures\\\nlit later/mixed\\path\n");
     ReportLog log;
     ResourceManager manager;
-    EXPECT_EQ(Path(manager, "LIT"), "later");
-    EXPECT_EQ(Path(manager, "Lit"), "later");
-    EXPECT_EQ(Path(manager, "texture_data"), "textures");
+    EXPECT_EQ(Path(manager, "Lit"), "later/mixed/path");
+    EXPECT_EQ(Path(manager, "texture_data"), "../data/textures/");
     EXPECT_EQ(Path(manager, "TEXTURE_DATAX"), "<null>");  // a prefix is not a match
-    // The value stays owned by the manager: the same text each time.
-    EXPECT_EQ(manager.GetResourcePath("LIT"), manager.GetResourcePath("lIT"));
-    ASSERT_EQ(log.reports.size(), 1u);
-    EXPECT_EQ(log.reports[0].slot, 'W');
-    EXPECT_EQ(log.reports[0].text, "Failed to find resource TEXTURE_DATAX\n");
+    EXPECT_EQ(manager.GetResourcePath(nullptr), nullptr);
+    const Texts texts = log.Take();
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_EQ(texts[0], "W: Failed to find resource TEXTURE_DATAX\n");
+    EXPECT_EQ(texts[1].rfind("E512: ", 0), 0u);
 }
 
 TEST(ResourceManager, LineBreaksAndBlanksAreAllOneSeparator) {
-    const char* layouts[] = {
-        "A 1\nB 2\nC 3\n",
-        "A 1 B 2 C 3",
-        "A\n1\nB\t2\r\n\r\nC\v3\f",
-        "  \n\t A   1\tB\n\n2 C\r3",
-    };
-    for (const char* layout : layouts) {
+    for (const char* layout : {"A 1\nB 2\nC 3\n", "A 1 B 2 C 3", "A\n1\nB\t2\r\n\r\nC\v3\f",
+                               "  \n\t A   1\tB\n\n2 C\r3"}) {
         SCOPED_TRACE(layout);
         TempDir dir;
         WriteWholeFile("resource.cfg", layout);
         ReportLog log;
         ResourceManager manager;
-        EXPECT_EQ(Path(manager, "A"), "1");
-        EXPECT_EQ(Path(manager, "B"), "2");
-        EXPECT_EQ(Path(manager, "C"), "3");
-        EXPECT_TRUE(log.reports.empty());
+        EXPECT_EQ(Path(manager, "A") + Path(manager, "B") + Path(manager, "C"), "123");
+        EXPECT_EQ(log.texts, Texts{});
     }
-}
-
-TEST(ResourceManager, EmptyFileGivesAnEmptyManagerWithoutAlert) {
-    for (const char* text : {"", " \n\t\r\n"}) {
+    for (const char* empty : {"", " \n\t\r\n"}) {
         TempDir dir;
-        WriteWholeFile("resource.cfg", text);
+        WriteWholeFile("resource.cfg", empty);
         ReportLog log;
         ResourceManager manager;
-        EXPECT_EQ(manager.GetResourcePath("LIT"), nullptr);
-        ASSERT_EQ(log.reports.size(), 1u);  // the lookup's warning, nothing from the reading
-        EXPECT_EQ(log.reports[0].slot, 'W');
+        EXPECT_EQ(log.texts, Texts{});
     }
 }
 
@@ -107,78 +59,45 @@ TEST(ResourceManager, OddTokenCountRaisesTheErrorWithTheLastToken) {
     WriteWholeFile("resource.cfg", "A 1\nB 2\nLONELY\n");
     ReportLog log;
     ResourceManager manager;
-    ASSERT_EQ(log.reports.size(), 1u);
-    EXPECT_EQ(log.reports[0].slot, 'E');
-    EXPECT_EQ(log.reports[0].code, uint32_t(CorvaneCodeError));
-    EXPECT_EQ(log.reports[0].text, "Failed to find second line in RESOURCE.CFG\nLONELY\n");
+    EXPECT_EQ(log.Take(), (Texts{"E513: Failed to find second line in RESOURCE.CFG\nLONELY\n"}));
     // With a handler that returns, the pairs before it stand.
-    EXPECT_EQ(Path(manager, "A"), "1");
-    EXPECT_EQ(Path(manager, "B"), "2");
-    EXPECT_EQ(Path(manager, "LONELY"), "<null>");
+    EXPECT_EQ(Path(manager, "A") + Path(manager, "B"), "12");
 }
 
-TEST(ResourceManager, MissingFileAlertsAndLookupsWarn) {
+TEST(ResourceManager, MissingFileAlertsAndLeavesItEmpty) {
     TempDir dir;
     DebugCapture capture;
     ReportLog log;
     {
         ResourceManager manager;
-        ASSERT_EQ(log.reports.size(), 1u);
-        EXPECT_EQ(log.reports[0].slot, 'A');
-        EXPECT_EQ(log.reports[0].text, "Could not open RESOURCE.CFG\n");
-
         EXPECT_EQ(manager.GetResourcePath("LIT"), nullptr);
-        ASSERT_EQ(log.reports.size(), 2u);
-        EXPECT_EQ(log.reports[1].slot, 'W');
-        EXPECT_EQ(log.reports[1].text, "Failed to find resource LIT\n");
     }
     EXPECT_NE(capture.Text().find("ResourceManager Destructor"), std::string::npos);
-
     // An explicit path reads that file, and alerts with the same text when it is missing.
     WriteWholeFile("other.cfg", "LIT scripts");
     ResourceManager other(dir.File("other.cfg").c_str());
     EXPECT_EQ(Path(other, "LIT"), "scripts");
     ResourceManager missing("nowhere.cfg");
-    ASSERT_EQ(log.reports.size(), 3u);
-    EXPECT_EQ(log.reports[2].text, "Could not open RESOURCE.CFG\n");
-}
-
-TEST(ResourceManager, NullKeyAssertsAndGivesNull) {
-    TempDir dir;
-    WriteWholeFile("resource.cfg", "LIT lit");
-    ReportLog log;
-    ResourceManager manager;
-    EXPECT_EQ(manager.GetResourcePath(nullptr), nullptr);
-    ASSERT_EQ(log.reports.size(), 1u);
-    EXPECT_EQ(log.reports[0].code, uint32_t(CorvaneCodeAssertion));
+    EXPECT_EQ(log.Take(),
+              (Texts{"A: Could not open RESOURCE.CFG\n", "W: Failed to find resource LIT\n",
+                     "A: Could not open RESOURCE.CFG\n"}));
 }
 
 TEST(ResourceManager, OverlongTokensAreCutAt399AndTheirTailSkipped) {
     TempDir dir;
-    const std::string longKey(1000, 'k');
-    const std::string longValue(1000, 'v');
     // 399 characters stay whole, 400 lose one; the tails must not be read as further tokens,
     // or every pair behind them shifts and the count turns odd.
-    WriteWholeFile("resource.cfg", longKey + " short\nLONG " + longValue + "\n" +
-                                       std::string(399, 'a') + " fits " + std::string(400, 'b') +
-                                       " cut\nLAST last\n");
+    WriteWholeFile("resource.cfg", std::string(1000, 'k') + " short\nLONG " +
+                                       std::string(1000, 'v') + "\n" + std::string(399, 'a') +
+                                       " fits " + std::string(400, 'b') + " cut\nLAST last\n");
     ReportLog log;
     ResourceManager manager;
-    EXPECT_TRUE(log.reports.empty());
-    EXPECT_EQ(Path(manager, std::string(399, 'k').c_str()), "short");
+    EXPECT_EQ(Path(manager, std::string(399, 'k')), "short");
     EXPECT_EQ(Path(manager, "LONG"), std::string(399, 'v'));
-    EXPECT_EQ(Path(manager, std::string(399, 'a').c_str()), "fits");
-    EXPECT_EQ(Path(manager, std::string(399, 'b').c_str()), "cut");
+    EXPECT_EQ(Path(manager, std::string(399, 'a')), "fits");
+    EXPECT_EQ(Path(manager, std::string(399, 'b')), "cut");
     EXPECT_EQ(Path(manager, "LAST"), "last");
-}
-
-TEST(ResourceManager, BackslashesInValuesBecomeSlashes) {
-    TempDir dir;
-    WriteWholeFile("resource.cfg", "TEXTURE_DATA ..\\data\\textures\\\nLIT lit/mixed\\path\n");
-    ReportLog log;
-    ResourceManager manager;
-    EXPECT_EQ(Path(manager, "TEXTURE_DATA"), "../data/textures/");
-    EXPECT_EQ(Path(manager, "LIT"), "lit/mixed/path");
+    EXPECT_EQ(log.texts, Texts{});
 }
 
 TEST(ResourceManager, BinaryGarbageIsReadWithoutHarm) {
@@ -193,7 +112,7 @@ TEST(ResourceManager, BinaryGarbageIsReadWithoutHarm) {
         ResourceManager manager;
         EXPECT_EQ(Path(manager, "x\xFF\x80"), "value");  // the first zero byte ends the stored key
         EXPECT_EQ(Path(manager, "KEY"), "after");
-        EXPECT_TRUE(log.reports.empty());
+        EXPECT_EQ(log.texts, Texts{});
     }
     // Random files: at most one error, and only the odd-count one; the sanitizers watch the rest.
     std::mt19937 random(20240611);
@@ -203,19 +122,68 @@ TEST(ResourceManager, BinaryGarbageIsReadWithoutHarm) {
         for (char& byte : bytes) byte = char(random());
         WriteWholeFile("resource.cfg", bytes);
         ReportLog log;
-        {
-            ResourceManager manager;
-            manager.GetResourcePath("LIT");
-        }
+        ResourceManager().GetResourcePath("LIT");
         int errors = 0;
-        for (const Report& report : log.reports) {
-            if (report.slot != 'E') continue;
+        for (const std::string& text : log.texts) {
+            if (text[0] != 'E') continue;
             ++errors;
-            EXPECT_EQ(report.code, uint32_t(CorvaneCodeError));
-            EXPECT_EQ(report.text.rfind("Failed to find second line in RESOURCE.CFG\n", 0), 0u);
+            EXPECT_EQ(text.rfind("E513: Failed to find second line in RESOURCE.CFG\n", 0), 0u);
         }
         EXPECT_LE(errors, 1) << "round " << round;
     }
+}
+
+TEST(ResourceManager, LibraryKeysAreExactAndLibrariesAreKept) {
+    TempDir dir;
+    WriteWholeFile("resource.cfg", "MAPS maps\nSOUNDS sounds\nEMPTY nothing-here\nLIB lib\n");
+    WriteVolume("maps", 1, {{"a.txt", 1, "from maps"}});
+    WriteVolume("sounds", 1, {{"b.txt", 1, "from sounds"}});
+    WriteVolume("lib", 1, {{"a", 1, "a"}});
+    std::remove("lib0001.RFD");
+    ReportLog log;
+    {
+        ResourceManager manager;
+        EXPECT_EQ(manager.GetLibrary("maps", 0, false, true), nullptr);  // keys are exact here
+        EXPECT_EQ(log.texts, Texts{});                                   // and a miss says nothing
+        ResourceLibrary* maps = manager.GetLibrary("MAPS", 0, false, true);
+        ASSERT_NE(maps, nullptr);
+        EXPECT_FALSE(maps->IsCached());
+        EXPECT_EQ(manager.GetLibrary("MAPS", 0, true, false), maps);
+        EXPECT_FALSE(maps->IsCached());  // the second call's flags change nothing
+        maps->Close();
+        EXPECT_EQ(manager.GetLibrary("MAPS", 0, false, false), maps);
+        EXPECT_TRUE(maps->IsOpen());
+
+        File* file = manager.OpenFile("SOUNDS", "B.TXT", "rb", false);
+        ASSERT_NE(file, nullptr);
+        char text[32] = {};
+        EXPECT_EQ(file->Read(text, sizeof text), 11u);
+        EXPECT_STREQ(text, "from sounds");
+        manager.CloseFile(file);
+        EXPECT_EQ(file, nullptr);
+        EXPECT_EQ(manager.OpenFile("NOKEY", "b.txt", "rb", false), nullptr);
+
+        // A root without volumes opens and serves loose files; one with a volume whose data
+        // file is missing comes back not open.
+        ResourceLibrary* empty = manager.GetLibrary("EMPTY", 0, false, true);
+        ASSERT_NE(empty, nullptr);
+        EXPECT_TRUE(empty->IsOpen());
+        manager.CloseLibrary(empty);
+        ResourceLibrary* broken = manager.GetLibrary("LIB", 0, false, false);
+        ASSERT_NE(broken, nullptr);
+        EXPECT_FALSE(broken->IsOpen());
+        manager.CloseLibrary("LIB");
+        manager.CloseLibrary("UNKNOWN");  // does nothing
+        EXPECT_EQ(log.Take(),
+                  (Texts{"W: ResourceLibrary maps Has not been used since it was opened",
+                         "W: ResourceLibrary nothing-here Has not been used since it was opened"}));
+    }
+    // Left open: named once each, newest first, and closed (MAPS, opened again and not used
+    // since, says so as it closes).
+    EXPECT_EQ(log.texts,
+              (Texts{"W: Resource [SOUNDS] left open\n", "W: Resource [MAPS] left open\n",
+                     "W: ResourceLibrary maps Has not been used since it was opened"}));
+    EXPECT_EQ(FileOpenCount(), 0u);
 }
 
 }  // namespace

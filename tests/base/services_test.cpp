@@ -1,3 +1,5 @@
+#include "base/services.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -6,43 +8,26 @@
 #include <vector>
 
 #include "base/memory.h"
-#include "base/services.h"
 
-TEST(Services, CopyStringMakesAnOwnedCopy) {
+TEST(Services, CopiesAreOwnedAndWhole) {
     EXPECT_EQ(CopyString(nullptr), nullptr);
-
-    const char empty[] = "";
-    char* copy = CopyString(empty);
-    ASSERT_NE(copy, nullptr);
-    EXPECT_NE(copy, empty);
-    EXPECT_EQ(copy[0], '\0');
-    FREE(copy);
-
+    EXPECT_EQ(CopyWideString(nullptr), nullptr);
     char text[] = "maps\\test.vbf";
-    copy = CopyString(text);
-    ASSERT_NE(copy, nullptr);
+    char* copy = CopyString(text);
     text[0] = 'X';  // the copy must not share the caller's buffer
     EXPECT_STREQ(copy, "maps\\test.vbf");
     FREE(copy);
-}
-
-TEST(Services, CopyWideStringCopiesEverySixteenBitUnit) {
-    EXPECT_EQ(CopyWideString(nullptr), nullptr);
+    copy = CopyString("");
+    EXPECT_STREQ(copy, "");
+    FREE(copy);
 
     // Units with a high byte catch a copy that narrows to 8 bits; the sanitizer build catches a
     // block shorter than length * 2 + 2 bytes.
-    const char16_t text[] = u"A\u00e9\u4e2d\xfffe!";
-    const size_t bytes = sizeof text;
-    char16_t* copy = CopyWideString(text);
-    ASSERT_NE(copy, nullptr);
-    EXPECT_NE(copy, text);
-    EXPECT_EQ(std::memcmp(copy, text, bytes), 0);
-    FREE(copy);
-
-    copy = CopyWideString(u"");
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy[0], u'\0');
-    FREE(copy);
+    const char16_t wide[] = u"A\u00e9\u4e2d\xfffe!";
+    char16_t* wideCopy = CopyWideString(wide);
+    ASSERT_NE(wideCopy, nullptr);
+    EXPECT_EQ(std::memcmp(wideCopy, wide, sizeof wide), 0);
+    FREE(wideCopy);
 }
 
 TEST(Services, AlignedBlocksAreMultiplesOf32AndWhollyUsable) {
@@ -51,9 +36,8 @@ TEST(Services, AlignedBlocksAreMultiplesOf32AndWhollyUsable) {
     for (size_t size : {size_t(4095), size_t(65536), size_t(1) << 20, (size_t(1) << 24) + 3})
         sizes.push_back(size);
 
-    // All blocks live at once, then freed in an order unlike their allocation; writing every
-    // byte lets the sanitizer build see a block that is too short, and the leak check at exit
-    // sees a block that AlignedFree did not release.
+    // All live at once, then freed out of order; every byte is written so the sanitizer build
+    // sees a block too short, and its leak check a block that AlignedFree did not release.
     std::vector<unsigned char*> blocks;
     for (size_t size : sizes) {
         auto* p = static_cast<unsigned char*>(AlignedAlloc(size));
@@ -68,7 +52,7 @@ TEST(Services, AlignedBlocksAreMultiplesOf32AndWhollyUsable) {
 
 TEST(Services, CycleCounterIsTheLow32BitsAsANumber) {
     for (int i = 0; i < 1000; ++i) {
-        double cycles = ReadCycleCounter();
+        const double cycles = ReadCycleCounter();
         ASSERT_GE(cycles, 0.0);
         ASSERT_LT(cycles, 4294967296.0);
         ASSERT_EQ(cycles, std::floor(cycles));

@@ -3,14 +3,10 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "base/diagnostics.h"
 #include "tests/support/compression_calls.h"
 #include "tests/support/report_capture.h"
 #include "tests/support/source_files.h"
@@ -34,14 +30,10 @@ Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
 
 TEST(ZlibMethod, RandomAndRealDataComeBackAtEveryLevel) {
     std::vector<std::pair<std::string, Bytes>> inputs;
-    for (uint32_t seed : {1u, 2u}) {
-        for (uint32_t size : {0u, 1u, 2u, 1000u, 65536u, 1u << 20}) {
-            for (uint32_t values : {3u, 256u}) {
-                inputs.push_back({"random " + std::to_string(seed) + "/" + std::to_string(size) +
-                                      "/" + std::to_string(values),
-                                  Random(size, seed, values)});
-            }
-        }
+    for (uint32_t size : {0u, 1u, 2u, 1000u, 65536u, 1u << 20}) {
+        for (uint32_t values : {3u, 256u})
+            inputs.push_back({std::to_string(size) + "/" + std::to_string(values),
+                              Random(size, size + values, values)});
     }
     for (const char* sample :
          {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
@@ -50,8 +42,9 @@ TEST(ZlibMethod, RandomAndRealDataComeBackAtEveryLevel) {
     }
     for (const auto& [what, input] : inputs) {
         for (int32_t level : {-1, 0, 1, 9}) {
+            SCOPED_TRACE(what + " level " + std::to_string(level));
             const Bytes stored = Compress(input, level);
-            ASSERT_GT(stored.size(), ZlibPrefixSize) << what << " level " << level;
+            ASSERT_GT(stored.size(), ZlibPrefixSize);
             // The prefix is the size, little-endian; behind it a plain zlib stream.
             EXPECT_EQ(uint32_t(stored[0] | stored[1] << 8 | stored[2] << 16 | stored[3] << 24),
                       input.size());
@@ -60,40 +53,21 @@ TEST(ZlibMethod, RandomAndRealDataComeBackAtEveryLevel) {
             ASSERT_EQ(uncompress(plain.data(), &plainLength, stored.data() + 4, stored.size() - 4),
                       Z_OK);
             EXPECT_EQ(plainLength, input.size());
-
             Bytes output;
-            ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output)) << what;
-            EXPECT_TRUE(output == input) << what << " level " << level;
+            ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output));
+            EXPECT_TRUE(output == input);
         }
     }
 }
 
-TEST(ZlibMethod, PrefixCountsInTheStoredSizeAndIsNotRead) {
-    const Bytes input = ReadSourceFile("README.md");
-    Bytes stored = Compress(input, 6);
-    Bytes output;
-    ReportCapture warnings;
-    // Without its last four bytes the stream is cut.
-    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.end() - 4), uint32_t(input.size()), &output));
-    EXPECT_EQ(warnings.warnings, 1);
-    // The entry's own size counts, not the prefix.
-    stored[0] ^= 0x55;
-    stored[3] = 0x7F;
-    ASSERT_TRUE(Expand(stored, uint32_t(input.size()), &output));
-    EXPECT_TRUE(output == input);
-}
-
 TEST(ZlibMethod, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
-    const Bytes input = Random(20000, 9, 7);
-    const Bytes stored = Compress(input, 9);
+    const Bytes stored = Compress(Random(20000, 9, 7), 9);
     Bytes output;
     ReportCapture warnings;
     EXPECT_FALSE(Expand(stored, 19999, &output));  // the stream gives more than claimed
     EXPECT_FALSE(Expand(stored, 20001, &output));  // fewer
     EXPECT_FALSE(Expand(stored, 0, &output));
-    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 3), 20000, &output));
-    EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + 4), 20000, &output));
-    for (size_t cut : {size_t(6), stored.size() / 2, stored.size() - 1}) {
+    for (size_t cut : {size_t(3), size_t(4), size_t(6), stored.size() / 2, stored.size() - 1}) {
         EXPECT_FALSE(Expand(Bytes(stored.begin(), stored.begin() + long(cut)), 20000, &output))
             << cut;
     }
@@ -111,7 +85,11 @@ TEST(ZlibMethod, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
         EXPECT_FALSE(Expand(bad, 20000, &output)) << at;
     }
 
-    // An empty entry is a stream too.
+    // The entry's own size counts, not the prefix; an empty entry is a stream too.
+    Bytes prefixed = stored;
+    prefixed[0] ^= 0x55;
+    prefixed[3] = 0x7F;
+    EXPECT_TRUE(Expand(prefixed, 20000, &output));
     const Bytes empty = Compress({}, 6);
     EXPECT_TRUE(Expand(empty, 0, &output));
     EXPECT_FALSE(Expand(empty, 1, &output));

@@ -1,23 +1,15 @@
-#include <gtest/gtest.h>
-
-#include <cmath>
-
 #include "engine/scene/maths.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 
 constexpr float kHalfPi = 1.57079632679f;
 
-void ExpectVectorNear(const Vector& v, float x, float y, float z, float tolerance = 1e-6f) {
-    EXPECT_NEAR(v.x, x, tolerance);
-    EXPECT_NEAR(v.y, y, tolerance);
-    EXPECT_NEAR(v.z, z, tolerance);
-}
-
-void ExpectVectorEq(const Vector& a, const Vector& b) {
-    EXPECT_EQ(a.x, b.x);
-    EXPECT_EQ(a.y, b.y);
-    EXPECT_EQ(a.z, b.z);
+void ExpectNear(const Vector& v, const Vector& expected, float tolerance = 1e-6f) {
+    EXPECT_NEAR(v.x, expected.x, tolerance);
+    EXPECT_NEAR(v.y, expected.y, tolerance);
+    EXPECT_NEAR(v.z, expected.z, tolerance);
 }
 
 // Rows are the images of the axes: rotated, then scaled per axis; then a translation. The fourth
@@ -54,29 +46,23 @@ Matrix WithAffineColumn(Matrix m) {
 }  // namespace
 
 TEST(VectorMaths, NormalizeReturnsOldLengthAndHasNoEpsilon) {
-    Vector zero = {0, 0, 0};
-    EXPECT_EQ(VectorNormalize(zero), 0.0f);
-    ExpectVectorEq(zero, {0, 0, 0});
-
     Vector v = {3, 0, 4};
     EXPECT_FLOAT_EQ(VectorNormalize(v), 5.0f);
-    EXPECT_FLOAT_EQ(v.x, 0.6f);
-    EXPECT_EQ(v.y, 0.0f);
-    EXPECT_FLOAT_EQ(v.z, 0.8f);
-
+    ExpectNear(v, {0.6f, 0.0f, 0.8f});
     Vector tiny = {3e-10f, 0, -4e-10f};
     EXPECT_FLOAT_EQ(VectorNormalize(tiny), 5e-10f);
-    ExpectVectorNear(tiny, 0.6f, 0.0f, -0.8f);
-
+    ExpectNear(tiny, {0.6f, 0.0f, -0.8f});
     // The squared length 1e-40 is still a (subnormal) float, so this is normalised too.
     Vector subnormal = {0, 1e-20f, 0};
     EXPECT_NEAR(VectorNormalize(subnormal), 1e-20f, 1e-24f);
-    ExpectVectorNear(subnormal, 0.0f, 1.0f, 0.0f, 1e-4f);
-
+    ExpectNear(subnormal, {0.0f, 1.0f, 0.0f}, 1e-4f);
     // Here the squared length rounds to 0 as a float: the vector counts as zero and stays.
     Vector vanishing = {1e-30f, 0, 0};
     EXPECT_EQ(VectorNormalize(vanishing), 0.0f);
     EXPECT_EQ(vanishing.x, 1e-30f);
+    Vector zero = {0, 0, 0};
+    EXPECT_EQ(VectorNormalize(zero), 0.0f);
+    ExpectNear(zero, {0, 0, 0}, 0);
 }
 
 TEST(VectorMaths, DotSumsZThenYThenX) {
@@ -90,25 +76,23 @@ TEST(VectorMaths, DotSumsZThenYThenX) {
 TEST(VectorMaths, CrossAndComponentOperationsKeepArgumentOrder) {
     Vector out;
     VectorCross(out, {1, 2, 3}, {4, 5, 6});
-    ExpectVectorEq(out, {-3, 6, -3});
+    ExpectNear(out, {-3, 6, -3}, 0);
     VectorCross(out, {1, 0, 0}, {0, 1, 0});  // no sign change for the left-handed world
-    ExpectVectorEq(out, {0, 0, 1});
-
+    ExpectNear(out, {0, 0, 1}, 0);
     VectorSubtract({5, 7, 9}, {1, 2, 3}, out);
-    ExpectVectorEq(out, {4, 5, 6});
+    ExpectNear(out, {4, 5, 6}, 0);
     VectorAdd({5, 7, 9}, {1, 2, -3}, out);
-    ExpectVectorEq(out, {6, 9, 6});
     VectorScale(out, -0.5f);
-    ExpectVectorEq(out, {-3, -4.5f, -3});
+    ExpectNear(out, {-3, -4.5f, -3}, 0);
     EXPECT_FLOAT_EQ(VectorLength({2, -3, 6}), 7.0f);
 }
 
 TEST(VectorMaths, RotateGivesUnitResultAndAllowsAliasing) {
     Vector out;
     VectorRotate(out, {2, 0, 0}, {0, 0, 2}, kHalfPi);
-    ExpectVectorNear(out, 0, 1, 0);  // unit length: the 2 is not kept
+    ExpectNear(out, {0, 1, 0});  // unit length: the 2 is not kept
     VectorRotate(out, {1, 0, 0}, {0, 1, 0}, kHalfPi);
-    ExpectVectorNear(out, 0, 0, -1);
+    ExpectNear(out, {0, 0, -1});
 
     const Vector v = {1, 2, 3};
     const Vector axis = {0.3f, -1, 0.5f};
@@ -121,57 +105,50 @@ TEST(VectorMaths, RotateGivesUnitResultAndAllowsAliasing) {
     VectorNormalize(unitAxis);
     EXPECT_NEAR(VectorDot(separate, unitAxis), VectorDot(unitV, unitAxis), 1e-6f);
 
-    Vector inPlace = v;
+    Vector inPlace = v, axisAlias = axis;
     VectorRotate(inPlace, inPlace, axis, 0.7f);
-    ExpectVectorEq(inPlace, separate);
-    Vector axisAlias = axis;
     VectorRotate(axisAlias, v, axisAlias, 0.7f);
-    ExpectVectorEq(axisAlias, separate);
-
+    ExpectNear(inPlace, separate, 0);
+    ExpectNear(axisAlias, separate, 0);
     Vector zero = {0, 0, 0};
     VectorRotate(zero, zero, axis, 0.7f);
-    ExpectVectorEq(zero, {0, 0, 0});
+    ExpectNear(zero, {0, 0, 0}, 0);
 }
 
 TEST(MatrixMaths, ApplyAndApplyRotation) {
     Matrix m = RotationScaleTranslation({0, 0, 1}, kHalfPi, {2, 3, 1}, {10, 20, 30});
     Vector out;
     MatrixApply(m, {1, 1, 1}, out);  // x -> 2y, y -> -3x, z -> z, then the translation
-    ExpectVectorNear(out, 7, 22, 31, 1e-5f);
+    ExpectNear(out, {7, 22, 31}, 1e-5f);
     MatrixApplyRotation(m, {1, 1, 1}, out);
-    ExpectVectorNear(out, -3, 2, 1, 1e-5f);
+    ExpectNear(out, {-3, 2, 1}, 1e-5f);
 }
 
 TEST(MatrixMaths, PreAndPostMultiplyChainLeftToRightAndAllowSelf) {
     const Matrix a = RotationScaleTranslation({1, 2, 3}, 0.4f, {1, 2, 0.5f}, {1, -2, 3});
     const Matrix b = RotationScaleTranslation({-1, 0, 1}, 1.1f, {3, 1, 1}, {-5, 4, 0.25f});
     const Vector p = {0.5f, -1.5f, 2};
-    Vector viaA, viaAThenB, viaBThenA, got;
+    Vector viaA, viaB, viaAThenB, viaBThenA, got;
     MatrixApply(a, p, viaA);
     MatrixApply(b, viaA, viaAThenB);
-    Vector viaB;
     MatrixApply(b, p, viaB);
     MatrixApply(a, viaB, viaBThenA);
 
-    Matrix post = a;  // a then b
-    MatrixPostMultiply(post, b);
+    Matrix post = a, pre = a;
+    MatrixPostMultiply(post, b);  // a then b
+    MatrixPreMultiply(pre, b);    // b then a
     MatrixApply(post, p, got);
-    ExpectVectorNear(got, viaAThenB.x, viaAThenB.y, viaAThenB.z, 1e-5f);
-    Matrix pre = a;  // b then a
-    MatrixPreMultiply(pre, b);
+    ExpectNear(got, viaAThenB, 1e-5f);
     MatrixApply(pre, p, got);
-    ExpectVectorNear(got, viaBThenA.x, viaBThenA.y, viaBThenA.z, 1e-5f);
+    ExpectNear(got, viaBThenA, 1e-5f);
     for (const Matrix* m : {&post, &pre}) {
-        EXPECT_EQ((*m)[3], 0.0f);
-        EXPECT_EQ((*m)[7], 0.0f);
-        EXPECT_EQ((*m)[11], 0.0f);
+        EXPECT_EQ((*m)[3] + (*m)[7] + (*m)[11], 0.0f);
         EXPECT_EQ((*m)[15], 1.0f);
     }
 
     // The product with itself, b being m: must equal the product with a separate copy.
-    Matrix expected;
+    Matrix expected, selfPre = a, selfPost = a;
     MatrixMultiply(expected, WithAffineColumn(a), WithAffineColumn(a));
-    Matrix selfPre = a, selfPost = a;
     MatrixPreMultiply(selfPre, selfPre);
     MatrixPostMultiply(selfPost, selfPost);
     for (int i = 0; i < 16; ++i) {
@@ -183,11 +160,9 @@ TEST(MatrixMaths, PreAndPostMultiplyChainLeftToRightAndAllowSelf) {
 TEST(MatrixMaths, MultiplyAffineWritesOnlyTheAffineElements) {
     const Matrix a = RotationScaleTranslation({0, 1, 0}, 0.3f, {2, 2, 2}, {1, 2, 3});
     const Matrix b = RotationScaleTranslation({1, 0, 0}, -0.8f, {1, 3, 1}, {-4, 0, 6});
-    Matrix out;
+    Matrix out, expected;
     for (int i = 0; i < 16; ++i) out[i] = 100.0f + float(i);
     MatrixMultiplyAffine(out, a, b);
-
-    Matrix expected;
     MatrixMultiply(expected, WithAffineColumn(a), WithAffineColumn(b));
     for (int i = 0; i < 16; ++i) {
         if (i % 4 == 3)
@@ -200,41 +175,31 @@ TEST(MatrixMaths, MultiplyAffineWritesOnlyTheAffineElements) {
 TEST(MatrixMaths, FullMultiplyAndProjectiveApplyUseTheFourthColumn) {
     Matrix projection;
     MatrixIdentity(projection);
-    projection[3] = 1.0f;
-    projection[11] = 1.0f;
+    projection[3] = projection[11] = 1.0f;
     projection[15] = 2.0f;
     projection[12] = 6.0f;
     Vector out;
     MatrixApplyProjective(projection, {2, 4, 4}, out);  // w = 2 + 4 + 2 = 8
-    ExpectVectorEq(out, {1, 0.5f, 0.5f});
+    ExpectNear(out, {1, 0.5f, 0.5f}, 0);
 
     // (p . a) . projection == p . (a * projection) for an affine a.
     const Matrix a =
         WithAffineColumn(RotationScaleTranslation({1, 1, 0}, 0.6f, {1, 2, 3}, {0.5f, 1, 2}));
-    Matrix product;
-    MatrixMultiply(product, a, projection);
     const Vector p = {1, -2, 0.5f};
-    Vector viaA, expected;
-    MatrixApply(a, p, viaA);
-    MatrixApplyProjective(projection, viaA, expected);
+    Matrix product;
+    Vector step, expected;
+    MatrixMultiply(product, a, projection);
+    MatrixApply(a, p, step);
+    MatrixApplyProjective(projection, step, expected);
     MatrixApplyProjective(product, p, out);
-    ExpectVectorNear(out, expected.x, expected.y, expected.z, 1e-5f);
+    ExpectNear(out, expected, 1e-5f);
 
     // With the projection first its fourth column feeds every row of the product.
     MatrixMultiply(product, projection, a);
-    Vector projected;
-    MatrixApplyProjective(projection, p, projected);
-    MatrixApply(a, projected, expected);
+    MatrixApplyProjective(projection, p, step);
+    MatrixApply(a, step, expected);
     MatrixApplyProjective(product, p, out);
-    ExpectVectorNear(out, expected.x, expected.y, expected.z, 1e-5f);
-}
-
-TEST(MatrixMaths, InverseOfSingularMatrixIsIdentityAndFalse) {
-    const Matrix flat = RotationScaleTranslation({1, 2, 3}, 0.5f, {1, 0, 1}, {4, 5, 6});
-    InverseMatrix out;
-    for (float& e : out.m) e = 7.0f;
-    EXPECT_FALSE(MatrixInverse(flat, out));
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(out[i], i % 5 == 0 ? 1.0f : 0.0f) << i;
+    ExpectNear(out, expected, 1e-5f);
 }
 
 TEST(MatrixMaths, InverseUndoesTranslationFirstThenRotation) {
@@ -242,7 +207,6 @@ TEST(MatrixMaths, InverseUndoesTranslationFirstThenRotation) {
     const Matrix m = RotationScaleTranslation({1, -2, 0.5f}, 2.0f, {2, 0.5f, 3}, translation);
     InverseMatrix inv;
     ASSERT_TRUE(MatrixInverse(m, inv));
-
     // The 3x3 part is the true inverse; row 3 is only the negated translation.
     for (int row = 0; row < 3; ++row)
         for (int col = 0; col < 3; ++col) {
@@ -250,23 +214,22 @@ TEST(MatrixMaths, InverseUndoesTranslationFirstThenRotation) {
             for (int k = 0; k < 3; ++k) sum += double(inv[row * 4 + k]) * m[k * 4 + col];
             EXPECT_NEAR(sum, row == col ? 1.0 : 0.0, 2e-6) << row << "," << col;
         }
-    EXPECT_EQ(inv[3], 0.0f);
-    EXPECT_EQ(inv[7], 0.0f);
-    EXPECT_EQ(inv[11], 0.0f);
-    EXPECT_EQ(inv[15], 1.0f);
-    EXPECT_EQ(inv[12], -translation.x);
-    EXPECT_EQ(inv[13], -translation.y);
-    EXPECT_EQ(inv[14], -translation.z);
+    const float lastColumnAndRow[8] = {0, 0, 0, 1, -10, 20, -30, 1};
+    const int at[8] = {3, 7, 11, 15, 12, 13, 14, 15};
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(inv[at[i]], lastColumnAndRow[i]) << at[i];
 
     const Vector p = {1.5f, -2, 3.25f};
-    Vector transformed;
+    Vector transformed, back;
     MatrixApply(m, p, transformed);
     const Vector before = transformed;
-    Vector back;
     MatrixApplyInverse(inv, transformed, back);
-    ExpectVectorNear(back, p.x, p.y, p.z, 1e-5f);
+    ExpectNear(back, p, 1e-5f);
     // The point itself has lost the translation.
-    EXPECT_FLOAT_EQ(transformed.x, before.x - translation.x);
-    EXPECT_FLOAT_EQ(transformed.y, before.y - translation.y);
-    EXPECT_FLOAT_EQ(transformed.z, before.z - translation.z);
+    ExpectNear(transformed, {before.x - 10, before.y + 20, before.z - 30}, 1e-5f);
+
+    // A singular matrix gives false and the identity.
+    const Matrix flat = RotationScaleTranslation({1, 2, 3}, 0.5f, {1, 0, 1}, {4, 5, 6});
+    for (float& e : inv.m) e = 7.0f;
+    EXPECT_FALSE(MatrixInverse(flat, inv));
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(inv[i], i % 5 == 0 ? 1.0f : 0.0f) << i;
 }

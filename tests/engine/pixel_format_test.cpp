@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <ostream>
 #include <vector>
 
 namespace {
@@ -27,28 +28,37 @@ int ThroughChannel(int value, int bits) {
 }
 
 struct Pixel {
-    uint8_t r, g, b, a;
+    int r, g, b, a;
+    bool operator==(const Pixel&) const = default;
 };
+
+std::ostream& operator<<(std::ostream& out, const Pixel& p) {
+    return out << "(" << p.r << ", " << p.g << ", " << p.b << ", " << p.a << ")";
+}
+
+Pixel Read(uint32_t format, const uint8_t* block, int x = 0, int y = 0, int width = 1) {
+    uint8_t r, g, b, a;
+    GetTexturePixel(x, y, width, block, format, r, g, b, a);
+    return {r, g, b, a};
+}
 
 Pixel RoundTrip(uint32_t format, Pixel in) {
     std::vector<uint8_t> block(4 * 6, 0xEE);  // 3 x 2 pixels of up to 4 bytes
-    SetTexturePixel(1, 1, 3, block.data(), format, in.r, in.g, in.b, in.a);
-    Pixel out;
-    GetTexturePixel(1, 1, 3, block.data(), format, out.r, out.g, out.b, out.a);
-    return out;
+    SetTexturePixel(1, 1, 3, block.data(), format, uint8_t(in.r), uint8_t(in.g), uint8_t(in.b),
+                    uint8_t(in.a));
+    return Read(format, block.data(), 1, 1, 3);
 }
 
 std::vector<uint8_t> Stored(uint32_t format, Pixel in) {
     std::vector<uint8_t> block(size_t(GetTextureBPP(format)));
-    SetTexturePixel(0, 0, 1, block.data(), format, in.r, in.g, in.b, in.a);
+    SetTexturePixel(0, 0, 1, block.data(), format, uint8_t(in.r), uint8_t(in.g), uint8_t(in.b),
+                    uint8_t(in.a));
     return block;
 }
 
 Pixel Read16(uint32_t format, uint16_t value) {
-    uint8_t bytes[2] = {uint8_t(value), uint8_t(value >> 8)};
-    Pixel out;
-    GetTexturePixel(0, 0, 1, bytes, format, out.r, out.g, out.b, out.a);
-    return out;
+    const uint8_t bytes[2] = {uint8_t(value), uint8_t(value >> 8)};
+    return Read(format, bytes);
 }
 
 using Bytes = std::vector<uint8_t>;
@@ -93,11 +103,7 @@ TEST(PixelFormat, KeyValuesOfTheFormatsWithoutAlpha) {
     // Alpha 0 stores the key whatever the colour, and the key reads back as transparent magenta.
     for (uint32_t format : {TextureFormat5550, TextureFormat5650, TextureFormat8880}) {
         SCOPED_TRACE(testing::Message() << std::hex << format);
-        Pixel out = RoundTrip(format, {12, 200, 7, 0});
-        EXPECT_EQ(out.r, 255);
-        EXPECT_EQ(out.g, 0);
-        EXPECT_EQ(out.b, 255);
-        EXPECT_EQ(out.a, 0);
+        EXPECT_EQ(RoundTrip(format, {12, 200, 7, 0}), (Pixel{255, 0, 255, 0}));
     }
     EXPECT_EQ(Stored(TextureFormat5550, {1, 2, 3, 0}), (Bytes{0x1F, 0x7C}));
     EXPECT_EQ(Stored(TextureFormat5650, {1, 2, 3, 0}), (Bytes{0x1F, 0xF8}));
@@ -106,21 +112,9 @@ TEST(PixelFormat, KeyValuesOfTheFormatsWithoutAlpha) {
     EXPECT_EQ(RoundTrip(TextureFormat8880, {255, 0, 255, 255}).a, 0);
 
     // 0x5550 compares all 16 bits: the unused top bit makes the key opaque magenta.
-    Pixel key = Read16(TextureFormat5550, 0x7C1F);
-    EXPECT_EQ(key.r, 255);
-    EXPECT_EQ(key.b, 255);
-    EXPECT_EQ(key.a, 0);
-    Pixel topBit = Read16(TextureFormat5550, 0xFC1F);
-    EXPECT_EQ(topBit.r, 255);
-    EXPECT_EQ(topBit.g, 0);
-    EXPECT_EQ(topBit.b, 255);
-    EXPECT_EQ(topBit.a, 255);
-
-    Pixel white = Read16(TextureFormat5650, 0xFFFF);
-    EXPECT_EQ(white.r, 255);
-    EXPECT_EQ(white.g, 255);
-    EXPECT_EQ(white.b, 255);
-    EXPECT_EQ(white.a, 255);
+    EXPECT_EQ(Read16(TextureFormat5550, 0x7C1F), (Pixel{255, 0, 255, 0}));
+    EXPECT_EQ(Read16(TextureFormat5550, 0xFC1F), (Pixel{255, 0, 255, 255}));
+    EXPECT_EQ(Read16(TextureFormat5650, 0xFFFF), (Pixel{255, 255, 255, 255}));
     EXPECT_EQ(Read16(TextureFormat5650, 0xF81F).a, 0);
 
     // The alpha formats know no key: magenta is a colour like any other.
@@ -137,24 +131,18 @@ TEST(PixelFormat, OneBitAlphaCutsAtHalf) {
 }
 
 TEST(PixelFormat, PixelsLieRowByRowWithoutPadding) {
-    std::vector<uint8_t> block(5 * 3 * 3, 0);
+    Bytes block(5 * 3 * 3, 0);
     SetTexturePixel(4, 1, 5, block.data(), TextureFormat8880, 9, 8, 7, 255);
-    EXPECT_EQ(block[(1 * 5 + 4) * 3], 7);
-    EXPECT_EQ(block[(1 * 5 + 4) * 3 + 2], 9);
-    std::vector<uint8_t> wide(4 * 2 * 2, 0);
+    EXPECT_EQ(Bytes(block.begin() + 26, block.begin() + 30), (Bytes{0, 7, 8, 9}));
+    Bytes wide(4 * 2 * 2, 0);
     SetTexturePixel(3, 1, 4, wide.data(), TextureFormat5650, 255, 255, 255, 255);
-    EXPECT_EQ(wide[14], 0xFF);
-    EXPECT_EQ(wide[15], 0xFF);
-    EXPECT_EQ(wide[13], 0);
+    EXPECT_EQ(Bytes(wide.begin() + 12, wide.end()), (Bytes{0, 0, 0xFF, 0xFF}));
 }
 
 TEST(PixelFormat, NextPowerOfTwo) {
-    EXPECT_EQ(NextPowerOfTwo(0), 1u);
-    EXPECT_EQ(NextPowerOfTwo(1), 1u);
-    EXPECT_EQ(NextPowerOfTwo(3), 4u);
-    EXPECT_EQ(NextPowerOfTwo(64), 64u);
-    EXPECT_EQ(NextPowerOfTwo(65), 128u);
-    EXPECT_EQ(NextPowerOfTwo(16385), 32768u);
+    const uint32_t values[] = {0, 1, 3, 64, 65, 16385};
+    const uint32_t powers[] = {1, 1, 4, 64, 128, 32768};
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(NextPowerOfTwo(values[i]), powers[i]) << values[i];
 }
 
 TEST(PixelFormatDeathTest, UnknownFormatIsFatal) {

@@ -17,8 +17,9 @@ namespace {
 struct Bytes {
     std::string bytes;
 
-    Bytes& U32(uint32_t v) {
-        for (int i = 0; i < 4; ++i) bytes.push_back(char(v >> (8 * i)));
+    Bytes& U32(std::initializer_list<uint32_t> values) {
+        for (uint32_t v : values)
+            for (int i = 0; i < 4; ++i) bytes.push_back(char(v >> (8 * i)));
         return *this;
     }
     Bytes& Raw(const std::string& text) {
@@ -28,27 +29,20 @@ struct Bytes {
     // An object header with a zero matrix; nameLength, if given, replaces the name's own length.
     Bytes& Object(int32_t vertexCount, uint32_t sections, uint32_t faceCount, uint32_t children,
                   const std::string& name, int64_t nameLength = -1) {
-        U32(uint32_t(vertexCount)).U32(sections).U32(faceCount).U32(children);
+        U32({uint32_t(vertexCount), sections, faceCount, children});
         bytes.append(128, '\0');
-        U32(nameLength < 0 ? uint32_t(name.size()) : uint32_t(nameLength));
+        U32({nameLength < 0 ? uint32_t(name.size()) : uint32_t(nameLength)});
         return Raw(name);
     }
-    Bytes& Vertices(int count) {
-        bytes.append(size_t(count) * 24, '\0');
-        return *this;
-    }
+    Bytes& Vertices(int count) { return Raw(std::string(size_t(count) * 24, '\0')); }
     Bytes& Face(uint32_t a, uint32_t b, uint32_t c, uint32_t texture) {
-        U32(a).U32(b).U32(c).U32(texture).U32(0);
-        bytes.append(24, '\0');
-        return *this;
+        return U32({a, b, c, texture, 0}).Raw(std::string(24, '\0'));
     }
-    Bytes& End() { return U32(0xFFFFFFFF); }
+    Bytes& End() { return U32({0xFFFFFFFF}); }
 };
 
 Bytes Plain() {
-    Bytes file;
-    file.U32(0).U32(0);
-    return file;
+    return Bytes().U32({0, 0});
 }
 
 struct Damage {
@@ -58,16 +52,20 @@ struct Damage {
 
 std::vector<Damage> Cases() {
     const uint32_t VA = VBFSectionVertexAnimation, KA = VBFSectionKeyAnimation;
-    Bytes packedHead = Plain();
-    packedHead.Object(2, VA, 0, 0, "p").Vertices(2).U32(4).U32(0xFFFFFFFF).U32(2).U32(0).U32(1);
-    std::string block4(32, '\0');
+    // Two key frames of 2 vertices, then the packing header.
+    Bytes packed = Plain().Object(2, VA, 0, 0, "p").Vertices(2).U32({4, 0xFFFFFFFF, 2, 0, 1});
+    // Two key frames of 3 vertices: an index fits the stored 6 but not one frame.
+    Bytes anim = Plain().Object(6, VA, 1, 0, "anim").Vertices(6).Face(0, 1, 4, ~0u);
+    Bytes textured = Bytes().U32({0, 7}).Raw(std::string("a.tga\0\0", 7));
+    textured.Object(3, 0, 1, 0, "t").Vertices(3);
+    const std::string zeros(48, '\0'), zeros32(32, '\0');
     return {
         {"the file ends before its header", Bytes().Raw("\1")},
-        {"user data of 4294967280 bytes", Bytes().U32(1).U32(0xFFFFFFF0)},
-        {"texture block of 1000 bytes", Bytes().U32(0).U32(1000).End()},
-        {"texture entry 0 runs past", Bytes().U32(0).U32(3).Raw("abc").End()},
+        {"user data of 4294967280 bytes", Bytes().U32({1, 0xFFFFFFF0})},
+        {"texture block of 1000 bytes", Bytes().U32({0, 1000}).End()},
+        {"texture entry 0 runs past", Bytes().U32({0, 3}).Raw("abc").End()},
         {"texture entry 1 runs past",
-         Bytes().U32(0).U32(9).Raw(std::string("a.tga\0\0b\0", 9)).End()},
+         Bytes().U32({0, 9}).Raw(std::string("a.tga\0\0b\0", 9)).End()},
         {"ends before the end mark", Plain()},
         {"\"huge\" has 2147483647 vertices", Plain().Object(0x7FFFFFFF, 0, 0, 0, "huge").End()},
         {"\"many\" has 4026531840 faces", Plain().Object(0, 0, 0xF0000000, 0, "many").End()},
@@ -76,65 +74,29 @@ std::vector<Damage> Cases() {
         {"name length 2147483648", Plain().Object(1, 0, 0, 0, "", 0x80000000).End()},
         {"face 1 of \"tri\" uses vertex 3, the object has 3",
          Plain().Object(3, 0, 2, 0, "tri").Vertices(3).Face(0, 1, 2, ~0u).Face(0, 3, 2, ~0u).End()},
-        // Two key frames of 3 vertices: an index fits the stored 6 but not one frame.
-        {"face 0 of \"anim\" uses vertex 4, the object has 3", Plain()
-                                                                   .Object(6, VA, 1, 0, "anim")
-                                                                   .Vertices(6)
-                                                                   .Face(0, 1, 4, ~0u)
-                                                                   .U32(2)
-                                                                   .U32(0)
-                                                                   .U32(2)
-                                                                   .U32(0)
-                                                                   .U32(1)
-                                                                   .End()},
-        {"face 0 of \"t\" uses texture 1, the file has 1", Bytes()
-                                                               .U32(0)
-                                                               .U32(7)
-                                                               .Raw(std::string("a.tga\0\0", 7))
-                                                               .Object(3, 0, 1, 0, "t")
-                                                               .Vertices(3)
-                                                               .Face(0, 1, 2, 1)
-                                                               .End()},
+        {"face 0 of \"anim\" uses vertex 4, the object has 3",
+         Bytes(anim).U32({2, 0, 2, 0, 1}).End()},
+        {"face 0 of \"t\" uses texture 1, the file has 1", Bytes(textured).Face(0, 1, 2, 1).End()},
         {"\"k\" has 1073741824 key frames",
-         Plain().Object(1, VA, 0, 0, "k").Vertices(1).U32(4).U32(0).U32(1u << 30).End()},
+         Plain().Object(1, VA, 0, 0, "k").Vertices(1).U32({4, 0, 1u << 30}).End()},
         {"\"z\" has 0 frames",
-         Plain().Object(2, VA, 0, 0, "z").Vertices(2).U32(0).U32(0).U32(2).U32(0).U32(1).End()},
-        {"\"w\" has 2097152 frames", Plain()
-                                         .Object(2, VA, 0, 0, "w")
-                                         .Vertices(2)
-                                         .U32(1u << 21)
-                                         .U32(0)
-                                         .U32(2)
-                                         .U32(0)
-                                         .U32(1)
-                                         .End()},
-        {"\"p\" has 536870912 records", Bytes(packedHead).U32(0).U32(1u << 29).End()},
+         Plain().Object(2, VA, 0, 0, "z").Vertices(2).U32({0, 0, 2, 0, 1}).End()},
+        {"\"w\" has 2097152 frames",
+         Plain().Object(2, VA, 0, 0, "w").Vertices(2).U32({1u << 21, 0, 2, 0, 1}).End()},
+        {"\"p\" has 536870912 records", Bytes(packed).U32({0, 1u << 29}).End()},
         {"\"p\" has 3 records, too few for 2 key frames of 2 vertices",
-         Bytes(packedHead).U32(0).U32(3).Raw(std::string(24, '\0')).End()},
-        {"frame 3 of the packed animation of \"p\" lies past its data", Bytes(packedHead)
-                                                                            .U32(VBFPackFrameTable)
-                                                                            .U32(4)
-                                                                            .Raw(block4)
-                                                                            .U32(1)
-                                                                            .U32(0)
-                                                                            .U32(9)
-                                                                            .U32(13)
-                                                                            .End()},
+         Bytes(packed).U32({0, 3}).Raw(std::string(24, '\0')).End()},
+        {"frame 3 of the packed animation of \"p\" lies past its data",
+         Bytes(packed).U32({VBFPackFrameTable, 4}).Raw(zeros32).U32({1, 0, 9, 13}).End()},
         {"\"a\" has a last frame of 1048576",
-         Plain().Object(0, KA, 0, 0, "a").U32(1u << 20).U32(0).End()},
-        {"\"b\" has 268435456 keys", Plain().Object(0, KA, 0, 0, "b").U32(5).U32(1u << 28).End()},
+         Plain().Object(0, KA, 0, 0, "a").U32({1u << 20, 0}).End()},
+        {"\"b\" has 268435456 keys", Plain().Object(0, KA, 0, 0, "b").U32({5, 1u << 28}).End()},
         {"key 0 of \"c\" is cut short",
-         Plain().Object(0, KA, 0, 0, "c").U32(5).U32(1).U32(3 | VBFKeyRotation).U32(0).U32(0)},
+         Plain().Object(0, KA, 0, 0, "c").U32({5, 1, 3 | VBFKeyRotation, 0, 0})},
         {"the key frames of \"d\" need 384 bytes",
-         Plain().Object(0, KA, 0, 0, "d").U32(5).U32(VBFKeyMatrices).End()},
-        {"frame 1 of \"e\" uses key record 1 of 1", Plain()
-                                                        .Object(0, KA, 0, 0, "e")
-                                                        .U32(1)
-                                                        .U32(VBFKeyTable)
-                                                        .U32(1)
-                                                        .U32(0x00010000)
-                                                        .Raw(std::string(48, '\0'))
-                                                        .End()},
+         Plain().Object(0, KA, 0, 0, "d").U32({5, VBFKeyMatrices}).End()},
+        {"frame 1 of \"e\" uses key record 1 of 1",
+         Plain().Object(0, KA, 0, 0, "e").U32({1, VBFKeyTable, 1, 0x00010000}).Raw(zeros).End()},
     };
 }
 
@@ -213,7 +175,5 @@ TEST_F(VbfDamage, FilesThatCannotBeReadAreLoggedUnderTheCallersTag) {
 }
 
 TEST_F(VbfDamage, AnUnknownHeaderKindIsFatal) {
-    Bytes file;
-    file.U32(2).U32(0).End();
-    EXPECT_DEATH(Load(file), "VELMORALoadVBF: invalid header");
+    EXPECT_DEATH(Load(Bytes().U32({2, 0}).End()), "VELMORALoadVBF: invalid header");
 }

@@ -31,9 +31,9 @@ TEST(ChunkTree, FacesGoToTheChunkOfTheirCentroid) {
     ASSERT_TRUE(result.written) << result.messages;
     LoadedMap map("map");
     ASSERT_TRUE(map.loaded);
+    // 128 x 96 units in 40-unit chunks: 4 columns, 3 rows.
     EXPECT_EQ(map.size.cellsX, 4);
     EXPECT_EQ(map.size.cellsY, 3);
-    // 128 x 96 units in 40-unit chunks: 4 columns, 3 rows.
     std::vector<const CMesh*> meshes = map.Meshes();
     EXPECT_EQ(meshes.size(), 4u * 3u);
     EXPECT_EQ(map.Triangles(), 128u * 96u * 2u);
@@ -61,13 +61,11 @@ TEST(ChunkTree, AChunkTooLargeForSixteenBitIndicesIsCutIntoParts) {
     ASSERT_TRUE(WriteGreyPng("big.png", 260, 260, 8, Hills(260, 260)));
     ImportRequest request = Request({"big.png"});
     request.chunkSize = 8192.0;
-    ImportResult result = Import(request);
-    ASSERT_TRUE(result.written) << result.messages;
+    ASSERT_TRUE(Import(request).written);
     LoadedMap map("map");
-    std::vector<const CMesh*> meshes = map.Meshes();
-    EXPECT_GE(meshes.size(), 2u);
+    EXPECT_GE(map.Meshes().size(), 2u);
     EXPECT_EQ(map.Triangles(), 259u * 259u * 2u);
-    for (const CMesh* mesh : meshes) {
+    for (const CMesh* mesh : map.Meshes()) {
         EXPECT_LE(mesh->vertexCount, 65535) << mesh->name;
         EXPECT_EQ(std::string(mesh->name).rfind("chunk_0_0_", 0), 0u) << mesh->name;
     }
@@ -88,7 +86,7 @@ TEST(ChunkTree, DegenerateFacesAreDroppedAndCounted) {
     ASSERT_TRUE(result.written) << result.messages;
     EXPECT_EQ(result.summary.degenerate, 2u);
     EXPECT_EQ(result.summary.triangles, 12u);
-    EXPECT_NE(result.messages.find("2 degenerate faces (no area) dropped"), std::string::npos);
+    EXPECT_THAT(result.messages, HasSubstr("2 degenerate faces (no area) dropped"));
 }
 
 }  // namespace

@@ -12,19 +12,6 @@
 
 namespace {
 
-// Heights of a loaded map by (column, row) at one unit a sample; every vertex must sit on it.
-std::map<std::pair<int, int>, float> HeightsOf(const LoadedMap& map) {
-    std::map<std::pair<int, int>, float> heights;
-    for (const CMesh* mesh : map.Meshes())
-        for (int32_t i = 0; i < mesh->vertexCount; ++i) {
-            const Vector& p = mesh->vertices[i].position;
-            EXPECT_EQ(p.x, std::floor(p.x));
-            EXPECT_EQ(p.z, std::floor(p.z));
-            heights[{int(p.x), int(-p.z)}] = p.y;
-        }
-    return heights;
-}
-
 std::string RawBytes(const std::vector<float>& values) {
     std::string bytes(values.size() * 4, '\0');
     for (size_t i = 0; i < values.size(); ++i) {
@@ -35,44 +22,18 @@ std::string RawBytes(const std::vector<float>& values) {
     return bytes;
 }
 
-TEST(HeightMap, PngSamplesBecomeHeightsWithTheTopRowAtTheFarEdge) {
+TEST(HeightMap, SamplesBecomeHeightsWithTheTopRowAtTheFarEdge) {
     TempDir dir;
-    const uint32_t width = 5, height = 4;
-    std::vector<uint16_t> samples(width * height);
-    for (uint32_t i = 0; i < samples.size(); ++i) samples[i] = uint16_t(1000 * (i % 7) + i);
-    ASSERT_TRUE(WriteGreyPng("deep.png", width, height, 16, samples));
-    std::vector<uint16_t> bytes(samples);
-    for (uint16_t& b : bytes) b %= 256;
-    ASSERT_TRUE(WriteGreyPng("byte.png", width, height, 8, bytes));
-
-    for (const auto& [file, expected] : {std::make_pair(std::string("deep.png"), samples),
-                                         std::make_pair(std::string("byte.png"), bytes)}) {
-        ImportRequest request = Request({file}, file + ".map");
-        request.heightMap.heightScale = 0.5;
-        ImportResult result = Import(request);
-        ASSERT_TRUE(result.written) << result.messages;
-        EXPECT_EQ(result.errors, 0) << result.messages;
-        LoadedMap map(file + ".map");
-        ASSERT_TRUE(map.loaded);
-        EXPECT_EQ(map.Triangles(), size_t(width - 1) * (height - 1) * 2);
-        EXPECT_EQ(map.size.cellsX, 1);
-        std::map<std::pair<int, int>, float> heights = HeightsOf(map);
-        ASSERT_EQ(heights.size(), size_t(width) * height) << file;
-        for (uint32_t row = 0; row < height; ++row)
-            for (uint32_t column = 0; column < width; ++column)
-                EXPECT_EQ((heights[{int(column), int(row)}]),
-                          float(expected[row * width + column] * 0.5))
-                    << file << " " << column << ", " << row;
-        // Every face of a height map is seen from above, and the normals lean with the slope.
-        for (const CMesh* mesh : map.Meshes())
-            for (int32_t i = 0; i < mesh->vertexCount; ++i)
-                EXPECT_GT(mesh->vertices[i].normal.y, 0.0f);
+    std::vector<float> deep(20), bytes(20);
+    std::vector<uint16_t> deepSamples(20), byteSamples(20);
+    for (uint32_t i = 0; i < 20; ++i) {
+        deepSamples[i] = uint16_t(1000 * (i % 7) + i);
+        byteSamples[i] = deepSamples[i] % 256;
+        deep[i] = deepSamples[i];
+        bytes[i] = byteSamples[i];
     }
-}
-
-TEST(HeightMap, RawGridsReadInEachSampleFormat) {
-    TempDir dir;
-    // 3 x 2 samples: int16 -2, 5, 300 / 7, 0, -1.
+    ASSERT_TRUE(WriteGreyPng("deep.png", 5, 4, 16, deepSamples));
+    ASSERT_TRUE(WriteGreyPng("byte.png", 5, 4, 8, byteSamples));
     const int16_t signedValues[6] = {-2, 5, 300, 7, 0, -1};
     std::string i16;
     for (int16_t v : signedValues)
@@ -83,12 +44,16 @@ TEST(HeightMap, RawGridsReadInEachSampleFormat) {
     struct Case {
         std::string file;
         RawSampleFormat format;
+        uint32_t width, height;
         std::vector<float> heights;
     };
     for (const Case& c : std::vector<Case>{
-             {"grid.r16", RawSampleFormat::Int16, {-2, 5, 300, 7, 0, -1}},
-             {"grid.r16", RawSampleFormat::Auto, {65534, 5, 300, 7, 0, 65535}},  // uint16
-             {"grid.f32", RawSampleFormat::Auto, {0.25f, -1.5f, 2, 3, 4, 1e3f}}}) {
+             {"deep.png", RawSampleFormat::Auto, 5, 4, deep},
+             {"byte.png", RawSampleFormat::Auto, 5, 4, bytes},
+             {"grid.r16", RawSampleFormat::Int16, 3, 2, {-2, 5, 300, 7, 0, -1}},
+             {"grid.r16", RawSampleFormat::Auto, 3, 2, {65534, 5, 300, 7, 0, 65535}},  // uint16
+             {"grid.f32", RawSampleFormat::Auto, 3, 2, {0.25f, -1.5f, 2, 3, 4, 1e3f}}}) {
+        SCOPED_TRACE(c.file);
         ImportRequest request = Request({c.file}, "out");
         request.heightMap.rawWidth = 3;
         request.heightMap.rawHeight = 2;
@@ -96,11 +61,25 @@ TEST(HeightMap, RawGridsReadInEachSampleFormat) {
         request.heightMap.heightScale = 0.125;  // 65535 stays under the ground rays' start
         ImportResult result = Import(request);
         ASSERT_TRUE(result.written) << result.messages;
+        EXPECT_EQ(result.errors, 0) << result.messages;
         LoadedMap map("out");
-        std::map<std::pair<int, int>, float> heights = HeightsOf(map);
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ((heights[{i % 3, i / 3}]), float(c.heights[size_t(i)] * 0.125))
-                << c.file << " " << i;
+        ASSERT_TRUE(map.loaded);
+        EXPECT_EQ(map.Triangles(), size_t(c.width - 1) * (c.height - 1) * 2);
+        // One unit a sample: every vertex sits on a sample's place.
+        std::map<std::pair<int, int>, float> heights;
+        for (const CMesh* mesh : map.Meshes())
+            for (int32_t i = 0; i < mesh->vertexCount; ++i) {
+                const MeshVertex& v = mesh->vertices[i];
+                EXPECT_EQ(v.position.x, std::floor(v.position.x));
+                EXPECT_EQ(v.position.z, std::floor(v.position.z));
+                heights[{int(v.position.x), int(-v.position.z)}] = v.position.y;
+                // Every face of a height map is seen from above, so every normal leans up.
+                EXPECT_GT(v.normal.y, 0.0f);
+            }
+        ASSERT_EQ(heights.size(), c.heights.size());
+        for (uint32_t i = 0; i < c.heights.size(); ++i)
+            EXPECT_EQ((heights[{int(i % c.width), int(i / c.width)}]), float(c.heights[i] * 0.125))
+                << i;
     }
 }
 
@@ -109,19 +88,16 @@ TEST(HeightMap, DamagedOrUnsuitableGridsAreRefusedByName) {
     WriteWholeFile("nan.f32", RawBytes({1, 2, 3, std::nanf(""), 5, 6}));
     ASSERT_TRUE(WriteColourPng("colour.png", 2, 2, std::vector<uint8_t>(12, 90)));
     ASSERT_TRUE(WriteGreyPng("line.png", 7, 1, 8, std::vector<uint16_t>(7, 1)));
-    struct Case {
-        std::string file, expected;
-    };
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [file, expected] : std::vector<std::pair<std::string, std::string>>{
              {"nan.f32", "nan.f32: the sample at column 0, row 1 is nan"},
              {"colour.png", "colour.png: cannot be read as a height map: not a greyscale image"},
              {"line.png", "line.png: a height map needs at least 2 x 2 samples"}}) {
-        ImportRequest request = Request({c.file}, "out");
+        ImportRequest request = Request({file}, "out");
         request.heightMap.rawWidth = 3;
         request.heightMap.rawHeight = 2;
         ImportResult result = Import(request);
-        EXPECT_FALSE(result.written) << c.file;
-        EXPECT_NE(result.messages.find(c.expected), std::string::npos) << result.messages;
+        EXPECT_FALSE(result.written) << file;
+        EXPECT_THAT(result.messages, HasSubstr(expected));
     }
 }
 

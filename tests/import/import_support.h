@@ -3,12 +3,12 @@
 // Header only: the test program takes only *_test.cpp files.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <png.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -18,6 +18,10 @@
 #include "tests/support/temp_dir.h"
 #include "tool/import/import_run.h"
 #include "tool/map_chunks.h"
+#include "tool/raycast.h"
+
+using testing::HasSubstr;
+using testing::Not;
 
 #ifndef TENEBRIX_REAL_DATA
 #define TENEBRIX_REAL_DATA ""
@@ -64,33 +68,22 @@ struct ObjWriter {
     // An axis-aligned box, every side seen from outside; reversed: every side seen from inside.
     // With normals, each side's normal points to the side it is seen from.
     void Box(ObjVertex lo, ObjVertex hi, bool reversed = false, bool withNormals = false) {
-        ObjVertex mid = {(lo.x + hi.x) / 2, (lo.y + hi.y) / 2, (lo.z + hi.z) / 2};
-        for (int axis = 0; axis < 3; ++axis)
-            for (int side = 0; side < 2; ++side) {
-                // The side's four corners in order around it.
-                ObjVertex c[4];
-                const int order[4][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-                for (int k = 0; k < 4; ++k) {
-                    float s[3];
-                    s[axis] = side ? 1.0f : 0.0f;
-                    s[(axis + 1) % 3] = float(order[k][0]);
-                    s[(axis + 2) % 3] = float(order[k][1]);
-                    c[k] = {s[0] ? hi.x : lo.x, s[1] ? hi.y : lo.y, s[2] ? hi.z : lo.z};
-                }
-                // The engine's visible side of (a, b, c) is (c - b) x (a - b).
-                double u[3] = {c[2].x - c[1].x, c[2].y - c[1].y, c[2].z - c[1].z};
-                double w[3] = {c[0].x - c[1].x, c[0].y - c[1].y, c[0].z - c[1].z};
-                double n[3] = {u[1] * w[2] - u[2] * w[1], u[2] * w[0] - u[0] * w[2],
-                               u[0] * w[1] - u[1] * w[0]};
-                double out[3] = {c[0].x - mid.x, c[0].y - mid.y, c[0].z - mid.z};
-                bool outward = n[0] * out[0] + n[1] * out[1] + n[2] * out[2] > 0;
-                if (outward == reversed) std::swap(c[1], c[3]);
-                float sign = (side ? 1.0f : -1.0f) * (reversed ? -1.0f : 1.0f);
-                ObjVertex normal = {axis == 0 ? sign : 0.0f, axis == 1 ? sign : 0.0f,
-                                    axis == 2 ? sign : 0.0f};
-                Face(c[0], c[1], c[2], withNormals ? &normal : nullptr);
-                Face(c[0], c[2], c[3], withNormals ? &normal : nullptr);
-            }
+        // Each side's corners (bit 0: high x, bit 1: high y, bit 2: high z) in the order whose
+        // visible side, (c - b) x (a - b) in the engine, faces out; then the side's axis.
+        const int sides[6][5] = {{0, 4, 6, 2, 0}, {1, 3, 7, 5, 0}, {0, 1, 5, 4, 1},
+                                 {2, 6, 7, 3, 1}, {0, 2, 3, 1, 2}, {4, 5, 7, 6, 2}};
+        for (const int* side : sides) {
+            ObjVertex c[4];
+            for (int k = 0; k < 4; ++k)
+                c[k] = {side[k] & 1 ? hi.x : lo.x, side[k] & 2 ? hi.y : lo.y,
+                        side[k] & 4 ? hi.z : lo.z};
+            if (reversed) std::swap(c[1], c[3]);
+            float sign = ((side[0] >> side[4]) & 1 ? 1.0f : -1.0f) * (reversed ? -1.0f : 1.0f);
+            ObjVertex normal = {side[4] == 0 ? sign : 0.0f, side[4] == 1 ? sign : 0.0f,
+                                side[4] == 2 ? sign : 0.0f};
+            Face(c[0], c[1], c[2], withNormals ? &normal : nullptr);
+            Face(c[0], c[2], c[3], withNormals ? &normal : nullptr);
+        }
     }
     void Save(const std::string& path) const { WriteWholeFile(path, text); }
 };
@@ -203,6 +196,16 @@ inline ImportRequest Request(const std::vector<std::string>& inputs,
     return request;
 }
 
+// Every mesh with faces below node, depth first.
+inline std::vector<const CMesh*> MeshesBelow(const CEntity* node) {
+    std::vector<const CMesh*> found;
+    if (node->kind == EntityKindMesh && static_cast<const CMesh*>(node)->faceCount[0])
+        found.push_back(static_cast<const CMesh*>(node));
+    for (const CEntity* child = node->firstChild; child; child = child->nextSibling)
+        for (const CMesh* mesh : MeshesBelow(child)) found.push_back(mesh);
+    return found;
+}
+
 // A map folder's test.vbf loaded, with its size chunk.
 struct LoadedMap {
     CMesh root{nullptr};
@@ -218,23 +221,33 @@ struct LoadedMap {
     }
     ~LoadedMap() { FreeAllTextures(); }
 
-    // Every mesh with faces, depth first.
-    std::vector<const CMesh*> Meshes() const {
-        std::vector<const CMesh*> found;
-        std::function<void(const CEntity*)> walk = [&](const CEntity* node) {
-            if (node->kind == EntityKindMesh) {
-                const CMesh* mesh = static_cast<const CMesh*>(node);
-                if (mesh->faceCount[0]) found.push_back(mesh);
-            }
-            for (const CEntity* child = node->firstChild; child; child = child->nextSibling)
-                walk(child);
-        };
-        walk(&root);
-        return found;
-    }
+    std::vector<const CMesh*> Meshes() const { return MeshesBelow(&root); }
     size_t Triangles() const {
         size_t count = 0;
         for (const CMesh* mesh : Meshes()) count += mesh->faceCount[0];
         return count;
+    }
+    // Every face's colour map, null where it has none.
+    std::vector<const CTexture*> FaceTextures() const {
+        std::vector<const CTexture*> textures;
+        for (const CMesh* mesh : Meshes())
+            for (uint32_t f = 0; f < mesh->faceCount[0]; ++f)
+                textures.push_back(mesh->faces[0][f].texture);
+        return textures;
+    }
+    // What the ground rays find straight down at (x, z); false for nothing.
+    bool Ground(float x, float z, Vector& position, Vector* normal = nullptr) {
+        RayTableBegin();
+        RayTableAddTree(&root);
+        bool missed = RayCastDown(x, 10000.0f, z, x, -20000.0f, z);
+        position = RayGround.Position;
+        if (normal) *normal = RayGround.Normal;
+        RayTableFree();
+        return !missed;
+    }
+    // The height found there, or -1e9 for none.
+    float GroundAt(float x, float z) {
+        Vector position;
+        return Ground(x, z, position) ? position.y : -1e9f;
     }
 };

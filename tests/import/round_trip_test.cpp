@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "tests/import/import_support.h"
@@ -15,29 +15,15 @@
 
 namespace {
 
-struct Corner {
-    float x, y, z;     // in the map's world
-    float nx, ny, nz;  // unit normal
-    float u, v;
-};
-
+// A face as compared: each corner's position in the map's world, unit normal and texture
+// coordinates, the corners in winding order from the lowest position; and its colour map.
 struct Triangle {
-    Corner c[3];  // in winding order, lowest position first
+    std::array<std::array<float, 8>, 3> c;
     std::string texture;
+    bool operator<(const Triangle& other) const { return c < other.c; }
 };
 
-bool Degenerate(const Corner& a, const Corner& b, const Corner& c) {
-    double u[3] = {double(c.x) - b.x, double(c.y) - b.y, double(c.z) - b.z};
-    double w[3] = {double(a.x) - b.x, double(a.y) - b.y, double(a.z) - b.z};
-    double n[3] = {u[1] * w[2] - u[2] * w[1], u[2] * w[0] - u[0] * w[2], u[0] * w[1] - u[1] * w[0]};
-    return n[0] * n[0] + n[1] * n[1] + n[2] * n[2] == 0.0;
-}
-
-auto PositionOf(const Corner& c) {
-    return std::make_tuple(c.x, c.y, c.z);
-}
-
-// Every face with an area, each rotated to begin at its lowest corner, sorted; shifted by dx, dz.
+// Every face with an area, sorted; shifted by dx, dz.
 std::vector<Triangle> Triangles(const std::vector<const CMesh*>& meshes, double dx = 0.0,
                                 double dz = 0.0) {
     std::vector<Triangle> all;
@@ -56,35 +42,18 @@ std::vector<Triangle> Triangles(const std::vector<const CMesh*>& meshes, double 
                           face.uv[2 * k],
                           face.uv[2 * k + 1]};
             }
-            if (Degenerate(t.c[0], t.c[1], t.c[2])) continue;
+            const auto &a = t.c[0], &b = t.c[1], &c = t.c[2];
+            double u[3] = {double(c[0]) - b[0], double(c[1]) - b[1], double(c[2]) - b[2]};
+            double w[3] = {double(a[0]) - b[0], double(a[1]) - b[1], double(a[2]) - b[2]};
+            if (u[1] * w[2] == u[2] * w[1] && u[2] * w[0] == u[0] * w[2] &&
+                u[0] * w[1] == u[1] * w[0])
+                continue;  // no area: the importer drops it
             t.texture = face.texture && face.texture->name ? face.texture->name : "";
-            int first = 0;
-            for (int k = 1; k < 3; ++k)
-                if (PositionOf(t.c[k]) < PositionOf(t.c[first])) first = k;
-            std::rotate(t.c, t.c + first, t.c + 3);
+            std::rotate(t.c.begin(), std::min_element(t.c.begin(), t.c.end()), t.c.end());
             all.push_back(t);
         }
-    std::sort(all.begin(), all.end(), [](const Triangle& a, const Triangle& b) {
-        for (int k = 0; k < 3; ++k)
-            if (PositionOf(a.c[k]) != PositionOf(b.c[k]))
-                return PositionOf(a.c[k]) < PositionOf(b.c[k]);
-        return false;
-    });
+    std::sort(all.begin(), all.end());
     return all;
-}
-
-std::vector<const CMesh*> MeshesOf(const CMesh* root) {
-    std::vector<const CMesh*> found;
-    std::vector<const CEntity*> stack = {root};
-    while (!stack.empty()) {
-        const CEntity* node = stack.back();
-        stack.pop_back();
-        if (node->kind == EntityKindMesh && static_cast<const CMesh*>(node)->faceCount[0])
-            found.push_back(static_cast<const CMesh*>(node));
-        for (const CEntity* child = node->firstChild; child; child = child->nextSibling)
-            stack.push_back(child);
-    }
-    return found;
 }
 
 // The OBJ and its material file as a right-handed tool writes them: z negated, faces reversed,
@@ -137,31 +106,31 @@ void WriteObj(const std::vector<const CMesh*>& meshes, const std::string& stem) 
 
 TEST(RoundTrip, AGeneratedMapExportedAsObjImportsAsTheSameTriangles) {
     TempDir dir;
-    MapSpec spec;
-    spec.cells = 8;
-    spec.chunks = 2;
-    spec.quadsPerCell = 2;
-    spec.buildings = 4;
-    spec.arches = 1;
-    spec.bridges = 1;
-    spec.roofsOnPosts = 1;
-    spec.seed = 3;
+    MapSpec spec = {.cells = 8,
+                    .chunks = 2,
+                    .quadsPerCell = 2,
+                    .buildings = 4,
+                    .arches = 1,
+                    .bridges = 1,
+                    .roofsOnPosts = 1,
+                    .seed = 3};
     MapTextures textures = CreateMapTextures();
     for (CTexture* texture :
          {textures.grass, textures.rock, textures.wall, textures.roof, textures.wood})
         ASSERT_TRUE(texture->SaveAsTGA(dir.File(texture->name).c_str()));
     CMesh* generated = GenerateMap(spec, &textures);
-    std::vector<const CMesh*> meshes = MeshesOf(generated);
+    std::vector<const CMesh*> meshes = MeshesBelow(generated);
     WriteObj(meshes, "generated");
 
     // The importer moves the model's box to x = 0 and z = 0; so does the expectation.
     double minX = HUGE_VAL, maxZ = -HUGE_VAL, maxX = -HUGE_VAL, minZ = HUGE_VAL;
     for (const CMesh* mesh : meshes)
         for (int32_t i = 0; i < mesh->vertexCount; ++i) {
-            minX = std::min(minX, double(mesh->vertices[i].position.x));
-            maxX = std::max(maxX, double(mesh->vertices[i].position.x));
-            minZ = std::min(minZ, double(mesh->vertices[i].position.z));
-            maxZ = std::max(maxZ, double(mesh->vertices[i].position.z));
+            const Vector& p = mesh->vertices[i].position;
+            minX = std::min(minX, double(p.x));
+            maxX = std::max(maxX, double(p.x));
+            minZ = std::min(minZ, double(p.z));
+            maxZ = std::max(maxZ, double(p.z));
         }
     std::vector<Triangle> expected = Triangles(meshes, -minX, -maxZ);
     delete generated;
@@ -171,7 +140,7 @@ TEST(RoundTrip, AGeneratedMapExportedAsObjImportsAsTheSameTriangles) {
     ImportResult result = Import(Request({"generated.obj"}));
     ASSERT_TRUE(result.written) << result.messages;
     EXPECT_EQ(result.errors, 0) << result.messages;
-    EXPECT_EQ(result.messages.find("turned"), std::string::npos) << result.messages;
+    EXPECT_THAT(result.messages, Not(HasSubstr("turned")));
     LoadedMap map("map");
     ASSERT_TRUE(map.loaded);
     EXPECT_EQ(map.size.cellsX, int32_t(std::ceil((maxX - minX) / 32 - 1e-6)));
@@ -180,24 +149,17 @@ TEST(RoundTrip, AGeneratedMapExportedAsObjImportsAsTheSameTriangles) {
     ASSERT_EQ(imported.size(), expected.size());
     size_t wrong = 0;
     for (size_t i = 0; i < expected.size() && wrong < 5; ++i) {
-        const Triangle& a = expected[i];
-        const Triangle& b = imported[i];
+        const Triangle &a = expected[i], &b = imported[i];
+        // To within the rounding of a decimal round trip.
         bool same = a.texture == b.texture;
-        for (int k = 0; k < 3; ++k) {
-            const Corner& p = a.c[k];
-            const Corner& q = b.c[k];
-            // Positions and texture coordinates to within the rounding of a decimal round trip.
-            same = same && std::fabs(p.x - q.x) <= 1e-4f && std::fabs(p.y - q.y) <= 1e-4f &&
-                   std::fabs(p.z - q.z) <= 1e-4f && std::fabs(p.u - q.u) <= 1e-5f &&
-                   std::fabs(p.v - q.v) <= 1e-5f && std::fabs(p.nx - q.nx) <= 1e-5f &&
-                   std::fabs(p.ny - q.ny) <= 1e-5f && std::fabs(p.nz - q.nz) <= 1e-5f;
-        }
-        if (!same) {
-            ++wrong;
-            ADD_FAILURE() << "triangle " << i << ": (" << a.c[0].x << ", " << a.c[0].y << ", "
-                          << a.c[0].z << ") " << a.texture << " came back as (" << b.c[0].x << ", "
-                          << b.c[0].y << ", " << b.c[0].z << ") " << b.texture;
-        }
+        for (int k = 0; k < 3; ++k)
+            for (int j = 0; j < 8; ++j)
+                same = same && std::fabs(a.c[k][j] - b.c[k][j]) <= (j < 3 ? 1e-4f : 1e-5f);
+        if (!same)
+            ADD_FAILURE() << "triangle " << i << " (wrong " << ++wrong << "): (" << a.c[0][0]
+                          << ", " << a.c[0][1] << ", " << a.c[0][2] << ") " << a.texture
+                          << " came back as (" << b.c[0][0] << ", " << b.c[0][1] << ", "
+                          << b.c[0][2] << ") " << b.texture;
     }
 }
 

@@ -5,42 +5,27 @@
 #include <string>
 
 #include "tests/import/import_support.h"
-#include "tool/raycast.h"
 
 namespace {
 
-// The height the ground rays find at (x, z) of a map folder, or -1e9 for none.
-float GroundAt(const std::string& folder, float x, float z) {
-    LoadedMap map(folder);
-    EXPECT_TRUE(map.loaded);
-    RayTableBegin();
-    RayTableAddTree(&map.root);
-    bool missed = RayCastDown(x, 10000.0f, z, x, -20000.0f, z);
-    float y = RayGround.Position.y;
-    RayTableFree();
-    return missed ? -1e9f : y;
-}
-
 TEST(Winding, AClosedBoxWoundInsideOutIsTurnedRightSideOut) {
     TempDir dir;
-    ObjWriter obj;
+    ObjWriter obj, right;
     obj.Box({0, 0, -40}, {40, 20, 0}, true);
     obj.Save("inside-out.obj");
     ImportResult result = Import(Request({"inside-out.obj"}));
     ASSERT_TRUE(result.written) << result.messages;
-    EXPECT_NE(result.messages.find("warning: inside-out.obj: "), std::string::npos);
-    EXPECT_NE(result.messages.find("12 faces of closed parts that were inside out were turned"),
-              std::string::npos)
-        << result.messages;
-    EXPECT_FLOAT_EQ(GroundAt("map", 20.0f, -20.0f), 20.0f);
+    EXPECT_THAT(result.messages, HasSubstr("warning: inside-out.obj: "));
+    EXPECT_THAT(result.messages,
+                HasSubstr("12 faces of closed parts that were inside out were turned"));
+    EXPECT_FLOAT_EQ(LoadedMap("map").GroundAt(20.0f, -20.0f), 20.0f);
 
     // The same box wound right needs nothing.
-    ObjWriter right;
     right.Box({0, 0, -40}, {40, 20, 0});
     right.Save("right.obj");
     ImportResult clean = Import(Request({"right.obj"}, "right"));
-    EXPECT_EQ(clean.messages.find("turned"), std::string::npos) << clean.messages;
-    EXPECT_FLOAT_EQ(GroundAt("right", 20.0f, -20.0f), 20.0f);
+    EXPECT_THAT(clean.messages, Not(HasSubstr("turned")));
+    EXPECT_FLOAT_EQ(LoadedMap("right").GroundAt(20.0f, -20.0f), 20.0f);
 }
 
 TEST(Winding, FacesAgainstTheirNormalsAreTurnedToAgree) {
@@ -53,10 +38,9 @@ TEST(Winding, FacesAgainstTheirNormalsAreTurnedToAgree) {
     sheet.Save("sheet.obj");
     ImportResult result = Import(Request({"sheet.obj"}));
     ASSERT_TRUE(result.written) << result.messages;
-    EXPECT_NE(result.messages.find("2 faces were wound against their normals and were turned"),
-              std::string::npos)
-        << result.messages;
-    EXPECT_FLOAT_EQ(GroundAt("map", 10.0f, -30.0f), 0.0f);
+    EXPECT_THAT(result.messages,
+                HasSubstr("2 faces were wound against their normals and were turned"));
+    EXPECT_FLOAT_EQ(LoadedMap("map").GroundAt(10.0f, -30.0f), 0.0f);
 }
 
 TEST(Winding, AnOpenSheetFacingDownWithoutNormalsIsTurnedOver) {
@@ -71,16 +55,12 @@ TEST(Winding, AnOpenSheetFacingDownWithoutNormalsIsTurnedOver) {
     sheet.Save("down.obj");
     ImportResult result = Import(Request({"down.obj"}));
     ASSERT_TRUE(result.written) << result.messages;
-    EXPECT_NE(result.messages.find("1 faces were wound against their neighbours"),
-              std::string::npos)
-        << result.messages;
-    EXPECT_NE(result.messages.find("2 faces of open parts that faced down were turned over"),
-              std::string::npos)
-        << result.messages;
-    EXPECT_FLOAT_EQ(GroundAt("map", 10.0f, -30.0f), 5.0f);
-    EXPECT_FLOAT_EQ(GroundAt("map", 150.0f, -40.0f), 5.0f);
-    EXPECT_FLOAT_EQ(GroundAt("map", 110.0f, -50.0f), 5.0f);
-    EXPECT_FLOAT_EQ(GroundAt("map", 150.0f, -100.0f), 5.0f);
+    EXPECT_THAT(result.messages, HasSubstr("1 faces were wound against their neighbours"));
+    EXPECT_THAT(result.messages, HasSubstr("2 faces of open parts that faced down were turned"));
+    LoadedMap map("map");
+    for (auto [x, z] :
+         {std::pair{10.0f, -30.0f}, {150.0f, -40.0f}, {110.0f, -50.0f}, {150.0f, -100.0f}})
+        EXPECT_FLOAT_EQ(map.GroundAt(x, z), 5.0f) << x << ", " << z;
 }
 
 // A room modelled from the inside: closed, its faces and its normals both pointing in. That is
@@ -92,12 +72,10 @@ TEST(Winding, AClosedPartWhoseNormalsAgreeWithAnInwardWindingIsKept) {
     room.Save("room.obj");
     ImportResult result = Import(Request({"room.obj"}));
     ASSERT_TRUE(result.written) << result.messages;
-    EXPECT_NE(result.messages.find("1 closed parts face inward, as their normals say; left as "
-                                   "they are"),
-              std::string::npos)
-        << result.messages;
+    EXPECT_THAT(result.messages,
+                HasSubstr("1 closed parts face inward, as their normals say; left as they are"));
     // From above, the ray passes the ceiling's back and finds the floor inside.
-    EXPECT_FLOAT_EQ(GroundAt("map", 20.0f, -20.0f), 0.0f);
+    EXPECT_FLOAT_EQ(LoadedMap("map").GroundAt(20.0f, -20.0f), 0.0f);
 }
 
 }  // namespace

@@ -10,64 +10,44 @@ namespace {
 
 using Pieces = std::vector<std::string>;
 
-TEST(DebugOutput, CaptureKeepsPiecesInOrder) {
-    DebugCapture capture;
+TEST(DebugOutput, CapturesNestAndKeepPiecesInOrder) {
+    DebugCapture outer;
     OutputDebugStringA("WARNING: ");
     OutputDebugStringA(nullptr);
     OutputDebugStringA("");
-    OutputDebugStringA("a %s b");
-    OutputDebugStringA("\n");
-    EXPECT_EQ(capture.Pieces(), (Pieces{"WARNING: ", "", "a %s b", "\n"}));
-    EXPECT_EQ(capture.Text(), "WARNING: a %s b\n");
-
-    capture.Clear();
-    EXPECT_TRUE(capture.Pieces().empty());
-    EXPECT_EQ(capture.Text(), "");
-}
-
-TEST(DebugOutput, InnerCaptureTakesOverWhileItLives) {
-    DebugCapture outer;
-    OutputDebugStringA("one");
+    OutputDebugStringA("a %s b\n");
     {
         DebugCapture inner;
         OutputDebugStringA("two");
         MessageBoxA(nullptr, "text", "Caption", MB_OK);
-        EXPECT_EQ(inner.Pieces(), (Pieces{"two"}));
-        EXPECT_EQ(inner.Boxes(), (Pieces{"Caption: text"}));
+        EXPECT_EQ(inner.Pieces(), Pieces{"two"});
+        EXPECT_EQ(inner.Boxes(), Pieces{"Caption: text"});
     }
     OutputDebugStringA("three");
-    EXPECT_EQ(outer.Pieces(), (Pieces{"one", "three"}));
+    EXPECT_EQ(outer.Pieces(), (Pieces{"WARNING: ", "", "a %s b\n", "three"}));
+    EXPECT_EQ(outer.Text(), "WARNING: a %s b\nthree");
     EXPECT_TRUE(outer.Boxes().empty());
+    outer.Clear();
+    EXPECT_TRUE(outer.Pieces().empty());
 }
 
-struct PresenterCall {
-    std::string text, caption;
-    unsigned type;
-};
-std::vector<PresenterCall> Presented;
+Pieces Presented;
 
 int RecordingPresenter(void*, const char* text, const char* caption, unsigned type) {
-    Presented.push_back({text, caption, type});
+    Presented.push_back(std::string(caption) + "|" + text + "|" + std::to_string(type));
     return 7;
 }
 
 TEST(DebugOutput, MessageBoxGoesToThePresenterOrReturnsAtOnce) {
-    Presented.clear();
     DebugCapture capture;
     MessageBoxPresenter none = SetMessageBoxPresenter(RecordingPresenter);
     EXPECT_EQ(MessageBoxA(nullptr, "Could not open", "ALERT", MB_OK | MB_ICONERROR), 7);
     EXPECT_EQ(MessageBoxA(nullptr, nullptr, nullptr, MB_OK), 7);
     EXPECT_EQ(SetMessageBoxPresenter(none), RecordingPresenter);
-
-    ASSERT_EQ(Presented.size(), 2u);
-    EXPECT_EQ(Presented[0].text, "Could not open");
-    EXPECT_EQ(Presented[0].caption, "ALERT");
-    EXPECT_EQ(Presented[0].type, unsigned(MB_OK | MB_ICONERROR));
-    EXPECT_EQ(Presented[1].text, "");
-
     // Without a presenter nobody can dismiss the box: it returns OK without waiting.
     EXPECT_EQ(MessageBoxA(nullptr, "no one there", "ERROR", MB_OK), int(IDOK));
-    EXPECT_EQ(Presented.size(), 2u);
+    EXPECT_EQ(Presented, (Pieces{"ALERT|Could not open|" + std::to_string(MB_OK | MB_ICONERROR),
+                                 "||" + std::to_string(MB_OK)}));
     EXPECT_EQ(capture.Boxes(), (Pieces{"ALERT: Could not open", ": ", "ERROR: no one there"}));
 }
 

@@ -22,44 +22,35 @@ std::string ReadAll(HANDLE file, uint32_t count) {
     return bytes;
 }
 
-void WriteAll(HANDLE file, const std::string& bytes) {
+// Opens name, writes bytes and closes it.
+void WriteAll(const char* name, uint32_t disposition, const std::string& bytes) {
+    HANDLE file = Open(name, GENERIC_WRITE, disposition);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE) << name;
     uint32_t done = 0;
     EXPECT_TRUE(WriteFile(file, bytes.data(), uint32_t(bytes.size()), &done, nullptr));
     EXPECT_EQ(done, bytes.size());
+    EXPECT_TRUE(CloseHandle(file));
 }
 
 TEST(WinFile, DispositionsCreateTruncateOrKeep) {
     TempDir dir;
     EXPECT_EQ(Open("missing.bin", GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_FALSE(std::filesystem::exists("missing.bin"));
     EXPECT_EQ(Open("missing.bin", GENERIC_READ, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(std::filesystem::exists("missing.bin"));
 
-    HANDLE file = Open("a.bin", GENERIC_WRITE, CREATE_ALWAYS);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    WriteAll(file, "0123456789");
-    EXPECT_TRUE(CloseHandle(file));
+    WriteAll("a.bin", CREATE_ALWAYS, "0123456789");
     EXPECT_EQ(Open("a.bin", GENERIC_WRITE, CREATE_NEW), INVALID_HANDLE_VALUE);
-
     // Open-or-create keeps the content and starts at the beginning, as the platform does.
-    file = Open("a.bin", GENERIC_WRITE, OPEN_ALWAYS);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    WriteAll(file, "xy");
-    CloseHandle(file);
+    WriteAll("a.bin", OPEN_ALWAYS, "xy");
     EXPECT_EQ(ReadWholeFile("a.bin"), "xy23456789");
-
-    file = Open("b.bin", GENERIC_WRITE, OPEN_ALWAYS);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    CloseHandle(file);
+    WriteAll("b.bin", OPEN_ALWAYS, "");
     EXPECT_TRUE(std::filesystem::exists("b.bin"));
-
-    file = Open("a.bin", GENERIC_WRITE, CREATE_ALWAYS);
-    EXPECT_EQ(GetFileSize(file, nullptr), 0u);
-    CloseHandle(file);
+    WriteAll("a.bin", CREATE_ALWAYS, "");
+    EXPECT_EQ(ReadWholeFile("a.bin"), "");
 
     std::filesystem::create_directory("folder");
-    EXPECT_EQ(Open("folder", GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Open("", GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Open(nullptr, GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    for (const char* name : {"folder", "", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(Open(name, GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
     EXPECT_EQ(Open("a.bin", GENERIC_READ, 77), INVALID_HANDLE_VALUE);
 }
 
@@ -67,33 +58,25 @@ TEST(WinFile, NamesFromWindowsDataFindTheirFile) {
     TempDir dir;
     std::filesystem::create_directories("Maps/Town");
     WriteWholeFile("Maps/Town/Test.VBF", "mesh");
-    for (const char* name :
-         {"Maps\\Town\\Test.VBF", "maps/town/test.vbf", "MAPS\\TOWN\\TEST.VBF"}) {
+    const std::string absolute = dir.File("maps/TOWN/test.vbf");
+    for (const char* name : {"Maps\\Town\\Test.VBF", "MAPS\\TOWN\\TEST.VBF", absolute.c_str()}) {
         HANDLE file = Open(name, GENERIC_READ, OPEN_EXISTING);
         ASSERT_NE(file, INVALID_HANDLE_VALUE) << name;
         EXPECT_EQ(ReadAll(file, 10), "mesh") << name;
         CloseHandle(file);
     }
-    const std::string absolute = dir.File("maps/TOWN/test.vbf");
-    HANDLE file = Open(absolute.c_str(), GENERIC_READ, OPEN_EXISTING);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    CloseHandle(file);
-
     // Writing to an existing file in another case reaches that file, not a second one.
-    file = Open("maps\\town\\TEST.vbf", GENERIC_WRITE, CREATE_ALWAYS);
-    WriteAll(file, "new");
-    CloseHandle(file);
+    WriteAll("maps\\town\\TEST.vbf", CREATE_ALWAYS, "new");
     EXPECT_EQ(ReadWholeFile("Maps/Town/Test.VBF"), "new");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator("Maps/Town"), {}), 1);
 }
 
 TEST(WinFile, ReadsWritesAndMovesReportWhatWasDone) {
     TempDir dir;
-    HANDLE file = Open("c.bin", GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
+    WriteAll("c.bin", CREATE_ALWAYS, "abcdefghij");
+    HANDLE file = Open("c.bin", GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING);
     ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    WriteAll(file, "abcdefghij");
-    EXPECT_EQ(GetFileSize(file, nullptr), 10u);
-    uint32_t high = 99;
+    uint32_t high = 99, done = 99;
     EXPECT_EQ(GetFileSize(file, &high), 10u);
     EXPECT_EQ(high, 0u);
 
@@ -114,7 +97,7 @@ TEST(WinFile, ReadsWritesAndMovesReportWhatWasDone) {
 
     // Past the end is allowed; a write there fills the gap with zeros.
     EXPECT_EQ(SetFilePointer(file, 12, nullptr, FILE_BEGIN), 12u);
-    WriteAll(file, "z");
+    EXPECT_TRUE(WriteFile(file, "z", 1, &done, nullptr));
     EXPECT_EQ(GetFileSize(file, nullptr), 13u);
     EXPECT_TRUE(FlushFileBuffers(file));
     EXPECT_TRUE(CloseHandle(file));
@@ -122,15 +105,14 @@ TEST(WinFile, ReadsWritesAndMovesReportWhatWasDone) {
 
     file = Open("c.bin", GENERIC_READ, OPEN_EXISTING);
     EXPECT_FALSE(FlushFileBuffers(file));  // no write access, as on the original platform
-    uint32_t done = 99;
     EXPECT_FALSE(WriteFile(file, "q", 1, &done, nullptr));
     EXPECT_EQ(done, 0u);
-    CloseHandle(file);
-}
-
-TEST(WinFile, InvalidHandlesAndArgumentsFail) {
-    uint32_t done = 99;
     char byte;
+    EXPECT_FALSE(ReadFile(file, nullptr, 1, &done, nullptr));
+    EXPECT_FALSE(ReadFile(file, &byte, 1, nullptr, nullptr));
+    CloseHandle(file);
+
+    done = 99;
     EXPECT_FALSE(ReadFile(INVALID_HANDLE_VALUE, &byte, 1, &done, nullptr));
     EXPECT_EQ(done, 0u);
     EXPECT_FALSE(WriteFile(INVALID_HANDLE_VALUE, &byte, 1, &done, nullptr));
@@ -139,13 +121,6 @@ TEST(WinFile, InvalidHandlesAndArgumentsFail) {
     EXPECT_EQ(GetFileSize(INVALID_HANDLE_VALUE, nullptr), INVALID_FILE_SIZE);
     EXPECT_FALSE(FlushFileBuffers(INVALID_HANDLE_VALUE));
     EXPECT_FALSE(CloseHandle(INVALID_HANDLE_VALUE));
-
-    TempDir dir;
-    WriteWholeFile("d.bin", "d");
-    HANDLE file = Open("d.bin", GENERIC_READ, OPEN_EXISTING);
-    EXPECT_FALSE(ReadFile(file, nullptr, 1, &done, nullptr));
-    EXPECT_FALSE(ReadFile(file, &byte, 1, nullptr, nullptr));
-    CloseHandle(file);
 }
 
 TEST(WinFile, RuntimeDescriptorCalls) {
@@ -159,7 +134,6 @@ TEST(WinFile, RuntimeDescriptorCalls) {
     EXPECT_EQ(_commit(_fileno(stream)), 0);
     EXPECT_EQ(_filelength(_fileno(stream)), 5);
     std::fclose(stream);
-
     stream = std::fopen("e.bin", "rb");
     EXPECT_EQ(_commit(_fileno(stream)), -1);  // read only
     std::fclose(stream);

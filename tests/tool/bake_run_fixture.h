@@ -28,28 +28,20 @@
 #include "tool/progress.h"
 #include "tool/shadow_settings.h"
 
-struct RecordedError {
-    uint32_t code;
-    std::string text;
-};
-
 // Errors are recorded and the handler returns, so a run that raises one goes on as the tool's
 // own handlers let it.
-inline std::vector<RecordedError> RecordedErrors;
+inline std::vector<std::string> RecordedErrors;
 inline void RecordError(uint32_t code, const char* text) {
-    RecordedErrors.push_back({code, text ? text : ""});
+    EXPECT_EQ(code, uint32_t(CorvaneCodeError));
+    RecordedErrors.push_back(text ? text : "");
 }
 
-// What the run hands to its callback behind each pass, and where it stood then.
+// The output names the run hands to its callback, and where it stood then.
 inline std::vector<std::string> BakedNames;
 inline std::vector<std::filesystem::path> BakedIn;
 inline void RecordBaked(const char*, const char* outputName, const BakeStatistics&) {
     BakedNames.push_back(outputName);
     BakedIn.push_back(std::filesystem::current_path());
-}
-
-inline std::vector<uint8_t> Chunks(int32_t cellsX, int32_t cellsY) {
-    return MakeMapChunks(cellsX, cellsY);
 }
 
 class BakeRunFixture : public ::testing::Test {
@@ -71,7 +63,6 @@ protected:
 
     void TearDown() override {
         CorvaneSetErrorHandler(previousHandler);
-        RecordedErrors.clear();
         SetProgressHooks(nullptr);
         ClearCancel();
         FreeJobList();
@@ -88,9 +79,8 @@ protected:
         _chdir(dir.Path().c_str());  // the temporary directory then takes the test back
     }
 
-    // Writes a map file at path (relative to the start directory) holding what geometry adds
-    // under the root (flat ground over 8 cells by default) and the given user data, none if
-    // empty.
+    // A map file at path (relative to the start directory) holding what geometry adds under the
+    // root (flat ground over 8 cells by default) and the given user data, none if empty.
     void WriteMap(const std::string& path, const std::vector<uint8_t>& userData,
                   const std::function<void(CMesh*)>& geometry = nullptr) {
         std::filesystem::path file = dir.File(path);
@@ -101,17 +91,17 @@ protected:
         } else {
             FlatGround(&root, 256.0f);
         }
-        bool saved = root.SaveVBF(file.c_str(), userData.empty() ? nullptr : userData.data(),
-                                  uint32_t(userData.size()));
-        ASSERT_TRUE(saved) << path;
+        ASSERT_TRUE(root.SaveVBF(file.c_str(), userData.empty() ? nullptr : userData.data(),
+                                 uint32_t(userData.size())))
+            << path;
     }
 
     // BakeMap on a copy of path in a 260-byte buffer. Whatever became of the map, the run ends
     // in the start directory with its scene and maps gone.
-    BakeRunResult Run(const std::string& path, uint8_t showViewer = 0) {
+    BakeRunResult Run(const std::string& path) {
         char buffer[_MAX_PATH];
         std::snprintf(buffer, sizeof buffer, "%s", path.c_str());
-        BakeRunResult result = BakeMap(buffer, showViewer);
+        BakeRunResult result = BakeMap(buffer, 0);
         ranMapPath = buffer;
         EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::current_path(), StartDirectory));
         EXPECT_EQ(Scene, nullptr);

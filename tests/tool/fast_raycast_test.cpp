@@ -21,7 +21,9 @@ int Intensity() {
     return n > 1 ? n : 1;
 }
 
-bool SameBits(const Vector& a, const Vector& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool SameBits(const Vector& a, const Vector& b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
 
 // Casts both queries at every sample of a grid over the map with the literal walk and with the
 // fast core, and counts the answers that differ in any bit.
@@ -45,7 +47,8 @@ bool OnlyGhostsBlock(float ox, float oy, float oz, const Vector& light) {
             float den = float(double(d[2]) * t.Normal.z + double(d[0]) * t.Normal.x +
                               double(d[1]) * t.Normal.y);
             float at = float(-(double(o[2]) * t.Normal.z + double(o[0]) * t.Normal.x +
-                               double(o[1]) * t.Normal.y + t.D) / den);
+                               double(o[1]) * t.Normal.y + t.D) /
+                             den);
             int ia = t.Axes & 3, ib = t.Axes >> 2;
             double a = o[ia] + double(at) * d[ia], b = o[ib] + double(at) * d[ib];
             double minA = 1e30, maxA = -1e30, minB = 1e30, maxB = -1e30;
@@ -53,8 +56,8 @@ bool OnlyGhostsBlock(float ox, float oy, float oz, const Vector& light) {
                 minA = std::min(minA, double(c[0])), maxA = std::max(maxA, double(c[0]));
                 minB = std::min(minB, double(c[1])), maxB = std::max(maxB, double(c[1]));
             }
-            bool inside = a >= minA - 0.01 && a <= maxA + 0.01 && b >= minB - 0.01 &&
-                          b <= maxB + 0.01;
+            bool inside =
+                a >= minA - 0.01 && a <= maxA + 0.01 && b >= minB - 0.01 && b <= maxB + 0.01;
             if (inside) return false;  // a real blocker: the fast core must have found it
             ghost = true;
         }

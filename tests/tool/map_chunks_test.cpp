@@ -50,58 +50,40 @@ Walk Read(const std::vector<uint8_t>& bytes) {
 
 }  // namespace
 
-TEST(MapChunks, SizeChunkGivesTheCellsAndTheWalkStopsAtTheEndMark) {
-    Walk walk = Read(Block().Size(64, 32).End().bytes);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, 64);
-    EXPECT_EQ(walk.size.cellsY, 32);
-
-    // What MakeMapChunks writes is what the reader takes.
-    std::vector<uint8_t> made = MakeMapChunks(200, 3);
-    EXPECT_EQ(made, Block().Size(200, 3).End().bytes);
-    walk = Read(made);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, 200);
-    EXPECT_EQ(walk.size.cellsY, 3);
-
-    // Anything behind the end mark is never looked at: a size chunk, a chunk claiming more than
-    // is there, odd trailing bytes.
-    walk = Read(
-        Block().Size(8, 4).End().Size(100, 100).U32(0x12345678).U32(0xFFFFFFFF).Raw({1}).bytes);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, 8);
-    EXPECT_EQ(walk.size.cellsY, 4);
-}
-
-TEST(MapChunks, OtherChunksAreSkippedByTheirLengthAndALaterSizeWins) {
+TEST(MapChunks, SizeComesFromTheLastSizeChunkBeforeTheEndMark) {
+    struct Case {
+        const char* what;
+        std::vector<uint8_t> bytes;
+        int32_t x, y;
+    };
     // The unknown chunk's data holds what looks like an end mark and a size chunk; only its
     // length field says where the next chunk starts.
-    Block unknown;
-    unknown.U32(MapChunkEnd).U32(0).U32(MapChunkSize).U32(8).U32(1).U32(1).Raw({9, 9, 9});
-    Walk walk =
-        Read(Block().Size(10, 20).Chunk(0xA0000001, unknown.bytes).Chunk(7, {}).End().bytes);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, 10);
-    EXPECT_EQ(walk.size.cellsY, 20);
-
-    walk = Read(Block().Size(10, 20).Chunk(0x55, {1, 2, 3}).Size(30, 40).End().bytes);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, 30);
-    EXPECT_EQ(walk.size.cellsY, 40);
-
-    // A size chunk longer than its two values is skipped by its whole length.
-    Block longSize;
-    longSize.U32(MapChunkSize).U32(12).U32(5).U32(6).U32(MapChunkEnd).End();
-    walk = Read(longSize.bytes);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, 5);
-    EXPECT_EQ(walk.size.cellsY, 6);
-
-    // Values are taken as they stand, signed; bounding them is the pass's business.
-    walk = Read(Block().Size(-1, 1000).End().bytes);
-    ASSERT_TRUE(walk.good);
-    EXPECT_EQ(walk.size.cellsX, -1);
-    EXPECT_EQ(walk.size.cellsY, 1000);
+    Block decoy;
+    decoy.End().U32(MapChunkSize).U32(8).U32(1).U32(1).Raw({9, 9, 9});
+    const Case cases[] = {
+        {"plain", Block().Size(64, 32).End().bytes, 64, 32},
+        {"made", MakeMapChunks(200, 3), 200, 3},
+        // Anything behind the end mark is never looked at.
+        {"behind the end",
+         Block().Size(8, 4).End().Size(100, 100).U32(0x12345678).U32(0xFFFFFFFF).Raw({1}).bytes, 8,
+         4},
+        {"decoy", Block().Size(10, 20).Chunk(0xA0000001, decoy.bytes).Chunk(7, {}).End().bytes, 10,
+         20},
+        {"later size", Block().Size(10, 20).Chunk(0x55, {1, 2, 3}).Size(30, 40).End().bytes, 30,
+         40},
+        // A size chunk longer than its two values is skipped by its whole length.
+        {"long size", Block().U32(MapChunkSize).U32(12).U32(5).U32(6).U32(MapChunkEnd).End().bytes,
+         5, 6},
+        // Values are taken as they stand, signed; bounding them is the pass's business.
+        {"signed", Block().Size(-1, 1000).End().bytes, -1, 1000},
+    };
+    for (const Case& c : cases) {
+        Walk walk = Read(c.bytes);
+        ASSERT_TRUE(walk.good) << c.what;
+        EXPECT_EQ(walk.size.cellsX, c.x) << c.what;
+        EXPECT_EQ(walk.size.cellsY, c.y) << c.what;
+    }
+    EXPECT_EQ(MakeMapChunks(200, 3), Block().Size(200, 3).End().bytes);
 }
 
 TEST(MapChunks, BlocksThatAreNoMapAreRefusedWithoutReadingPastTheirEnd) {
@@ -132,7 +114,7 @@ TEST(MapChunks, BlocksThatAreNoMapAreRefusedWithoutReadingPastTheirEnd) {
         Walk walk = Read(c.bytes);
         EXPECT_FALSE(walk.good) << c.what;
         ASSERT_NE(walk.error, nullptr) << c.what;
-        EXPECT_GT(std::string(walk.error).size(), 0u) << c.what;
+        EXPECT_NE(walk.error[0], '\0') << c.what;
     }
     EXPECT_STREQ(Read(Block().End().bytes).error,
                  "the user data does not begin with the map size chunk 0xA0000002");

@@ -12,19 +12,6 @@ namespace {
 
 std::vector<std::string> Events;  // what the hooks and the listener saw, in order
 
-void CountRedraw() {
-    Events.push_back("redraw");
-}
-
-bool DrainWithQuit() {
-    Events.push_back("drain");
-    return true;
-}
-
-void Listen(const char* text) {
-    Events.push_back(std::string("listen:") + text);
-}
-
 class MessageLogTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -45,20 +32,14 @@ TEST_F(MessageLogTest, KeepsTheLast50LinesInOrder) {
         std::snprintf(buffer, sizeof(buffer), "line %d", i);
         LogMessage(buffer);
         std::snprintf(buffer, sizeof(buffer), "scribbled");  // the log holds its own copy
-        if (i == MessageLogCapacity - 1) {
-            ASSERT_EQ(MessageLogCapacity, MessageLogCount());
-            EXPECT_STREQ("line 0", MessageLogLine(0));
-        }
     }
     ASSERT_EQ(MessageLogCapacity, MessageLogCount());
-    for (int i = 0; i < MessageLogCapacity; ++i) {
+    for (int i = 0; i < MessageLogCapacity; ++i)
         EXPECT_EQ("line " + std::to_string(i + 1), MessageLogLine(i));
-    }
     EXPECT_EQ(nullptr, MessageLogLine(-1));
     EXPECT_EQ(nullptr, MessageLogLine(MessageLogCapacity));
 
     MessageLogClear();
-    EXPECT_EQ(0, MessageLogCount());
     EXPECT_EQ(nullptr, MessageLogLine(0));
     LogMessage("again");
     ASSERT_EQ(1, MessageLogCount());
@@ -67,23 +48,22 @@ TEST_F(MessageLogTest, KeepsTheLast50LinesInOrder) {
 
 TEST_F(MessageLogTest, EachMessageRedrawsDrainsThenTellsTheListener) {
     ProgressHooks hooks = {};
-    hooks.redrawViewer = CountRedraw;
-    hooks.drainMessages = DrainWithQuit;
+    hooks.redrawViewer = [] { Events.push_back("redraw"); };
+    hooks.drainMessages = [] {
+        Events.push_back("drain");
+        return true;  // a quit request
+    };
     SetProgressHooks(&hooks);
-    QuitRequested = 0;
-
     LogMessage("first");
     EXPECT_EQ(1, QuitRequested);
-    EXPECT_EQ((std::vector<std::string>{"redraw", "drain"}), Events);
-
-    SetMessageLogListener(Listen);
+    SetMessageLogListener(
+        [](const char* text) { Events.push_back(std::string("listen:") + text); });
     LogMessage("second");
-    EXPECT_EQ((std::vector<std::string>{"redraw", "drain", "redraw", "drain", "listen:second"}),
-              Events);
-
     SetMessageLogListener(nullptr);
     LogMessage("third");
-    EXPECT_EQ(7u, Events.size());
+    EXPECT_EQ((std::vector<std::string>{"redraw", "drain", "redraw", "drain", "listen:second",
+                                        "redraw", "drain"}),
+              Events);
     EXPECT_EQ(3, MessageLogCount());
 }
 

@@ -92,38 +92,33 @@ TEST_F(ToolTextures, MeshesNamingOneTextureShareOneLoad) {
     EXPECT_EQ(again->width, 8);
 }
 
-TEST_F(ToolTextures, AFileInAnotherCaseIsFound) {
+TEST_F(ToolTextures, CaseAndFolderDotsDoNotHideAFile) {
     WriteTga("data/textures/GRASS.TGA", 4);
-    CTexture* texture = Load("grass.tga");
-    EXPECT_EQ(texture->width, 4);
-    EXPECT_EQ(Load("grass.tga"), texture);
+    WriteTga("data/textures/moss.tga.bak", 2);
+    WriteTga("data/textures/rock.Tga", 8);
+    CTexture* grass = Load("grass.tga");
+    EXPECT_EQ(grass->width, 4);
+    EXPECT_EQ(Load("grass.tga"), grass);
+    // The type is judged by the first dot of the file name, not of a folder.
+    EXPECT_EQ(Load("moss.tga.bak")->width, 2);
+    EXPECT_EQ(Load("../maps.v2/rock.Tga")->width, 8);
     EXPECT_EQ(Log().find("Failed to open"), std::string::npos) << Log();
 }
 
-TEST_F(ToolTextures, TheTypeIsJudgedByTheFirstDotOfTheFileName) {
-    WriteTga("data/textures/grass.tga.bak", 4);
-    WriteTga("data/textures/rock.Tga", 8);
-    EXPECT_EQ(Load("grass.tga.bak")->width, 4);
-    EXPECT_EQ(Load("../maps.v2/rock.Tga")->width, 8);  // a dot in a folder doesn't count
-}
-
-TEST_F(ToolTextures, AMissingFileOrExtensionGivesOneSharedPattern) {
+TEST_F(ToolTextures, MissingOrUnusableFilesGiveThePattern) {
     CTexture* missing = Load("MISSING");
     EXPECT_EQ(missing->width, 64);
-    EXPECT_EQ(Load("MISSING"), missing);
-    CTexture* absent = Load("absent.tga");
-    EXPECT_EQ(absent->width, 64);
+    EXPECT_EQ(Load("MISSING"), missing);  // one shared pattern
+    EXPECT_EQ(Load("absent.tga")->width, 64);
+    // A path that fits alone but not behind the folder is refused, and never cached.
+    const std::string longName = std::string(PathBufferSize - 10, 'a') + ".tga";
+    CTexture* refused = Load(longName.c_str());
+    EXPECT_EQ(refused->width, 64);
+    EXPECT_NE(Load(longName.c_str()), refused);
     const std::string log = Log();
     EXPECT_NE(log.find("Texture MISSING has no file extension"), std::string::npos) << log;
     EXPECT_NE(log.find("Failed to open TGA: data/textures/absent.tga"), std::string::npos) << log;
-}
-
-TEST_F(ToolTextures, PathsTooLongForTheBufferAreRefused) {
-    const std::string longName = std::string(PathBufferSize - 10, 'a') + ".tga";
-    CTexture* refused = Load(longName.c_str());  // fits alone, not behind the folder
-    EXPECT_EQ(refused->width, 64);
-    EXPECT_NE(Load(longName.c_str()), refused);  // never cached
-    EXPECT_NE(Log().find("Texture path too long: aaa"), std::string::npos) << Log();
+    EXPECT_NE(log.find("Texture path too long: aaa"), std::string::npos) << log;
 }
 
 using ToolTexturesDeathTest = ToolTextures;
