@@ -9,8 +9,8 @@
 #include "base/diagnostics.h"
 #include "engine/mesh/mesh.h"
 #include "engine/texture/texture.h"
-#include "tool/map_chunks.h"
-#include "tool/map_generator.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/maps/map_generator.h"
 
 namespace fs = std::filesystem;
 
@@ -39,7 +39,7 @@ static bool Number(const char* text, int lo, int hi, int& value) {
 }
 
 int main(int argc, char** argv) {
-    MapSpec spec;
+    MapRecipe recipe;
     std::string outDir;
     bool textured = true;
     for (int i = 1; i < argc; ++i) {
@@ -56,25 +56,25 @@ int main(int argc, char** argv) {
             std::fputs(Usage, stdout);
             return 0;
         } else if (arg == "--cells") {
-            value(1, 256, spec.cells);
+            value(1, 256, recipe.cells);
         } else if (arg == "--chunks") {
-            value(1, 64, spec.chunks);
+            value(1, 64, recipe.chunks);
         } else if (arg == "--quads") {
-            value(1, 64, spec.quadsPerCell);
+            value(1, 64, recipe.quadsPerCell);
         } else if (arg == "--hills") {
-            value(0, 1000, n), spec.hills = float(n);
+            value(0, 1000, n), recipe.hills = float(n);
         } else if (arg == "--buildings") {
-            value(0, 100000, spec.buildings);
+            value(0, 100000, recipe.buildings);
         } else if (arg == "--arches") {
-            value(0, 10000, spec.arches);
+            value(0, 10000, recipe.arches);
         } else if (arg == "--bridges") {
-            value(0, 10000, spec.bridges);
+            value(0, 10000, recipe.bridges);
         } else if (arg == "--posts") {
-            value(0, 10000, spec.roofsOnPosts);
+            value(0, 10000, recipe.roofsOnPosts);
         } else if (arg == "--seed") {
-            value(0, 2000000000, n), spec.seed = uint32_t(n);
+            value(0, 2000000000, n), recipe.seed = uint32_t(n);
         } else if (arg == "--one-mesh") {
-            spec.oneMesh = true;
+            recipe.oneMesh = true;
         } else if (arg == "--no-textures") {
             textured = false;
         } else if (arg[0] == '-' || !outDir.empty()) {
@@ -110,8 +110,8 @@ int main(int argc, char** argv) {
             }
         }
     }
-    CMesh* map = GenerateMap(spec, textured ? &textures : nullptr);
-    std::vector<uint8_t> chunks = MakeMapChunks(spec.cells, spec.cells);
+    CMesh* map = GenerateMap(recipe, textured ? &textures : nullptr);
+    std::vector<uint8_t> chunks = MakeMapChunks(recipe.cells, recipe.cells);
     std::string path = (fs::path(outDir) / "test.vbf").string();
     bool written = map->SaveVBF(path.c_str(), chunks.data(), uint32_t(chunks.size()));
     uint32_t triangles = CountTriangles(map);
@@ -122,7 +122,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "tenebrix-mkmap: cannot write %s\n", path.c_str());
         return 1;
     }
-    std::printf("%s: %d x %d cells, %u triangles\n", path.c_str(), spec.cells, spec.cells,
+    std::printf("%s: %d x %d cells, %u triangles\n", path.c_str(), recipe.cells, recipe.cells,
                 triangles);
     return 0;
 }

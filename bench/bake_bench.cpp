@@ -8,12 +8,12 @@
 
 #include "engine/mesh/mesh.h"
 #include "engine/texture/texture.h"
-#include "tool/app_state.h"
-#include "tool/bake_pass.h"
-#include "tool/demo_map.h"
-#include "tool/fast_raycast.h"
-#include "tool/raycast.h"
-#include "tool/shadow_settings.h"
+#include "tool/run/app_state.h"
+#include "tool/bake/bake_pass.h"
+#include "tool/maps/demo_map.h"
+#include "tool/raycast/fast_raycast.h"
+#include "tool/raycast/ray_table.h"
+#include "tool/bake/shadow_settings.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "platform/crt/terminal.h"
-#include "tool/progress.h"
-#include "tool/shadow_settings.h"
+#include "tool/bake/progress.h"
+#include "tool/bake/shadow_settings.h"
 
 namespace {
 

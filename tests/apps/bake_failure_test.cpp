@@ -17,8 +17,8 @@
 #include "engine/mesh/mesh.h"
 #include "tests/apps/cli_run.h"
 #include "tests/support/temp_dir.h"
-#include "tool/map_chunks.h"
-#include "tool/map_generator.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/maps/map_generator.h"
 
 extern char** environ;
 
@@ -29,9 +29,9 @@ namespace {
 // A small generated map saved in folder with the given user data (null: none).
 void SaveGeneratedMap(const std::string& folder, const std::vector<uint8_t>* userData) {
     fs::create_directories(folder);
-    MapSpec spec;
-    spec.cells = 4;
-    CMesh* map = GenerateMap(spec, nullptr);
+    MapRecipe recipe;
+    recipe.cells = 4;
+    CMesh* map = GenerateMap(recipe, nullptr);
     ASSERT_TRUE(map->SaveVBF((folder + "/test.vbf").c_str(), userData ? userData->data() : nullptr,
                              userData ? uint32_t(userData->size()) : 0));
     delete map;

@@ -2,9 +2,9 @@
 #include <cstdio>
 
 #include "tests/fuzz/fuzz_file.h"
-#include "tool/message_log.h"
-#include "tool/shadow_script.h"
-#include "tool/shadow_settings.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/shadow_script.h"
+#include "tool/bake/shadow_settings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string path = WriteFuzzInput("script", data, size);

@@ -17,8 +17,8 @@
 #include "engine/texture/texture.h"
 #include "tests/support/temp_dir.h"
 #include "tool/import/import_run.h"
-#include "tool/map_chunks.h"
-#include "tool/raycast.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/raycast/ray_table.h"
 
 using testing::HasSubstr;
 using testing::Not;

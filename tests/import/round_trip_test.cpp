@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "tests/import/import_support.h"
-#include "tool/map_generator.h"
+#include "tool/maps/map_generator.h"
 
 namespace {
 
@@ -106,7 +106,7 @@ void WriteObj(const std::vector<const CMesh*>& meshes, const std::string& stem) 
 
 TEST(RoundTrip, AGeneratedMapExportedAsObjImportsAsTheSameTriangles) {
     TempDir dir;
-    MapSpec spec = {.cells = 8,
+    MapRecipe recipe = {.cells = 8,
                     .chunks = 2,
                     .quadsPerCell = 2,
                     .buildings = 4,
@@ -118,7 +118,7 @@ TEST(RoundTrip, AGeneratedMapExportedAsObjImportsAsTheSameTriangles) {
     for (CTexture* texture :
          {textures.grass, textures.rock, textures.wall, textures.roof, textures.wood})
         ASSERT_TRUE(texture->SaveAsTGA(dir.File(texture->name).c_str()));
-    CMesh* generated = GenerateMap(spec, &textures);
+    CMesh* generated = GenerateMap(recipe, &textures);
     std::vector<const CMesh*> meshes = MeshesBelow(generated);
     WriteObj(meshes, "generated");
 

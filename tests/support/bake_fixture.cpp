@@ -1,10 +1,10 @@
 #include "tests/support/bake_fixture.h"
 
 #include "engine/texture/texture.h"
-#include "tool/app_state.h"
-#include "tool/mesh_builder.h"
-#include "tool/progress.h"
-#include "tool/shadow_settings.h"
+#include "tool/run/app_state.h"
+#include "tool/maps/mesh_builder.h"
+#include "tool/bake/progress.h"
+#include "tool/bake/shadow_settings.h"
 
 void BakeFixture::SetUp() {
     dir = std::make_unique<TempDir>();

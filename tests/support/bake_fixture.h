@@ -10,7 +10,7 @@
 
 #include "engine/mesh/mesh.h"
 #include "tests/support/temp_dir.h"
-#include "tool/bake_pass.h"
+#include "tool/bake/bake_pass.h"
 
 class BakeFixture : public ::testing::Test {
 protected:

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <random>
 
-#include "tool/mesh_builder.h"
+#include "tool/maps/mesh_builder.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tool/atomic_write.h"
+#include "tool/bake/atomic_write.h"
 
 #include <gtest/gtest.h>
 

@@ -7,10 +7,10 @@
 #include "platform/crt/paths.h"
 #include "platform/debug/debug_output.h"
 #include "tests/support/temp_dir.h"
-#include "tool/app_state.h"
-#include "tool/batch_file.h"
-#include "tool/message_log.h"
-#include "tool/shadow_settings.h"
+#include "tool/run/app_state.h"
+#include "tool/run/batch_file.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/shadow_settings.h"
 
 class BatchFileTest : public ::testing::Test {
 protected:

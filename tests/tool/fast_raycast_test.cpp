@@ -8,10 +8,10 @@
 
 #include "engine/mesh/mesh.h"
 #include "tests/support/random_map.h"
-#include "tool/demo_map.h"
-#include "tool/fast_raycast.h"
-#include "tool/ray_tests.h"
-#include "tool/raycast.h"
+#include "tool/maps/demo_map.h"
+#include "tool/raycast/fast_raycast.h"
+#include "tool/raycast/ray_predicates.h"
+#include "tool/raycast/ray_table.h"
 
 namespace {
 
@@ -40,10 +40,10 @@ bool OnlyGhostsBlock(float ox, float oy, float oz, const Vector& light) {
     const float d[3] = {light.x, light.y, light.z};
     bool ghost = false;
     for (const RayMesh* record = RayTable.First; record; record = record->Next) {
-        if (!raytests::CylinderMayBlock(*record, o, d)) continue;
+        if (!raypredicates::CylinderMayBlock(*record, o, d)) continue;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             const RayTriangle& t = record->Triangles[i];
-            if (!raytests::HitsTowardsLight(t, o, d)) continue;
+            if (!raypredicates::HitsTowardsLight(t, o, d)) continue;
             float den = float(double(d[2]) * t.Normal.z + double(d[0]) * t.Normal.x +
                               double(d[1]) * t.Normal.y);
             float at = float(-(double(o[2]) * t.Normal.z + double(o[0]) * t.Normal.x +

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "tool/map_chunks.h"
+#include "tool/maps/map_chunks.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tool/message_log.h"
+#include "tool/bake/message_log.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tool/progress.h"
+#include "tool/bake/progress.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tool/raycast.h"
+#include "tool/raycast/ray_table.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 #include "engine/mesh/mesh.h"
 #include "tests/support/hand_mesh.h"
-#include "tool/mesh_builder.h"
+#include "tool/maps/mesh_builder.h"
 
 namespace {
 

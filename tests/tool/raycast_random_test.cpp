@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "engine/mesh/mesh.h"
-#include "tool/mesh_builder.h"
-#include "tool/raycast.h"
+#include "tool/maps/mesh_builder.h"
+#include "tool/raycast/ray_table.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tool/rebuild_normals.h"
+#include "tool/bake/rebuild_normals.h"
 
 #include <gtest/gtest.h>
 

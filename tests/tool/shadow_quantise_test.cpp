@@ -1,8 +1,8 @@
-#include "tool/shadow_quantise.h"
+#include "tool/bake/shadow_quantise.h"
 
 #include <gtest/gtest.h>
 
-#include "tool/shadow_settings.h"
+#include "tool/bake/shadow_settings.h"
 
 TEST(ShadowQuantise, SunTermIsQuadraticAndLevelsDivideAsIntegers) {
     const uint32_t v[] = {0, 8, 16, 64, 128, 200, 254, 255};

@@ -1,4 +1,4 @@
-#include "tool/shadow_script.h"
+#include "tool/bake/shadow_script.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <string>
 
 #include "tests/support/temp_dir.h"
-#include "tool/message_log.h"
-#include "tool/shadow_settings.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/shadow_settings.h"
 
 namespace {
 

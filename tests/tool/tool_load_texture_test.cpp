@@ -1,4 +1,4 @@
-#include "tool/tool_load_texture.h"
+#include "tool/maps/tool_load_texture.h"
 
 #include <gtest/gtest.h>
 

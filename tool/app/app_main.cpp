@@ -11,12 +11,12 @@
 #include "platform/ui/window_api.h"
 #include "tool/app/setup_dialog.h"
 #include "tool/app/viewer_support.h"
-#include "tool/app_state.h"
-#include "tool/bake_run.h"
-#include "tool/message_log.h"
-#include "tool/progress.h"
-#include "tool/shadow_settings.h"
-#include "tool/tool_load_texture.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/progress.h"
+#include "tool/bake/shadow_settings.h"
+#include "tool/maps/tool_load_texture.h"
 
 SetupDialog* Dialog = nullptr;
 

@@ -12,12 +12,12 @@
 #include "platform/ui/window_api.h"
 #include "tool/app/setup_dialog_template.h"
 #include "tool/app/viewer_support.h"
-#include "tool/app_state.h"
-#include "tool/atomic_write.h"
-#include "tool/bake_run.h"
-#include "tool/map_path.h"
-#include "tool/message_log.h"
-#include "tool/shadow_script.h"
+#include "tool/run/app_state.h"
+#include "tool/bake/atomic_write.h"
+#include "tool/run/bake_run.h"
+#include "tool/run/map_path.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/shadow_script.h"
 
 uint8_t NoFolderPicker = 0;
 

@@ -5,7 +5,7 @@
 
 #include "engine/mesh/mesh.h"
 #include "engine/texture/texture.h"
-#include "tool/map_chunks.h"
+#include "tool/maps/map_chunks.h"
 
 namespace fs = std::filesystem;
 

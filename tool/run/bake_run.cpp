@@ -1,4 +1,4 @@
-#include "tool/bake_run.h"
+#include "tool/run/bake_run.h"
 
 #include <cstdio>
 #include <cstring>
@@ -11,13 +11,13 @@
 #include "engine/texture/texture.h"
 #include "platform/crt/paths.h"
 #include "platform/debug/debug_output.h"
-#include "tool/app_state.h"
-#include "tool/bake_pass.h"
-#include "tool/batch_file.h"
-#include "tool/map_chunks.h"
-#include "tool/message_log.h"
-#include "tool/progress.h"
-#include "tool/shadow_settings.h"
+#include "tool/run/app_state.h"
+#include "tool/bake/bake_pass.h"
+#include "tool/run/batch_file.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/progress.h"
+#include "tool/bake/shadow_settings.h"
 
 static MapBakedCallback MapBaked = nullptr;
 static void (*RunFinished)() = nullptr;

@@ -1,10 +1,10 @@
-#include "tool/map_path.h"
+#include "tool/run/map_path.h"
 
 #include <filesystem>
 #include <vector>
 
-#include "tool/app_state.h"
-#include "tool/bake_run.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
 
 namespace fs = std::filesystem;
 

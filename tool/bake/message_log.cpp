@@ -1,10 +1,10 @@
-#include "tool/message_log.h"
+#include "tool/bake/message_log.h"
 
 #include <cstring>
 
 #include "base/memory.h"
 #include "base/services.h"
-#include "tool/progress.h"
+#include "tool/bake/progress.h"
 
 static char* Lines[MessageLogCapacity];  // owned copies, oldest first
 static int LineCount = 0;

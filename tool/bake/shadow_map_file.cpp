@@ -1,11 +1,11 @@
-#include "tool/shadow_map_file.h"
+#include "tool/bake/shadow_map_file.h"
 
 #include <cstring>
 #include <vector>
 
 #include "engine/texture/texture.h"
-#include "tool/atomic_write.h"
-#include "tool/raycast.h"
+#include "tool/bake/atomic_write.h"
+#include "tool/raycast/ray_table.h"
 
 static constexpr float NoGroundHeight = -10000.0f;
 

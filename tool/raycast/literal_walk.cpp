@@ -1,8 +1,8 @@
 #include "engine/mesh/mesh.h"
-#include "tool/ray_tests.h"
-#include "tool/raycast.h"
+#include "tool/raycast/ray_predicates.h"
+#include "tool/raycast/ray_table.h"
 
-using namespace raytests;
+using namespace raypredicates;
 
 bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx, float ty,
                    float tz) {

@@ -1,4 +1,4 @@
-#include "tool/bake_pass.h"
+#include "tool/bake/bake_pass.h"
 
 #include <chrono>
 #include <cstdarg>
@@ -11,14 +11,14 @@
 #include "engine/texture/texture.h"
 #include "platform/crt/clock.h"
 #include "platform/debug/debug_output.h"
-#include "tool/app_state.h"
-#include "tool/progress.h"
-#include "tool/raycast.h"
-#include "tool/rebuild_normals.h"
-#include "tool/sample_grid.h"
-#include "tool/shadow_map_file.h"
-#include "tool/shadow_quantise.h"
-#include "tool/shadow_settings.h"
+#include "tool/run/app_state.h"
+#include "tool/bake/progress.h"
+#include "tool/raycast/ray_table.h"
+#include "tool/bake/rebuild_normals.h"
+#include "tool/bake/sample_grid.h"
+#include "tool/bake/shadow_map_file.h"
+#include "tool/bake/shadow_quantise.h"
+#include "tool/bake/shadow_settings.h"
 
 namespace {
 

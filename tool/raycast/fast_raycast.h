@@ -17,7 +17,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "tool/raycast.h"
+#include "tool/raycast/ray_table.h"
 
 // A uniform 2D grid of candidate lists; each cell's list is ascending in the table's global
 // triangle order.

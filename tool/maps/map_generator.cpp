@@ -1,4 +1,4 @@
-#include "tool/map_generator.h"
+#include "tool/maps/map_generator.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "engine/texture/texture.h"
-#include "tool/mesh_builder.h"
+#include "tool/maps/mesh_builder.h"
 
 namespace {
 
@@ -36,8 +36,8 @@ struct Terrain {
 // Where the objects go: one builder per chunk, or the one builder of a one-mesh map.
 class Placement {
 public:
-    Placement(const MapSpec& spec, CMesh* root) : spec_(spec), root_(root) {
-        int count = spec.oneMesh ? 1 : spec.chunks * spec.chunks;
+    Placement(const MapRecipe& recipe, CMesh* root) : recipe_(recipe), root_(root) {
+        int count = recipe.oneMesh ? 1 : recipe.chunks * recipe.chunks;
         builders_.resize(size_t(count));
         grounds_.resize(size_t(count), nullptr);
     }
@@ -56,14 +56,14 @@ public:
 
 private:
     size_t IndexOf(float x, float z) const {
-        if (spec_.oneMesh) return 0;
-        float chunkSize = spec_.cells * CellSize / spec_.chunks;
-        int cx = std::clamp(int(x / chunkSize), 0, spec_.chunks - 1);
-        int cz = std::clamp(int(-z / chunkSize), 0, spec_.chunks - 1);
-        return size_t(cz * spec_.chunks + cx);
+        if (recipe_.oneMesh) return 0;
+        float chunkSize = recipe_.cells * CellSize / recipe_.chunks;
+        int cx = std::clamp(int(x / chunkSize), 0, recipe_.chunks - 1);
+        int cz = std::clamp(int(-z / chunkSize), 0, recipe_.chunks - 1);
+        return size_t(cz * recipe_.chunks + cx);
     }
 
-    const MapSpec& spec_;
+    const MapRecipe& recipe_;
     CMesh* root_;
     std::vector<MeshBuilder> builders_;
     std::vector<CMesh*> grounds_;
@@ -183,33 +183,33 @@ MapTextures CreateMapTextures() {
             MakeTexture("wood.tga", 0x285A8C, 5)};
 }
 
-CMesh* GenerateMap(const MapSpec& spec, const MapTextures* textures) {
-    Random random{std::mt19937(spec.seed)};
-    Terrain terrain = {spec.hills, {}, {}, {}};
+CMesh* GenerateMap(const MapRecipe& recipe, const MapTextures* textures) {
+    Random random{std::mt19937(recipe.seed)};
+    Terrain terrain = {recipe.hills, {}, {}, {}};
     for (int i = 0; i < 4; ++i) {
         float angle = random.Uniform(0.0f, 6.2831853f);
         terrain.phase[i] = random.Uniform(0.0f, 6.2831853f);
         terrain.dirX[i] = std::cos(angle);
         terrain.dirZ[i] = std::sin(angle);
     }
-    const float span = spec.cells * CellSize;
-    const int chunks = spec.oneMesh ? 1 : std::max(1, spec.chunks);
+    const float span = recipe.cells * CellSize;
+    const int chunks = recipe.oneMesh ? 1 : std::max(1, recipe.chunks);
 
     CMesh* root = new CMesh(nullptr);
     root->SetName("map");
-    Placement placement(spec, root);
+    Placement placement(recipe, root);
 
     // Ground: chunk meshes, or the one mesh's builder.
     const float chunkSize = span / chunks;
-    const int quads = std::max(1, int(std::lround(chunkSize / CellSize * spec.quadsPerCell)));
+    const int quads = std::max(1, int(std::lround(chunkSize / CellSize * recipe.quadsPerCell)));
     auto height = [&](float x, float z) { return terrain.Height(x, z); };
     for (int cz = 0; cz < chunks; ++cz)
         for (int cx = 0; cx < chunks; ++cx) {
-            int index = spec.oneMesh ? 0 : cz * chunks + cx;
+            int index = recipe.oneMesh ? 0 : cz * chunks + cx;
             MeshBuilder& b = placement.Chunk(index);
             b.SetTexture(Tex(textures, &MapTextures::grass));
             b.AddTerrain(cx * chunkSize, -cz * chunkSize, quads, quads, chunkSize / quads, height);
-            if (spec.oneMesh) continue;
+            if (recipe.oneMesh) continue;
             placement.SetGround(index, b.Build(root, "ground"));
         }
 
@@ -218,28 +218,28 @@ CMesh* GenerateMap(const MapSpec& spec, const MapTextures* textures) {
         z = -random.Uniform(margin, std::max(margin, span - margin));
     };
     float x, z;
-    for (int i = 0; i < spec.buildings; ++i) {
+    for (int i = 0; i < recipe.buildings; ++i) {
         somewhere(20.0f, x, z);
         float w = random.Uniform(12.0f, 40.0f), d = random.Uniform(12.0f, 40.0f);
         AddBuilding(placement.ForPoint(x, z), terrain, textures, x, z, w, d,
                     random.Uniform(10.0f, 50.0f));
     }
-    for (int i = 0; i < spec.arches; ++i) {
+    for (int i = 0; i < recipe.arches; ++i) {
         somewhere(60.0f, x, z);
         AddArch(placement.ForPoint(x, z), terrain, textures, x, z, random.Int(0, 1) == 1,
                 random.Uniform(60.0f, 110.0f));
     }
-    for (int i = 0; i < spec.bridges; ++i) {
+    for (int i = 0; i < recipe.bridges; ++i) {
         somewhere(40.0f, x, z);
         AddBridge(placement.ForPoint(x, z), terrain, textures, x, z,
                   std::min(span * 0.5f, random.Uniform(80.0f, 200.0f)));
     }
-    for (int i = 0; i < spec.roofsOnPosts; ++i) {
+    for (int i = 0; i < recipe.roofsOnPosts; ++i) {
         somewhere(30.0f, x, z);
         AddRoofOnPosts(placement.ForPoint(x, z), terrain, textures, x, z,
                        random.Uniform(20.0f, 48.0f));
     }
-    if (spec.oneMesh) {
+    if (recipe.oneMesh) {
         placement.Chunk(0).Build(root, "map");
     } else {
         placement.BuildObjects();

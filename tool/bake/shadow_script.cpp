@@ -1,4 +1,4 @@
-#include "tool/shadow_script.h"
+#include "tool/bake/shadow_script.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -7,9 +7,9 @@
 #include "base/memory.h"
 #include "platform/crt/file_status.h"
 #include "platform/crt/strings.h"
-#include "tool/message_log.h"
-#include "tool/shadow_settings.h"
-#include "tool/word_reader.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/shadow_settings.h"
+#include "tool/bake/word_reader.h"
 
 static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word fills LitFile");
 

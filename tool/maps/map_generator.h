@@ -9,7 +9,7 @@
 class CMesh;
 class CTexture;
 
-struct MapSpec {
+struct MapRecipe {
     int cells = 64;         // side of the map in cells, 1 to 256
     int chunks = 4;         // the ground is chunks x chunks meshes
     int quadsPerCell = 1;   // terrain resolution
@@ -36,7 +36,7 @@ MapTextures CreateMapTextures();
 
 // The map's tree under a new root without geometry; textures may be null (untextured faces).
 // Delete the root to free it.
-CMesh* GenerateMap(const MapSpec& spec, const MapTextures* textures);
+CMesh* GenerateMap(const MapRecipe& recipe, const MapTextures* textures);
 
 // Faces in the whole tree.
 uint32_t CountTriangles(const CMesh* root);

@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "engine/mesh/mesh.h"
-#include "tool/raycast.h"
+#include "tool/raycast/ray_table.h"
 
-namespace raytests {
+namespace raypredicates {
 
 inline bool IsPositiveZero(float value) {
     uint32_t bits;
@@ -163,4 +163,4 @@ inline void InterpolatedNormal(const MeshVertex* vertices, const RayTriangle& tr
     out.z = float(n0.z * (1.0 - q) + edge.z * q);
 }
 
-}  // namespace raytests
+}  // namespace raypredicates

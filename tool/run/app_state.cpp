@@ -1,4 +1,4 @@
-#include "tool/app_state.h"
+#include "tool/run/app_state.h"
 
 CScene* Scene = nullptr;
 CEntity* SceneRoot = nullptr;

@@ -1,9 +1,9 @@
-#include "tool/demo_map.h"
+#include "tool/maps/demo_map.h"
 
 #include <cmath>
 #include <cstdio>
 
-#include "tool/mesh_builder.h"
+#include "tool/maps/mesh_builder.h"
 
 static float RollingGround(float x, float z) {
     return 6.0f * std::sin(x * 0.006f) * std::cos(z * 0.005f) + 3.0f;

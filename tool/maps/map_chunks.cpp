@@ -1,4 +1,4 @@
-#include "tool/map_chunks.h"
+#include "tool/maps/map_chunks.h"
 
 
 static uint32_t ReadU32(const uint8_t* p) {

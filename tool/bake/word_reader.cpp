@@ -1,4 +1,4 @@
-#include "tool/word_reader.h"
+#include "tool/bake/word_reader.h"
 
 static bool IsWhiteSpace(int c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';

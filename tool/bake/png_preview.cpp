@@ -1,11 +1,11 @@
-#include "tool/png_preview.h"
+#include "tool/bake/png_preview.h"
 
 #include <png.h>
 
 #include <cstdio>
 #include <vector>
 
-#include "tool/atomic_write.h"
+#include "tool/bake/atomic_write.h"
 
 // libpng reports errors by longjmp; keep everything that needs a destructor outside that frame.
 static bool WritePng(FILE* file, const std::vector<uint8_t>& pixels, int32_t width,

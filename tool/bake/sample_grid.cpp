@@ -1,4 +1,4 @@
-#include "tool/sample_grid.h"
+#include "tool/bake/sample_grid.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "tool/progress.h"
-#include "tool/raycast.h"
+#include "tool/bake/progress.h"
+#include "tool/raycast/ray_table.h"
 
 namespace {
 

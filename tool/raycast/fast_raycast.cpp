@@ -1,11 +1,11 @@
-#include "tool/fast_raycast.h"
+#include "tool/raycast/fast_raycast.h"
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 
 #include "engine/mesh/mesh.h"
-#include "tool/ray_tests.h"
+#include "tool/raycast/ray_predicates.h"
 
 namespace {
 
@@ -242,14 +242,14 @@ bool FastRayQuery::CastDown(float ox, float oy, float oz, float tx, float ty, fl
     }
 
     uint32_t found = UINT32_MAX;
-    raytests::DownHit hit = {}, foundHit = {};
+    raypredicates::DownHit hit = {}, foundHit = {};
     // Both lists ascend in list order; walking them merged keeps the literal tie rule.
     while (up != upEnd || other != otherEnd) {
         uint32_t g = (other == otherEnd || (up != upEnd && *up < *other)) ? *up++ : *other++;
         const RayMesh& record = *table.records[table.triangleRecord[g]];
-        if (!raytests::InsideBox(record, ox, oz)) continue;
+        if (!raypredicates::InsideBox(record, ox, oz)) continue;
         ++counters.groundTriangleTests;
-        if (raytests::HitsDown(*table.triangles[g], ox, oy, oz, direction, best, hit)) {
+        if (raypredicates::HitsDown(*table.triangles[g], ox, oy, oz, direction, best, hit)) {
             best = hit.t;
             found = g;
             foundHit = hit;
@@ -261,7 +261,7 @@ bool FastRayQuery::CastDown(float ox, float oy, float oz, float tx, float ty, fl
     ground.Position.y = float(oy + best * direction.y);
     ground.Position.z = float(oz + best * direction.z);
     const RayMesh& record = *table.records[table.triangleRecord[found]];
-    raytests::InterpolatedNormal(record.Mesh->vertices, *table.triangles[found], foundHit.a,
+    raypredicates::InterpolatedNormal(record.Mesh->vertices, *table.triangles[found], foundHit.a,
                                  foundHit.b, ground.Normal);
     VectorNormalize(ground.Normal);
     return false;
@@ -271,7 +271,7 @@ bool FastRayQuery::CylinderPasses(uint32_t record, const float o[3], const float
     if (cylinderStamp[record] != stamp) {
         cylinderStamp[record] = stamp;
         ++counters.cylinderTests;
-        cylinderPass[record] = raytests::CylinderMayBlock(*table.records[record], o, d);
+        cylinderPass[record] = raypredicates::CylinderMayBlock(*table.records[record], o, d);
     }
     return cylinderPass[record] != 0;
 }
@@ -288,7 +288,7 @@ bool FastRayQuery::CastToLight(float ox, float oy, float oz) {
 
     // The last blocker is only a cache: it counts where the walk would have tested it.
     if (lastBlocker && CylinderPasses(lastBlockerRecord, o, d) &&
-        raytests::HitsTowardsLight(*lastBlocker, o, d)) {
+        raypredicates::HitsTowardsLight(*lastBlocker, o, d)) {
         ++counters.lastBlockerHits;
         return false;
     }
@@ -303,7 +303,7 @@ bool FastRayQuery::CastToLight(float ox, float oy, float oz) {
         if (!CylinderPasses(record, o, d)) continue;
         ++counters.lightTriangleTests;
         const RayTriangle* triangle = table.triangles[g];
-        if (raytests::HitsTowardsLight(*triangle, o, d)) {
+        if (raypredicates::HitsTowardsLight(*triangle, o, d)) {
             lastBlocker = triangle;
             lastBlockerRecord = record;
             return false;

@@ -1,4 +1,4 @@
-#include "tool/shadow_settings.h"
+#include "tool/bake/shadow_settings.h"
 
 ShadowSettingsRecord DefaultShadowSettings() {
     ShadowSettingsRecord settings{};

@@ -1,6 +1,6 @@
-#include "tool/shadow_quantise.h"
+#include "tool/bake/shadow_quantise.h"
 
-#include "tool/shadow_settings.h"
+#include "tool/bake/shadow_settings.h"
 
 static constexpr float OneOver255 = 0.003921569f;
 

@@ -1,4 +1,4 @@
-#include "tool/raycast.h"
+#include "tool/raycast/ray_table.h"
 
 #include <cmath>
 #include <vector>

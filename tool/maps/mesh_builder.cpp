@@ -1,4 +1,4 @@
-#include "tool/mesh_builder.h"
+#include "tool/maps/mesh_builder.h"
 
 #include <cmath>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "tool/progress.h"
+#include "tool/bake/progress.h"
 
 #include <atomic>
 
