@@ -20,8 +20,8 @@
 #include "platform/debug/debug_output.h"
 #include "tool/run/app_state.h"
 #include "tool/bake/bake_pass.h"
+#include "tool/bake/bake_verify.h"
 #include "tool/run/bake_run.h"
-#include "tool/run/map_path.h"
 #include "tool/run/batch_file.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/png_preview.h"
@@ -43,6 +43,7 @@ double TotalSeconds = 0.0;
 uint64_t TotalRays = 0;
 int Interrupts = 0;
 int PreviewFailures = 0;  // a preview asked for and not written fails the run
+int VerifyFailures = 0;   // a map whose fast bake differs from the literal walk fails the run
 
 // One line of information, which a quiet run leaves out.
 void Say(const char* what, const std::string& text) {
@@ -116,29 +117,57 @@ void WritePreview(const std::string& path, const char* mapPath) {
     }
 }
 
-void OnMapBaked(const char* mapPath, const char* outputName, const BakeStatistics& stats) {
+void PrintStatistics(const char* mapPath, const BakeStatistics& stats) {
+    uint64_t rays = stats.groundRays + stats.lightRays;
+    auto per = [](double count, double over) { return over > 0 ? count / over : 0.0; };
+    std::fprintf(stderr,
+                 "%s: %s: %llu samples, %llu rays (%llu down, %llu to the light), %.0f rays/s, "
+                 "%.0f samples/s (%s)\n",
+                 Program, mapPath, (unsigned long long)stats.samples, (unsigned long long)rays,
+                 (unsigned long long)stats.groundRays, (unsigned long long)stats.lightRays,
+                 per(double(rays), stats.sampleSeconds),
+                 per(double(stats.samples), stats.sampleSeconds),
+                 stats.literalWalk ? "literal walk" : "fast core");
+    std::fprintf(stderr,
+                 "%s:   %llu triangles, index %.1f MiB (%.0f bytes a triangle), %.2f triangle "
+                 "tests a light ray, %.2f a ground ray\n",
+                 Program, (unsigned long long)stats.triangles, stats.indexBytes / 1048576.0,
+                 stats.triangles ? double(stats.indexBytes) / double(stats.triangles) : 0.0,
+                 per(double(stats.rays.lightTriangleTests), double(stats.rays.lightRays)),
+                 per(double(stats.rays.groundTriangleTests), double(stats.rays.groundRays)));
+    std::fprintf(stderr,
+                 "%s:   load %.3f s, table %.3f s, index %.3f s, samples %.3f s, quantise %.3f s, "
+                 "files %.3f s, total %.3f s\n",
+                 Program, stats.loadSeconds, stats.tableSeconds, stats.indexSeconds,
+                 stats.sampleSeconds, stats.quantiseSeconds, stats.writeSeconds,
+                 stats.TotalSeconds());
+}
+
+void Verify(const char* mapPath) {
+    VerifyOutcome outcome =
+        VerifyBakeRows(ShadowSettings, MapMesh, Options.verifyRows, Options.threads);
+    if (outcome.identical) {
+        Say("", "verified " + std::to_string(outcome.rowsChecked) + " rows: identical");
+        return;
+    }
+    ++VerifyFailures;
+    std::fprintf(stderr,
+                 "%s: error: %s: verify: sample row %d column %d (x %.3f, z %.3f) adds %u through "
+                 "the fast core and %u through the literal walk\n",
+                 Program, mapPath, outcome.row, outcome.column, outcome.x, outcome.z,
+                 outcome.fastAdds, outcome.literalAdds);
+}
+
+void OnMapBaked(const char* mapPath, const char* shadowMapPath, const BakeStatistics& stats) {
     ProgressDisplayEndPass();
-    fs::path written = fs::absolute(outputName);
-    std::string where = written.string();
+    std::string where = shadowMapPath;
     Say("shadow map ", where);
     if (!PngPath.empty()) WritePreview(PngPath, mapPath);
     if (Options.pngBeside) WritePreview(where + ".png", mapPath);
-    double seconds =
-        stats.tableSeconds + stats.sampleSeconds + stats.quantiseSeconds + stats.writeSeconds;
-    uint64_t rays = stats.groundRays + stats.lightRays;
-    TotalSeconds += seconds;
-    TotalRays += rays;
-    if (Options.stats) {
-        std::fprintf(stderr,
-                     "%s: %s: %llu samples, %llu rays (%llu down, %llu to the light), "
-                     "%.0f rays/s\n"
-                     "%s:   table %.3f s, samples %.3f s, quantise %.3f s, files %.3f s\n",
-                     Program, mapPath, (unsigned long long)stats.samples, (unsigned long long)rays,
-                     (unsigned long long)stats.groundRays, (unsigned long long)stats.lightRays,
-                     stats.sampleSeconds > 0 ? rays / stats.sampleSeconds : 0.0, Program,
-                     stats.tableSeconds, stats.sampleSeconds, stats.quantiseSeconds,
-                     stats.writeSeconds);
-    }
+    TotalSeconds += stats.TotalSeconds();
+    TotalRays += stats.groundRays + stats.lightRays;
+    if (Options.stats) PrintStatistics(mapPath, stats);
+    if (Options.verifyRows > 0) Verify(mapPath);
 }
 
 void InstallHandlers() {
@@ -243,7 +272,11 @@ int Run() {
 
     if (!EnterStartDirectory()) return ExitFailed;
     if (Options.textureSize) ShadowSettings.TextureSize = Options.textureSize;
-    SetBakeThreads(Options.threads);
+    RayCoreOptions core;
+    core.threads = Options.threads;
+    core.literalWalk = Options.reference;
+    core.crossing = Options.closedCrossing ? CrossingRule::Closed : CrossingRule::HalfOpen;
+    SetRayCoreOptions(core);
     if (!script.empty()) {
         fs::path file;
         if (!ResolveScript(script, file) || !ReadScript(file)) return ExitFailed;
@@ -259,13 +292,8 @@ int Run() {
     } else {
         fs::path file;
         if (!ResolveMap(map, file)) return ExitFailed;
-        std::string path = MapPathForRun(file.string());
+        std::string path = file.string();
         if (path.size() >= sizeof mapPath) return Fail(path + ": path too long"), ExitFailed;
-        if (!MapTypeReadable(path, file.string()))
-            return Fail(path +
-                        ": a dot in a folder's name hides the map's type, which is read "
-                        "behind the first dot; run from inside that folder or rename it"),
-                   ExitFailed;
         std::snprintf(mapPath, sizeof mapPath, "%s", path.c_str());
     }
 
@@ -280,7 +308,8 @@ int Run() {
         std::fprintf(stderr, "%s: %d map%s baked in %.2f s, %.0f rays/s\n", Program, result.baked,
                      result.baked == 1 ? "" : "s", TotalSeconds,
                      TotalSeconds > 0 ? TotalRays / TotalSeconds : 0.0);
-    bool failed = result.failed > 0 || result.baked == 0 || PreviewFailures > 0 || ReportedErrors > 0;
+    bool failed = result.failed > 0 || result.baked == 0 || PreviewFailures > 0 ||
+                  ReportedErrors > 0 || VerifyFailures > 0;
     return failed ? ExitFailed : 0;
 }
 

@@ -25,6 +25,14 @@ const char* BakeUsage() {
            "                       to 8192 (default 2048)\n"
            "  --threads N          worker threads (default: every core); the result is the\n"
            "                       same for any number\n"
+           "  --reference          bake through the literal walk of the ray table instead of\n"
+           "                       the fast core; the same bytes, far slower\n"
+           "  --crossing RULE      the light test's edge rule: half-open (default) or closed\n"
+           "                       (both ends of every edge count, as the light test was\n"
+           "                       first written; baked through the literal walk)\n"
+           "  --verify N           after each bake, bake N sample rows spread over the map\n"
+           "                       again through the literal walk and compare every sample;\n"
+           "                       a difference fails the run\n"
            "  --png FILE           greyscale preview of the map's part of the shadow map,\n"
            "                       light white\n"
            "  --png-beside         a preview beside each shadow map, named NAME.png\n"
@@ -58,7 +66,8 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
         auto take = [&](std::string& into) { return args.TakeValue(into); };
         std::string number;
         bool flag = arg == "--help" || arg == "-h" || arg == "--version" || arg == "--stats" ||
-                    arg == "--quiet" || arg == "-q" || arg == "--png-beside";
+                    arg == "--quiet" || arg == "-q" || arg == "--png-beside" ||
+                    arg == "--reference";
         if (flag && hasValue) return fail(arg + " takes no value");
         if (arg == "--help" || arg == "-h") return BakeCommand::Help;
         if (arg == "--version") return BakeCommand::Version;
@@ -68,6 +77,18 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
             options.quiet = true;
         } else if (arg == "--png-beside") {
             options.pngBeside = true;
+        } else if (arg == "--reference") {
+            options.reference = true;
+        } else if (arg == "--crossing") {
+            std::string rule;
+            if (!take(rule) || (rule != "half-open" && rule != "closed"))
+                return fail("--crossing must be half-open or closed");
+            options.closedCrossing = rule == "closed";
+        } else if (arg == "--verify") {
+            int n = 0;
+            if (!take(number) || !ParseNumber(number, n) || n < 1 || n > 100000)
+                return fail("--verify must be a number of rows from 1 to 100000");
+            options.verifyRows = n;
         } else if (arg == "--script") {
             if (!take(options.script)) return fail("--script needs a file");
         } else if (arg == "--out") {
@@ -102,5 +123,8 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
         return fail("--out takes one map; a batch names each job's output");
     if (!options.batch.empty() && !options.png.empty())
         return fail("--png takes one map; use --png-beside with --batch");
+    if (options.verifyRows > 0 && (options.reference || options.closedCrossing))
+        return fail("--verify checks the fast core; it takes neither --reference nor "
+                    "--crossing closed");
     return BakeCommand::Run;
 }

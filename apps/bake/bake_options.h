@@ -12,6 +12,9 @@ struct BakeOptions {
     std::string png;                  // a preview of the map's part of the shadow map
     int textureSize = 0;              // 0: the default, 2048
     int threads = 0;                  // 0: every core
+    bool reference = false;           // bake through the literal walk
+    bool closedCrossing = false;      // the light test counts both ends of every edge
+    int verifyRows = 0;               // sample rows checked against the literal walk after a bake
     bool pngBeside = false;           // a preview beside each shadow map, named NAME.png
     bool stats = false;
     bool quiet = false;

@@ -23,9 +23,15 @@ void BakeFixture::TearDown() {
 }
 
 std::string BakeFixture::Bake(CMesh* root, const char* name) {
-    char outputName[260];
-    std::snprintf(outputName, sizeof outputName, "%s", name);
-    BakeShadowMap(root, outputName, &stats);
+    BakeJob job;
+    job.settings = ShadowSettings;
+    job.mesh = root;
+    job.shadowMapPath = dir->File(name);
+    job.core = core;
+    job.texture = ShadowTexture;
+    BakeResult result = BakeShadowMap(job);
+    ShadowTexture = result.texture;
+    stats = result.statistics;
     return ReadWholeFile(dir->File(name));
 }
 

@@ -17,12 +17,14 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Bakes root into "texture.dat" (or name) and returns the file's bytes.
+    // Bakes root with ShadowSettings and core into "texture.dat" (or name) in the temporary
+    // directory and returns the file's bytes; ShadowTexture takes the result.
     std::string Bake(CMesh* root, const char* name = "texture.dat");
     uint8_t FileByte(const std::string& file, int row, int column) const;
 
     std::unique_ptr<TempDir> dir;
     BakeStatistics stats = {};
+    RayCoreOptions core;
 };
 
 // A flat square of ground at height y from x = 0 to size and z = 0 to -size, visible from above.

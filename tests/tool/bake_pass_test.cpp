@@ -46,7 +46,6 @@ TEST_F(BakePass, FlatMapUnderOverheadLightIsFullyLitAndTheRestAmbient) {
     EXPECT_EQ(FileByte(file, 8, 0), 127);  // outside the map: sum 0, level Ambient
     EXPECT_EQ(FileByte(file, 0, 8), 127);
     EXPECT_EQ(FileByte(file, 255, 255), 127);
-    EXPECT_FLOAT_EQ(ShadowSettings.Light.y, 1.0f);
     EXPECT_EQ(stats.samples, 64u);
     EXPECT_EQ(stats.groundHits, 64u);
     EXPECT_EQ(stats.litSamples, 64u);
@@ -120,10 +119,7 @@ TEST_F(BakePass, HeightFileHoldsTheGroundAtEachCellCorner) {
     ShadowSettings.MapCellsX = 4;
     ShadowSettings.MapCellsY = 2;
     ShadowSettings.WriteHeightData = 1;
-    char name[260] = "texture.dat";
-    BakeShadowMap(ground.get(), name, &stats);
-    EXPECT_STREQ(name, "texture.dah");  // made in the name buffer itself
-    EXPECT_EQ(ReadWholeFile(dir->File("texture.dat")).size(), 256u * 256u);
+    EXPECT_EQ(Bake(ground.get()).size(), 256u * 256u);
     std::string heights = ReadWholeFile(dir->File("texture.dah"));
     ASSERT_EQ(heights.size(), 4u * 2u * 4u);
     auto height = [&](int row, int column) {
@@ -189,12 +185,11 @@ TEST_F(BakePass, SameBytesForAnyNumberOfThreads) {
         std::unique_ptr<CMesh> map(BuildRandomMap(seed, 8));
         std::string reference;
         for (int threads : {1, 2, 3, 4}) {
-            SetBakeThreads(threads);
+            core.threads = threads;
             std::string file = Bake(map.get());
             ASSERT_EQ(file.size(), 1024u * 1024u);
             if (threads == 1) reference = file;
             EXPECT_TRUE(file == reference) << "seed " << seed << ", " << threads << " threads";
         }
-        SetBakeThreads(0);
     }
 }

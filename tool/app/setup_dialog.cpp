@@ -15,7 +15,6 @@
 #include "tool/run/app_state.h"
 #include "tool/bake/atomic_write.h"
 #include "tool/run/bake_run.h"
-#include "tool/run/map_path.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/shadow_script.h"
 
@@ -187,17 +186,8 @@ void SetupDialog::Start() {
                     MB_ICONERROR);
         return;
     }
-    // The run reads the map's type behind the first dot of the path; a folder's dot hides it.
-    std::string spelling = MapPathForRun(mapFile);
-    if (!MapTypeReadable(spelling, mapFile) || spelling.size() >= _MAX_PATH) {
-        MessageBoxA(Window,
-                    "A dot in a folder's name hides the map's type from the bake. Move the map "
-                    "to a folder whose path has no dot, or start from inside its parent.",
-                    "ERROR", MB_ICONERROR);
-        return;
-    }
-    char mapPath[_MAX_PATH] = {};
-    std::snprintf(mapPath, sizeof mapPath, "%s", spelling.c_str());
+    char mapPath[_MAX_PATH] = {};  // the validation kept the path within the buffer
+    std::snprintf(mapPath, sizeof mapPath, "%s", mapFile);
 
     WriteLastDirectory(dir);
     EnableControls(false);

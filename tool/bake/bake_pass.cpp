@@ -1,5 +1,6 @@
 #include "tool/bake/bake_pass.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -7,27 +8,23 @@
 
 #include "base/diagnostics.h"
 #include "engine/mesh/mesh.h"
-#include "engine/scene/scene.h"
 #include "engine/texture/texture.h"
 #include "platform/crt/clock.h"
 #include "platform/debug/debug_output.h"
-#include "tool/run/app_state.h"
 #include "tool/bake/progress.h"
-#include "tool/raycast/ray_table.h"
 #include "tool/bake/rebuild_normals.h"
 #include "tool/bake/sample_grid.h"
 #include "tool/bake/shadow_map_file.h"
 #include "tool/bake/shadow_quantise.h"
-#include "tool/bake/shadow_settings.h"
+#include "tool/raycast/fast_raycast.h"
 
 namespace {
 
 constexpr double WorldSpan = 8192.0;  // the shadow map covers 8192 x 8192 world units
 constexpr int32_t MaxMapCells = 256;  // 256 cells of 32 units fill the span
+constexpr float NoGroundHeight = -10000.0f;
 
 using Clock = std::chrono::steady_clock;
-
-int BakeThreads = 0;
 
 double SecondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
@@ -43,11 +40,10 @@ __attribute__((format(printf, 1, 2))) void DebugOutput(const char* format, ...) 
 }
 
 // The texture has no room beyond 256 cells; a map that claims more is cut to the texture.
-int32_t ClampMapCells(int32_t cells, const char* axis) {
-    if (cells >= 0 && cells <= MaxMapCells) return cells;
-    CorvaneWarning("Map size %d in %s is outside 0 to 256; baking the part that fits\n", cells,
-                   axis);
-    return cells < 0 ? 0 : MaxMapCells;
+void WarnOutsideTexture(int32_t cells, const char* axis) {
+    if (cells < 0 || cells > MaxMapCells)
+        CorvaneWarning("Map size %d in %s is outside 0 to 256; baking the part that fits\n", cells,
+                       axis);
 }
 
 bool ValidSettings(const ShadowSettingsRecord& s) {
@@ -60,16 +56,17 @@ bool ValidSettings(const ShadowSettingsRecord& s) {
     return oversampleOk && sizeOk;
 }
 
-void PrepareShadowTexture(int32_t size) {
-    if (ShadowTexture && ShadowTexture->width != size) {
-        FreeTexture(ShadowTexture);
-        ShadowTexture = nullptr;
+CTexture* PrepareShadowTexture(CTexture* texture, int32_t size) {
+    if (texture && texture->width != size) {
+        FreeTexture(texture);
+        texture = nullptr;
     }
-    if (!ShadowTexture) {
-        ShadowTexture = CreateTexture(size, size, TextureFormat8888);
-        ShadowTexture->flags = TextureFlagMultiply | 0x20 | TextureFlagAlpha;
+    if (!texture) {
+        texture = CreateTexture(size, size, TextureFormat8888);
+        texture->flags = TextureFlagMultiply | 0x20 | TextureFlagAlpha;
     }
-    std::memset(ShadowTexture->pixels, 0, size_t(size) * size_t(size) * 4);
+    std::memset(texture->pixels, 0, size_t(size) * size_t(size) * 4);
+    return texture;
 }
 
 struct ProgressState {
@@ -90,67 +87,89 @@ void ReportProgress(int row, int rows, void* context) {
 
 }  // namespace
 
-void SetBakeThreads(int threads) { BakeThreads = threads < 0 ? 0 : threads; }
+BakeLayout LayOutBake(const ShadowSettingsRecord& settings) {
+    BakeLayout layout;
+    layout.textureSize = settings.TextureSize;
+    layout.oversample = settings.Oversample;
+    layout.cellsX = std::clamp(settings.MapCellsX, 0, MaxMapCells);
+    layout.cellsY = std::clamp(settings.MapCellsY, 0, MaxMapCells);
+    int64_t perCell = int64_t(layout.oversample) * layout.textureSize;
+    layout.columns = int(layout.cellsX * perCell / MaxMapCells);
+    layout.rows = int(layout.cellsY * perCell / MaxMapCells);
+    layout.step = WorldSpan / (double(layout.textureSize) * layout.oversample);
+    return layout;
+}
 
-void BakeShadowMap(CMesh* mesh, char* outputName, BakeStatistics* statistics) {
-    BakeStatistics stats = {};
+BakeResult BakeShadowMap(const BakeJob& job) {
+    BakeResult result;
+    BakeStatistics& stats = result.statistics;
     uint32_t startTicks = GetTickCount();
-    ShadowSettingsRecord& settings = ShadowSettings;
+    ShadowSettingsRecord settings = job.settings;
     if (VectorNormalize(settings.Light) == 0.0f)
         CorvaneWarning("The light direction has zero length: the whole map gets the ambient\n");
     if (!ValidSettings(settings)) {
-        if (statistics) *statistics = stats;
-        return;
+        if (job.texture) FreeTexture(job.texture);
+        return result;
     }
+    WarnOutsideTexture(settings.MapCellsX, "x");
+    WarnOutsideTexture(settings.MapCellsY, "y");
+    const BakeLayout layout = LayOutBake(settings);
 
     Clock::time_point phase = Clock::now();
-    if (settings.FrameCount > 0) RebuildNormals(mesh);
-    RayTableBegin();
-    RayTableAddTree(mesh);
+    if (settings.FrameCount > 0) RebuildNormals(job.mesh);
+    RayTable table;
+    table.AddTree(job.mesh);
     stats.tableSeconds = SecondsSince(phase);
-    if (Scene) Scene->ambient = 0xFFFFFF;
-
-    const int32_t size = settings.TextureSize;
-    const int32_t oversample = settings.Oversample;
-    const double step = WorldSpan / (double(size) * oversample);
-    PrepareShadowTexture(size);
-    uint32_t* sums = reinterpret_cast<uint32_t*>(ShadowTexture->pixels);
-
-    const int32_t cellsX = ClampMapCells(settings.MapCellsX, "x");
-    const int32_t cellsY = ClampMapCells(settings.MapCellsY, "y");
-    const int columns = int(int64_t(cellsX) * oversample * size / MaxMapCells);
-    const int rows = int(int64_t(cellsY) * oversample * size / MaxMapCells);
 
     phase = Clock::now();
-    SampleGrid grid = {rows, columns, oversample, step, settings.Light, sums, size};
-    SampleCounts counts = {};
+    FastRayTable fast;
+    stats.literalWalk = job.core.UsesLiteralWalk();
+    if (!stats.literalWalk) fast.Build(table, settings.Light);
+    stats.indexSeconds = SecondsSince(phase);
+    stats.triangles = table.TriangleCount();
+    stats.indexBytes = table.MemoryBytes() + fast.MemoryBytes();
+    const RayCore core = {&table, stats.literalWalk ? nullptr : &fast, job.core.crossing};
+
+    result.texture = PrepareShadowTexture(job.texture, layout.textureSize);
+    uint32_t* sums = reinterpret_cast<uint32_t*>(result.texture->pixels);
+
+    phase = Clock::now();
+    SampleGrid grid = {layout.rows, layout.columns, layout.oversample, layout.step,
+                       settings.Light};
+    SampleCounts counts;
     ProgressState progress = {-1};
-    stats.cancelled = !SampleMap(grid, BakeThreads, ReportProgress, &progress, counts);
+    stats.cancelled = !SampleMap(grid, core, job.core.threads, sums, layout.textureSize,
+                                 ReportProgress, &progress, counts);
     stats.groundHits = counts.groundHits;
     stats.lightRays = counts.lightRays;
     stats.litSamples = counts.litSamples;
-    stats.samples = stats.groundRays = uint64_t(rows) * uint64_t(columns);
+    stats.rays = counts.rays;
+    stats.samples = stats.groundRays = uint64_t(layout.rows) * uint64_t(layout.columns);
     stats.sampleSeconds = SecondsSince(phase);
-    if (stats.cancelled) {
-        RayTableFree();
-        if (statistics) *statistics = stats;
-        return;
-    }
+    if (stats.cancelled) return result;
 
     phase = Clock::now();
-    QuantiseShadowMap(sums, uint32_t(size) * uint32_t(size), settings);
+    QuantiseShadowMap(sums, uint32_t(layout.textureSize) * uint32_t(layout.textureSize),
+                      settings);
     stats.quantiseSeconds = SecondsSince(phase);
     DebugOutput("TIME TO BUILD %d\n", int(GetTickCount() - startTicks));
 
     phase = Clock::now();
+    // An animated bake writes only the map's part of the texture.
     bool single = settings.FrameCount == 0;
-    int32_t width = single ? size : int32_t(int64_t(cellsX) * size / MaxMapCells);
-    int32_t height = single ? size : int32_t(int64_t(cellsY) * size / MaxMapCells);
-    stats.filesWritten = WriteShadowMapFile(ShadowTexture, width, height, outputName);
-    if (settings.WriteHeightData)
-        stats.filesWritten = WriteHeightFile(cellsX, cellsY, outputName) && stats.filesWritten;
+    int32_t size = layout.textureSize;
+    int32_t width = single ? size : int32_t(int64_t(layout.cellsX) * size / MaxMapCells);
+    int32_t height = single ? size : int32_t(int64_t(layout.cellsY) * size / MaxMapCells);
+    stats.filesWritten =
+        WriteShadowMapFile(result.texture, width, height, job.shadowMapPath.c_str());
+    if (settings.WriteHeightData) {
+        std::vector<float> heights =
+            GroundHeights(core, layout.cellsX, layout.cellsY, NoGroundHeight);
+        std::string heightPath = HeightFilePath(job.shadowMapPath);
+        stats.filesWritten =
+            !heightPath.empty() && WriteHeightFile(heights, heightPath.c_str()) &&
+            stats.filesWritten;
+    }
     stats.writeSeconds = SecondsSince(phase);
-
-    RayTableFree();
-    if (statistics) *statistics = stats;
+    return result;
 }

@@ -3,13 +3,17 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 class CTexture;
 
 // The top-left width x height texels' alpha bytes, row by row from z = 0. False if not written.
-bool WriteShadowMapFile(const CTexture* texture, int32_t width, int32_t height, const char* name);
+bool WriteShadowMapFile(const CTexture* texture, int32_t width, int32_t height, const char* path);
 
-// Casts a ray down at each cell corner (x = 32c, z = -32r) through the standing ray table and
-// writes the heights; a corner with no ground holds -10000. The last character of name becomes
-// 'h' in place. False if not written.
-bool WriteHeightFile(int32_t cellsX, int32_t cellsY, char* name);
+// The heights as little-endian floats. False if not written.
+bool WriteHeightFile(const std::vector<float>& heights, const char* path);
+
+// The height file's name: the shadow map's with its last character made 'h' ("texture.dat"
+// gives "texture.dah"); empty for an empty name.
+std::string HeightFilePath(const std::string& shadowMapPath);

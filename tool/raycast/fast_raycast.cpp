@@ -99,15 +99,6 @@ size_t CandidateGrid::MemoryBytes() const {
     return offsets.capacity() * sizeof(uint32_t) + refs.capacity() * sizeof(uint32_t);
 }
 
-void FastRayCounters::Add(const FastRayCounters& other) {
-    groundRays += other.groundRays;
-    lightRays += other.lightRays;
-    groundTriangleTests += other.groundTriangleTests;
-    lightTriangleTests += other.lightTriangleTests;
-    cylinderTests += other.cylinderTests;
-    lastBlockerHits += other.lastBlockerHits;
-}
-
 void FastRayTable::Clear() { *this = FastRayTable(); }
 
 size_t FastRayTable::MemoryBytes() const {
@@ -117,13 +108,13 @@ size_t FastRayTable::MemoryBytes() const {
            shadow.MemoryBytes();
 }
 
-void FastRayTable::Build(const RayTableState& table, const Vector& lightDirection) {
+void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
     Clear();
     light = lightDirection;
     lightIsZero = light.x == 0.0f && light.y == 0.0f && light.z == 0.0f;
 
     double largest = 8192.0;
-    for (const RayMesh* record = table.First; record; record = record->Next) {
+    for (const RayMesh* record = table.First(); record; record = record->Next) {
         uint32_t index = uint32_t(records.size());
         records.push_back(record);
         const MeshVertex* vertices = record->Mesh->vertices;

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "tool/raycast/literal_walk.h"
 #include "tool/raycast/ray_table.h"
 
 // A uniform 2D grid of candidate lists; each cell's list is ascending in the table's global
@@ -32,22 +33,11 @@ struct CandidateGrid {
     size_t MemoryBytes() const;
 };
 
-struct FastRayCounters {
-    uint64_t groundRays = 0;
-    uint64_t lightRays = 0;
-    uint64_t groundTriangleTests = 0;
-    uint64_t lightTriangleTests = 0;
-    uint64_t cylinderTests = 0;
-    uint64_t lastBlockerHits = 0;
-
-    void Add(const FastRayCounters& other);
-};
-
 class FastRayTable {
 public:
     // Indexes the records of the table as they stand. light is the normalised direction that
     // every light query of the pass uses. The table's records must not change afterwards.
-    void Build(const RayTableState& table, const Vector& light);
+    void Build(const RayTable& table, const Vector& light);
     void Clear();
     size_t MemoryBytes() const;
 
@@ -74,18 +64,19 @@ class FastRayQuery {
 public:
     explicit FastRayQuery(const FastRayTable& table);
 
-    // The contract of RayCastDown, for rays straight down; the result goes to ground.
+    // The contract of RayCastDown, for rays straight down; a hit goes to Ground().
     bool CastDown(float ox, float oy, float oz, float tx, float ty, float tz);
-    // The contract of RayCastToLight along the table's light direction.
+    // The contract of RayCastToLight under the half-open rule along the table's light direction.
     bool CastToLight(float ox, float oy, float oz);
+    const RayGroundState& Ground() const { return ground; }
 
-    RayGroundState ground = {};
-    FastRayCounters counters;
+    RayCounters counters;
 
 private:
     bool CylinderPasses(uint32_t record, const float o[3], const float d[3]);
 
     const FastRayTable& table;
+    RayGroundState ground = {};
     const RayTriangle* lastBlocker = nullptr;
     uint32_t lastBlockerRecord = 0;
     std::vector<uint32_t> cylinderStamp;  // per record: the ray its cached answer belongs to

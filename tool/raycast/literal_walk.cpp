@@ -1,11 +1,20 @@
+#include "tool/raycast/literal_walk.h"
+
 #include "engine/mesh/mesh.h"
-#include "tool/raycast/ray_predicates.h"
-#include "tool/raycast/ray_table.h"
 
 using namespace raypredicates;
 
-bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx, float ty,
-                   float tz) {
+void RayCounters::Add(const RayCounters& other) {
+    groundRays += other.groundRays;
+    lightRays += other.lightRays;
+    groundTriangleTests += other.groundTriangleTests;
+    lightTriangleTests += other.lightTriangleTests;
+    cylinderTests += other.cylinderTests;
+    lastBlockerHits += other.lastBlockerHits;
+}
+
+bool RayCastDown(const RayTable& table, RayQueryState& state, float ox, float oy, float oz,
+                 float tx, float ty, float tz, RayCounters* counters) {
     Vector direction;
     Vector origin = {ox, oy, oz};
     Vector target = {tx, ty, tz};
@@ -15,8 +24,10 @@ bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx,
     const RayTriangle* found = nullptr;
     const RayMesh* foundRecord = nullptr;
     DownHit hit = {}, foundHit = {};
-    for (const RayMesh* record = RayTable.First; record; record = record->Next) {
+    uint64_t tests = 0;
+    for (const RayMesh* record = table.First(); record; record = record->Next) {
         if (!InsideBox(*record, ox, oz)) continue;
+        tests += record->TriangleCount;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             const RayTriangle& triangle = record->Triangles[i];
             if (!HitsDown(triangle, ox, oy, oz, direction, best, hit)) continue;
@@ -26,9 +37,13 @@ bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx,
             foundHit = hit;
         }
     }
+    if (counters) {
+        ++counters->groundRays;
+        counters->groundTriangleTests += tests;
+    }
     if (!found) return true;
 
-    RayGroundState& ground = *state.ground;
+    RayGroundState& ground = state.Ground;
     ground.Position.x = float(ox + best * direction.x);
     ground.Position.y = float(oy + best * direction.y);
     ground.Position.z = float(oz + best * direction.z);
@@ -37,20 +52,25 @@ bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx,
     return false;
 }
 
-bool RayCastToLightIn(RayQueryState& state, float ox, float oy, float oz, float dx, float dy,
-                      float dz) {
-    const float o[3] = {ox, oy, oz};
-    const float d[3] = {dx, dy, dz};
-    if (state.lastBlocker && CylinderMayBlock(*state.lastBlockerMesh, o, d) &&
-        HitsTowardsLight(*state.lastBlocker, o, d))
+template <CrossingRule Rule>
+static bool WalkTowardsLight(const RayTable& table, RayQueryState& state, const float o[3],
+                             const float d[3], RayCounters& counters) {
+    ++counters.lightRays;
+    if (state.LastBlocker && CylinderMayBlock(*state.LastBlockerMesh, o, d) &&
+        HitsTowardsLight<Rule>(*state.LastBlocker, o, d)) {
+        ++counters.lastBlockerHits;
         return false;
-    for (RayMesh* record = RayTable.First; record; record = record->Next) {
+    }
+    for (const RayMesh* record = table.First(); record; record = record->Next) {
+        ++counters.cylinderTests;
         if (!CylinderMayBlock(*record, o, d)) continue;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
-            RayTriangle& triangle = record->Triangles[i];
-            if (triangle.Skip == 0 && HitsTowardsLight(triangle, o, d)) {
-                state.lastBlocker = &triangle;
-                state.lastBlockerMesh = record;
+            const RayTriangle& triangle = record->Triangles[i];
+            if (triangle.Skip != 0) continue;
+            ++counters.lightTriangleTests;
+            if (HitsTowardsLight<Rule>(triangle, o, d)) {
+                state.LastBlocker = &triangle;
+                state.LastBlockerMesh = record;
                 return false;
             }
         }
@@ -58,20 +78,13 @@ bool RayCastToLightIn(RayQueryState& state, float ox, float oy, float oz, float 
     return true;
 }
 
-// The plain queries work on the process-wide state.
-bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
-    RayQueryState state = {&RayGround, RayTable.LastBlocker, RayTable.LastBlockerMesh};
-    return RayCastDownIn(state, ox, oy, oz, tx, ty, tz);
-}
-
-bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz) {
-    RayQueryState state = {&RayGround, RayTable.LastBlocker, RayTable.LastBlockerMesh};
-    bool free = RayCastToLightIn(state, ox, oy, oz, dx, dy, dz);
-    RayTable.LastBlocker = state.lastBlocker;
-    RayTable.LastBlockerMesh = state.lastBlockerMesh;
-    return free;
-}
-
-void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b) {
-    InterpolatedNormal(mesh->vertices, *triangle, a, b, RayGround.Normal);
+bool RayCastToLight(const RayTable& table, RayQueryState& state, float ox, float oy, float oz,
+                    float dx, float dy, float dz, CrossingRule rule, RayCounters* counters) {
+    const float o[3] = {ox, oy, oz};
+    const float d[3] = {dx, dy, dz};
+    RayCounters ignored;
+    RayCounters& count = counters ? *counters : ignored;
+    return rule == CrossingRule::HalfOpen
+               ? WalkTowardsLight<CrossingRule::HalfOpen>(table, state, o, d, count)
+               : WalkTowardsLight<CrossingRule::Closed>(table, state, o, d, count);
 }

@@ -9,6 +9,18 @@
 #include "engine/mesh/mesh.h"
 #include "tool/raycast/ray_table.h"
 
+// Which edges take part in the light query's crossing count.
+//
+// HalfOpen: an edge counts only when it straddles the crossing's b half-open, (b >= p.b) unlike
+// (b >= q.b), as in the ground query. A vertex level with the crossing then counts on exactly one
+// of its two edges, and an edge with both ends at one b never counts.
+// Closed: every edge whose fraction u lies in [0, 1] counts, both ends included. A crossing level
+// with a vertex (within a few ulps, which a long ray meets often) counts that vertex twice and a
+// point far outside the triangle reads as blocked: isolated dark texels, more of them the more
+// triangles a ray tests, and no index that looks near a triangle can find them. It is kept to
+// reproduce the bytes of that rule through the literal walk.
+enum class CrossingRule : uint8_t { HalfOpen, Closed };
+
 namespace raypredicates {
 
 inline bool IsPositiveZero(float value) {
@@ -75,6 +87,7 @@ inline bool HitsDown(const RayTriangle& triangle, float ox, float oy, float oz,
 
 // The light query's triangle test: any triangle ahead of the origin counts, from either side;
 // the ray has no far end.
+template <CrossingRule Rule = CrossingRule::HalfOpen>
 inline bool HitsTowardsLight(const RayTriangle& triangle, const float o[3], const float d[3]) {
     float den = float(double(d[2]) * triangle.Normal.z + double(d[0]) * triangle.Normal.x +
                       double(d[1]) * triangle.Normal.y);
@@ -91,12 +104,22 @@ inline bool HitsTowardsLight(const RayTriangle& triangle, const float o[3], cons
     for (int k = 0; k < 3; ++k) {
         const float* p = triangle.Corner[k];
         const float* q = triangle.Corner[(k + 1) % 3];
+        if (Rule == CrossingRule::HalfOpen && (b >= p[1]) == (b >= q[1])) continue;
         float u = float((b - p[1]) / (double(q[1]) - p[1]));
-        if (std::signbit(u) || !(u <= 1.0f)) continue;  // NaN (a flat edge) is no crossing
+        // Tested without the sign of a NaN, which differs between processors: a flat edge's 0/0
+        // is no crossing under either rule.
+        if (std::signbit(u) || !(u <= 1.0f)) continue;
         float e = float((double(q[0]) - p[0]) * u + p[0] - a);
         if (!std::signbit(e)) ++count;
     }
     return (count & 1) != 0;
+}
+
+inline bool HitsTowardsLight(const RayTriangle& triangle, const float o[3], const float d[3],
+                             CrossingRule rule) {
+    return rule == CrossingRule::HalfOpen
+               ? HitsTowardsLight<CrossingRule::HalfOpen>(triangle, o, d)
+               : HitsTowardsLight<CrossingRule::Closed>(triangle, o, d);
 }
 
 // The light query's record test: passes a record over when the ray's xz projection misses its

@@ -7,17 +7,8 @@
 #include "base/memory.h"
 #include "engine/mesh/mesh.h"
 
-RayTableState RayTable = {nullptr, nullptr, nullptr};
-RayGroundState RayGround = {{0.0f, 0.0f, 0.0f}, {0.0f, 0.0f, 0.0f}};
-
 static constexpr double GrowDistance = 0.001;
 static constexpr float CentroidFactor = 0.33333334f;
-
-void RayTableBegin() {
-    RayTable.First = nullptr;
-    RayTable.LastBlocker = nullptr;
-    RayTable.LastBlockerMesh = nullptr;
-}
 
 void RayBuildTriangle(RayTriangle* record, Vector corners[3]) {
     Vector u, v;
@@ -72,15 +63,15 @@ static bool FaceIndicesInRange(const CMesh* mesh, uint32_t vertexCount) {
     return true;
 }
 
-RayMesh* RayTableAddMesh(CMesh* mesh) {
+RayMesh* RayTable::AddMesh(CMesh* mesh) {
     uint32_t faceCount = mesh->faceCount[0];
     if (faceCount == 0) return nullptr;
     uint32_t vertexCount = uint32_t(mesh->vertexCount > 0 ? mesh->vertexCount : 0);
     if (!FaceIndicesInRange(mesh, vertexCount)) return nullptr;
 
     RayMesh* record = NEW RayMesh{};
-    record->Next = RayTable.First;
-    RayTable.First = record;
+    record->Next = first;
+    first = record;
     record->TriangleCount = faceCount;
     record->Mesh = mesh;
     record->Triangles = static_cast<RayTriangle*>(MALLOC(sizeof(RayTriangle) * faceCount));
@@ -109,17 +100,17 @@ RayMesh* RayTableAddMesh(CMesh* mesh) {
     // Top comes from every vertex's true position; the box, the centre and the radius only from
     // the grown corners of vertices that some face uses.
     record->Top = vertices[0].position.y;
-    bool first = true;
+    bool firstUsed = true;
     double sumX = 0.0, sumZ = 0.0;
     uint32_t used = 0;
     for (uint32_t i = 0; i < vertexCount; ++i) {
         if (vertices[i].position.y > record->Top) record->Top = vertices[i].position.y;
         if (!work[i].used) continue;
         float x = float(work[i].x), z = float(work[i].z);
-        if (first) {
+        if (firstUsed) {
             record->MinX = record->MaxX = x;
             record->MinZ = record->MaxZ = z;
-            first = false;
+            firstUsed = false;
         }
         if (x < record->MinX) record->MinX = x;
         if (x > record->MaxX) record->MaxX = x;
@@ -143,32 +134,35 @@ RayMesh* RayTableAddMesh(CMesh* mesh) {
     return record;
 }
 
-void RayTableAddTree(CMesh* mesh) {
-    RayTableAddMesh(mesh);
+void RayTable::AddTree(CMesh* mesh) {
+    AddMesh(mesh);
     for (CEntity* child = mesh->firstChild; child; child = child->nextSibling) {
         ASSERT(child->kind == EntityKindMesh);  // a map's tree holds only meshes
-        if (child->kind == EntityKindMesh) RayTableAddTree(static_cast<CMesh*>(child));
+        if (child->kind == EntityKindMesh) AddTree(static_cast<CMesh*>(child));
     }
 }
 
-void RayTableFree() {
-    RayMesh* record = RayTable.First;
+void RayTable::Free() {
+    RayMesh* record = first;
     while (record) {
         RayMesh* next = record->Next;
         if (record->Triangles) FREE(record->Triangles);
         DELETE(record);
         record = next;
     }
-    RayTable.First = nullptr;
+    first = nullptr;
 }
 
-void RayTableCullFacing(const Vector& light) {
-    for (RayMesh* record = RayTable.First; record; record = record->Next)
-        for (uint32_t i = 0; i < record->TriangleCount; ++i) {
-            RayTriangle& triangle = record->Triangles[i];
-            // Compared in double: a float dot could round a tiny negative to -0 and keep it.
-            double dot = double(triangle.Normal.z) * light.z + double(triangle.Normal.y) * light.y +
-                         double(triangle.Normal.x) * light.x;
-            if (dot < 0.0) triangle.Skip = 1;
-        }
+uint64_t RayTable::TriangleCount() const {
+    uint64_t count = 0;
+    for (const RayMesh* record = first; record; record = record->Next)
+        count += record->TriangleCount;
+    return count;
+}
+
+size_t RayTable::MemoryBytes() const {
+    size_t bytes = 0;
+    for (const RayMesh* record = first; record; record = record->Next)
+        bytes += sizeof(RayMesh) + sizeof(RayTriangle) * size_t(record->TriangleCount);
+    return bytes;
 }

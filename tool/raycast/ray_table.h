@@ -1,5 +1,5 @@
-// The ray-cast core: a table of a map's triangles with per-mesh bounds, and the two queries a bake
-// makes for every sample (a ray straight down to the ground, a ray towards the light).
+// The ray table: a map's triangles with per-mesh bounds, in the form that the two queries of a
+// bake (a ray straight down to the ground, a ray towards the light) test against.
 //
 // Numerical contract, relied on by the bake and by every faster core that must match it bit for
 // bit:
@@ -13,6 +13,7 @@
 //   projection axis gives an infinite or NaN fraction that falls out of the tests as no crossing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "engine/scene/maths.h"
@@ -46,50 +47,31 @@ struct RayMesh {
     float MinX, MinZ, MaxX, MaxZ;  // box of the grown corners in xz
 };
 
-struct RayTableState {
-    RayMesh* First;             // new records go to the front
-    RayTriangle* LastBlocker;   // the triangle that blocked the last blocked light ray
-    RayMesh* LastBlockerMesh;   // its record
-};
-
 struct RayGroundState {
     Vector Position;  // world position of the last hit; kept by a miss
     Vector Normal;    // unit interpolated normal of the last hit; kept by a miss
 };
 
-extern RayTableState RayTable;
-extern RayGroundState RayGround;
+// The table of one bake pass: a record per mesh of the map's tree, newest first. The pass owns
+// it and hands it to the queries, which only read it; the records borrow the meshes' vertices,
+// so the meshes must outlive the table and keep their arrays while it stands.
+class RayTable {
+public:
+    RayTable() = default;
+    ~RayTable() { Free(); }
+    RayTable(const RayTable&) = delete;
+    RayTable& operator=(const RayTable&) = delete;
 
-// What a query carries from one ray to the next. The process-wide RayGround and the table's last
-// blocker are the state of the plain queries below; each worker thread of a bake has its own.
-struct RayQueryState {
-    RayGroundState* ground;
-    RayTriangle* lastBlocker;
-    RayMesh* lastBlockerMesh;
+    void AddTree(CMesh* mesh);       // the mesh, then each child in list order
+    RayMesh* AddMesh(CMesh* mesh);   // null for a mesh without faces
+    void Free();
+
+    const RayMesh* First() const { return first; }
+    uint64_t TriangleCount() const;
+    size_t MemoryBytes() const;
+
+private:
+    RayMesh* first = nullptr;
 };
 
-void RayTableBegin();             // clears the list without freeing it
-void RayTableAddTree(CMesh* mesh);  // the mesh, then each child in list order
-RayMesh* RayTableAddMesh(CMesh* mesh);  // null for a mesh without faces
 void RayBuildTriangle(RayTriangle* record, Vector corners[3]);  // corners come back grown
-void RayTableFree();
-
-// Sets Skip on every triangle whose stored normal faces away from the light direction. Nothing
-// turns this on: the bake keeps Skip at 0.
-void RayTableCullFacing(const Vector& light);
-
-// True when nothing was hit; only right for a ray straight down (target x, z = origin x, z).
-bool RayCastDown(float ox, float oy, float oz, float tx, float ty, float tz);
-// True when the way to the light is free. d has unit length; its y may have either sign. The last
-// blocker is tried first, but only where the walk would test it (its record passes the cylinder
-// test), so the cache saves time and never changes an answer: the result of a ray doesn't depend
-// on the rays before it, which is what lets samples run in any order and on any thread.
-bool RayCastToLight(float ox, float oy, float oz, float dx, float dy, float dz);
-// RayGround.Normal := the unnormalised normal at (a, b) of the triangle, from the mesh's vertices.
-void RayHitNormal(const CMesh* mesh, const RayTriangle* triangle, double a, double b);
-
-// The two queries on a worker's own state; the table is only read.
-bool RayCastDownIn(RayQueryState& state, float ox, float oy, float oz, float tx, float ty,
-                   float tz);
-bool RayCastToLightIn(RayQueryState& state, float ox, float oy, float oz, float dx, float dy,
-                      float dz);

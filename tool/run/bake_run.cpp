@@ -1,5 +1,8 @@
 #include "tool/run/bake_run.h"
 
+#include <chrono>
+#include <filesystem>
+#include <string>
 #include <cstdio>
 #include <cstring>
 
@@ -19,7 +22,10 @@
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
 
+namespace fs = std::filesystem;
+
 static MapBakedCallback MapBaked = nullptr;
+static RayCoreOptions CoreOptions;
 static void (*RunFinished)() = nullptr;
 static char OutputName[_MAX_PATH] = "texture.dat";
 
@@ -28,6 +34,8 @@ void SetBakeOutputName(const char* name) {
 }
 
 void SetMapBakedCallback(MapBakedCallback callback) { MapBaked = callback; }
+
+void SetRayCoreOptions(const RayCoreOptions& options) { CoreOptions = options; }
 
 void SetRunFinishedCallback(void (*callback)()) { RunFinished = callback; }
 
@@ -45,16 +53,17 @@ static void RefuseMap(const char* path, const char* reason) {
     LogMessage(line);
 }
 
-static void ReportUnwritten(const char* mapPath, const char* outputName) {
-    char reason[_MAX_PATH + 64];
-    std::snprintf(reason, sizeof reason, "%s could not be written in the map's folder",
-                  outputName);
-    RefuseMap(mapPath, reason);
+// A batch list's map is typed by the letter behind the first dot of its path, as the lists were
+// written for; a single map by its file's extension, so a dot in a folder's name is harmless.
+static char MapType(const char* path) {
+    if (BatchMode) return MapTypeLetter(path);
+    std::string extension = fs::path(path).extension().string();
+    return extension.size() >= 3 ? extension[2] : 0;
 }
 
 // Loads the map under MapMesh and sets the map size from a binary map's chunks.
 static bool LoadMap(const char* path) {
-    switch (MapTypeLetter(path)) {
+    switch (MapType(path)) {
         case 'a':
         case 'A':  // a text map has no size chunk: the size stays as it was
             if (!MapMesh->LoadVAF(path, 0)) {
@@ -90,47 +99,61 @@ static bool LoadMap(const char* path) {
     }
 }
 
-static void EnterMapDirectory(const char* path) {
-    char drive[_MAX_DRIVE], dir[_MAX_DIR], folder[_MAX_DRIVE + _MAX_DIR];
-    _splitpath(path, drive, dir, nullptr, nullptr);
-    std::snprintf(folder, sizeof folder, "%s%s", drive, dir);
-    if (folder[0]) _chdir(folder);
+// The shadow map's path: its name resolved against the map's folder.
+static std::string OutputPathBeside(const char* mapPath, const char* outputName) {
+    fs::path map = fs::absolute(mapPath);
+    return (map.parent_path() / outputName).lexically_normal().string();
 }
 
-// The pass makes the height file's name in the buffer it is given; the run keeps the shadow
-// map's name for its reports and the callback.
-static void BakeInto(const char* outputName, BakeStatistics& stats) {
-    char name[_MAX_PATH];
-    std::snprintf(name, sizeof name, "%s", outputName);
-    BakeShadowMap(MapMesh, name, &stats);
+// One pass over MapMesh into outputPath; ShadowTexture takes the result.
+static BakeStatistics BakeInto(const std::string& outputPath, double loadSeconds) {
+    BakeJob job;
+    job.settings = ShadowSettings;
+    job.mesh = MapMesh;
+    job.shadowMapPath = outputPath;
+    job.core = CoreOptions;
+    job.texture = ShadowTexture;
+    BakeResult result = BakeShadowMap(job);
+    ShadowTexture = result.texture;
+    result.statistics.loadSeconds = loadSeconds;
+    return result.statistics;
+}
+
+// Reports a pass that wrote nothing; true when it wrote its files.
+static bool Finished(const BakeStatistics& stats, const char* mapPath, const std::string& output) {
+    if (stats.cancelled) return false;
+    if (!stats.filesWritten) {
+        char reason[_MAX_PATH + 64];
+        std::snprintf(reason, sizeof reason, "%s could not be written in the map's folder",
+                      fs::path(output).filename().c_str());
+        RefuseMap(mapPath, reason);
+        return false;
+    }
+    if (MapBaked) MapBaked(mapPath, output.c_str(), stats);
+    return true;
 }
 
 // The frames of an animated bake go to numbered files: "texture.dat" gives texture0.dat, ...
-static bool BakeFrames(char* outputName, const char* mapPath) {
-    size_t length = std::strlen(outputName);
-    outputName[length >= 4 ? length - 4 : 0] = '\0';  // never cut in front of the name
-    bool all = true;
+static bool BakeFrames(const char* outputName, const char* mapPath, double loadSeconds) {
+    std::string stem = outputName;
+    stem.resize(stem.size() >= 4 ? stem.size() - 4 : 0);  // never cut in front of the name
     for (int32_t f = 0; f < ShadowSettings.FrameCount; ++f) {
         char text[32];
         std::snprintf(text, sizeof text, "FRAME: %d\n", f);
         OutputDebugStringA(text);
-        char name[_MAX_PATH];
-        std::snprintf(name, sizeof name, "%s%d.dat", outputName, f);
+        std::string name = stem + std::to_string(f) + ".dat";
         MapMesh->SetAnimationFrame(float(f), 1);
-        BakeStatistics stats;
-        BakeInto(name, stats);
-        if (stats.cancelled || !stats.filesWritten) {
-            if (!stats.cancelled) ReportUnwritten(mapPath, name);
-            all = false;
-            break;
-        }
-        if (MapBaked) MapBaked(mapPath, name, stats);
+        std::string output = OutputPathBeside(mapPath, name.c_str());
+        if (!Finished(BakeInto(output, f == 0 ? loadSeconds : 0.0), mapPath, output))
+            return false;
     }
-    return all;
+    return true;
 }
 
 BakeRunResult RunBakeMaps(char* mapPath) {
+    using Clock = std::chrono::steady_clock;
     BakeRunResult result = {0, 0};
+    if (Scene) Scene->ambient = 0xFFFFFF;
     for (;;) {
         char outputName[_MAX_PATH];
         std::snprintf(outputName, sizeof outputName, "%s", OutputName);
@@ -139,18 +162,16 @@ BakeRunResult RunBakeMaps(char* mapPath) {
             if (!JobList) return result;  // an empty or unreadable batch ends at once
             last = TakeNextJob(mapPath, _MAX_PATH, outputName, sizeof outputName);
         }
+        Clock::time_point start = Clock::now();
         MapMesh = NEW CMesh(SceneRoot);
         bool good = LoadMap(mapPath);
+        double loadSeconds = std::chrono::duration<double>(Clock::now() - start).count();
         if (good) {
-            EnterMapDirectory(mapPath);
             if (ShadowSettings.FrameCount == 0) {
-                BakeStatistics stats;
-                BakeInto(outputName, stats);
-                good = stats.filesWritten && !stats.cancelled;
-                if (!good && !stats.cancelled) ReportUnwritten(mapPath, outputName);
-                if (good && MapBaked) MapBaked(mapPath, outputName, stats);
+                std::string output = OutputPathBeside(mapPath, outputName);
+                good = Finished(BakeInto(output, loadSeconds), mapPath, output);
             } else if (ShadowSettings.FrameCount > 0) {
-                good = BakeFrames(outputName, mapPath);
+                good = BakeFrames(outputName, mapPath, loadSeconds);
             } else {
                 RefuseMap(mapPath, "ANIMATED below 0 asks for no frame at all");
                 good = false;
@@ -188,7 +209,6 @@ BakeRunResult BakeMap(char* mapPath, uint8_t showViewer) {
     BakeRunResult result = RunBakeMaps(mapPath);
     CopyLightDescription(mapPath);
     (void)showViewer;  // no display in this build: the run always ends as after a batch
-    _chdir(StartDirectory);
     if (RunFinished) RunFinished();
     if (ViewerMesh) DELETE(ViewerMesh);
     ViewerMesh = nullptr;

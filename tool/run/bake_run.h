@@ -1,25 +1,30 @@
-// The bake run: a map loaded by its extension, its size from the file's chunks, the pass run in
-// the map's directory, the light description copied beside it; for one map or a batch list.
+// The bake run: a map loaded by its type, its size from the file's chunks, the pass writing beside
+// the map, the light description copied beside it; for one map or a batch list. Paths are resolved
+// against the map's folder; the process's directory never changes.
 #pragma once
 
 #include <cstdint>
 
 struct BakeStatistics;
+struct RayCoreOptions;
 
 struct BakeRunResult {
     int baked;   // maps whose shadow map was written
     int failed;  // maps refused, not written, or cancelled
 };
 
-// Called behind each pass, in the map's directory, while ShadowTexture holds the result; the
-// command line writes its preview and statistics here. Null: none.
-using MapBakedCallback = void (*)(const char* mapPath, const char* outputName,
+// Called behind each pass while ShadowTexture holds the result, with the shadow map's absolute
+// path; the command line writes its preview and statistics here. Null: none.
+using MapBakedCallback = void (*)(const char* mapPath, const char* shadowMapPath,
                                   const BakeStatistics& statistics);
 void SetMapBakedCallback(MapBakedCallback callback);
 
 // Called where a run that shows no viewer hands back to the front end (the setup dialog enables
 // its controls again), before the run's objects go. Null: none.
 void SetRunFinishedCallback(void (*callback)());
+
+// The core and threads of the run's passes (default: the fast core, half-open, every core).
+void SetRayCoreOptions(const RayCoreOptions& options);
 
 // The name a single bake writes its shadow map to, relative to the map's folder; "texture.dat"
 // unless a front end names another. A batch job names its own.
@@ -33,6 +38,7 @@ BakeRunResult BakeMap(char* mapPath, uint8_t showViewer);
 // The bake run proper, called by BakeMap.
 BakeRunResult RunBakeMaps(char* mapPath);
 
-// The type letter of a map path: the third character from the first "." (so a dot in a
-// directory's name spoils it), or 0 where the path has none.
+// The type letter of a map path in a batch list: the third character from the first "." (so a
+// dot in a directory's name spoils it), or 0 where the path has none. A single map's type comes
+// from its file's extension.
 char MapTypeLetter(const char* path);
