@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 #include "base/memory_tables.h"
@@ -222,7 +223,11 @@ bool MemoryGuardsOn() {
     return Module.guards != 0;
 }
 
+// Worker threads of a bake allocate too; a report's handler may allocate on the same thread.
+static std::recursive_mutex TrackerLock;
+
 void* MemoryAllocate(size_t size, const char* file, int line, uint32_t kind) {
+    std::lock_guard<std::recursive_mutex> lock(TrackerLock);
     if (kind != MemoryKindNew)
         Counters.mallocCount += 1;
     else
@@ -231,6 +236,7 @@ void* MemoryAllocate(size_t size, const char* file, int line, uint32_t kind) {
 }
 
 void MemoryRelease(void* pointer, const char* file, int line, uint32_t kind) {
+    std::lock_guard<std::recursive_mutex> lock(TrackerLock);
     if (!pointer) {
         MemoryReportError(kind != MemoryKindNew ? "Attempting to FREE a NULL pointer."
                                                 : "Attempting to DELETE a NULL pointer.",
@@ -280,6 +286,7 @@ void MemoryRelease(void* pointer, const char* file, int line, uint32_t kind) {
 }
 
 void* MemoryReallocate(void* old, size_t size, const char* file, int line) {
+    std::lock_guard<std::recursive_mutex> lock(TrackerLock);
     Counters.reallocCount += 1;
     Counters.mallocCount += 1;
     void* block = AllocateBlock(size, file, line, MemoryKindMalloc);

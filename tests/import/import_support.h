@@ -18,7 +18,7 @@
 #include "tests/support/temp_dir.h"
 #include "tool/import/import_run.h"
 #include "tool/maps/map_chunks.h"
-#include "tool/raycast/ray_table.h"
+#include "tool/raycast/literal_walk.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -237,12 +237,12 @@ struct LoadedMap {
     }
     // What the ground rays find straight down at (x, z); false for nothing.
     bool Ground(float x, float z, Vector& position, Vector* normal = nullptr) {
-        RayTableBegin();
-        RayTableAddTree(&root);
-        bool missed = RayCastDown(x, 10000.0f, z, x, -20000.0f, z);
-        position = RayGround.Position;
-        if (normal) *normal = RayGround.Normal;
-        RayTableFree();
+        RayTable table;
+        table.AddTree(&root);
+        RayQueryState state;
+        bool missed = RayCastDown(table, state, x, 10000.0f, z, x, -20000.0f, z);
+        position = state.Ground.Position;
+        if (normal) *normal = state.Ground.Normal;
         return !missed;
     }
     // The height found there, or -1e9 for none.

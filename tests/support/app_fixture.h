@@ -19,6 +19,7 @@
 #include "tool/app/app_main.h"
 #include "tool/app/setup_dialog.h"
 #include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
 #include "tool/bake/bake_pass.h"
 #include "tool/maps/map_chunks.h"
 #include "tool/bake/message_log.h"
@@ -58,7 +59,9 @@ protected:
         ShadowSettings = DefaultShadowSettings();
         QuitRequested = 0;
         MessageLogClear();
-        SetBakeThreads(1);
+        RayCoreOptions serial;
+        serial.threads = 1;
+        SetRayCoreOptions(serial);
         WriteWholeFile(dir.File("resource.cfg"), "LIT lit\nTEXTURE_DATA textures\n");
         std::filesystem::create_directories(dir.File("lit"));
         std::filesystem::create_directories(dir.File("textures"));
@@ -70,7 +73,7 @@ protected:
 
     void TearDown() override {
         SetProgressHooks(nullptr);
-        SetBakeThreads(0);
+        SetRayCoreOptions(RayCoreOptions{});
         if (ShadowTexture) FreeTexture(ShadowTexture);
         ShadowTexture = nullptr;
         MessageLogClear();

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "engine/texture/texture.h"
@@ -192,4 +193,34 @@ TEST_F(BakePass, SameBytesForAnyNumberOfThreads) {
             EXPECT_TRUE(file == reference) << "seed " << seed << ", " << threads << " threads";
         }
     }
+}
+
+TEST_F(BakePass, TwoBakesAtOnceOnTwoThreadsWriteWhatEachWritesAlone) {
+    std::unique_ptr<CMesh> maps[2] = {std::unique_ptr<CMesh>(BuildRandomMap(5, 8)),
+                                      std::unique_ptr<CMesh>(BuildRandomMap(6, 8))};
+    BakeJob jobs[2];
+    for (int i = 0; i < 2; ++i) {
+        jobs[i].settings = ShadowSettings;
+        jobs[i].settings.TextureSize = 1024;
+        jobs[i].settings.Light = {i ? -0.5f : 0.7f, 0.4f, 0.2f};
+        jobs[i].mesh = maps[i].get();
+        jobs[i].core.threads = 2;
+        // The texture list is the engine's: made here, so the bakes only reuse theirs.
+        jobs[i].texture = CreateTexture(1024, 1024, TextureFormat8888);
+    }
+    std::string alone[2];
+    for (int i = 0; i < 2; ++i) {
+        jobs[i].shadowMapPath = dir->File("alone" + std::to_string(i));
+        ASSERT_EQ(BakeShadowMap(jobs[i]).texture, jobs[i].texture);
+        alone[i] = ReadWholeFile(jobs[i].shadowMapPath);
+    }
+    for (int i = 0; i < 2; ++i) jobs[i].shadowMapPath = dir->File("together" + std::to_string(i));
+    std::thread other([&] { BakeShadowMap(jobs[1]); });
+    BakeShadowMap(jobs[0]);
+    other.join();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(ReadWholeFile(jobs[i].shadowMapPath) == alone[i]) << "bake " << i;
+        FreeTexture(jobs[i].texture);
+    }
+    EXPECT_NE(alone[0], alone[1]);
 }

@@ -156,9 +156,12 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
         LayOutGrid(ground, groundBounds, uint32_t(facingUp.size() + others.size()), xzBox,
                    facingUp);
         FillGrid(ground, xzBox, facingUp);
-        groundOther = ground;  // the same cells, its own lists
-        groundOther.offsets.clear();
-        groundOther.refs.clear();
+        groundOther = CandidateGrid{};  // the same cells, its own lists
+        groundOther.minU = ground.minU;
+        groundOther.minV = ground.minV;
+        groundOther.inverseCell = ground.inverseCell;
+        groundOther.cellsU = ground.cellsU;
+        groundOther.cellsV = ground.cellsV;
         FillGrid(groundOther, xzBox, others);
         groundOtherTop.assign(size_t(ground.cellsU) * ground.cellsV, -INFINITY);
         for (size_t c = 0; c + 1 < groundOther.offsets.size(); ++c)

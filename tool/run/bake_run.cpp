@@ -119,13 +119,14 @@ static BakeStatistics BakeInto(const std::string& outputPath, double loadSeconds
     return result.statistics;
 }
 
-// Reports a pass that wrote nothing; true when it wrote its files.
-static bool Finished(const BakeStatistics& stats, const char* mapPath, const std::string& output) {
+// Reports a pass that wrote nothing, by the output's name as given; true when it wrote its files.
+static bool Finished(const BakeStatistics& stats, const char* mapPath, const std::string& output,
+                     const char* outputName) {
     if (stats.cancelled) return false;
     if (!stats.filesWritten) {
         char reason[_MAX_PATH + 64];
         std::snprintf(reason, sizeof reason, "%s could not be written in the map's folder",
-                      fs::path(output).filename().c_str());
+                      outputName);
         RefuseMap(mapPath, reason);
         return false;
     }
@@ -144,7 +145,8 @@ static bool BakeFrames(const char* outputName, const char* mapPath, double loadS
         std::string name = stem + std::to_string(f) + ".dat";
         MapMesh->SetAnimationFrame(float(f), 1);
         std::string output = OutputPathBeside(mapPath, name.c_str());
-        if (!Finished(BakeInto(output, f == 0 ? loadSeconds : 0.0), mapPath, output))
+        if (!Finished(BakeInto(output, f == 0 ? loadSeconds : 0.0), mapPath, output,
+                      name.c_str()))
             return false;
     }
     return true;
@@ -169,7 +171,7 @@ BakeRunResult RunBakeMaps(char* mapPath) {
         if (good) {
             if (ShadowSettings.FrameCount == 0) {
                 std::string output = OutputPathBeside(mapPath, outputName);
-                good = Finished(BakeInto(output, loadSeconds), mapPath, output);
+                good = Finished(BakeInto(output, loadSeconds), mapPath, output, outputName);
             } else if (ShadowSettings.FrameCount > 0) {
                 good = BakeFrames(outputName, mapPath, loadSeconds);
             } else {
