@@ -1,5 +1,8 @@
 #include "tool/bake/shadow_quantise.h"
 
+#include <cstddef>
+#include <vector>
+
 #include "tool/bake/shadow_settings.h"
 
 static constexpr float OneOver255 = 0.003921569f;
@@ -34,6 +37,12 @@ uint32_t ShadowTexel(int32_t level, const ShadowSettingsRecord& settings) {
 }
 
 void QuantiseShadowMap(uint32_t* texels, uint32_t count, const ShadowSettingsRecord& settings) {
+    // A texel sums at most 255 for each of its samples: every colour comes from a short table.
+    uint64_t oversample = uint64_t(settings.Oversample > 0 ? settings.Oversample : 1);
+    std::vector<uint32_t> colours(size_t(255 * oversample * oversample + 1));
+    for (size_t sum = 0; sum < colours.size(); ++sum)
+        colours[sum] = ShadowTexel(LightLevel(uint32_t(sum), settings), settings);
     for (uint32_t i = 0; i < count; ++i)
-        texels[i] = ShadowTexel(LightLevel(texels[i], settings), settings);
+        texels[i] = texels[i] < colours.size() ? colours[texels[i]]
+                                               : ShadowTexel(LightLevel(texels[i], settings), settings);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 
 #include "engine/mesh/mesh.h"
@@ -211,18 +212,21 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
     FillGrid(shadow, acrossBox, casters);
 }
 
-FastRayQuery::FastRayQuery(const FastRayTable& fastTable)
-    : table(fastTable),
-      cylinderStamp(fastTable.records.size(), 0),
-      cylinderPass(fastTable.records.size(), 0) {}
+FastRayQuery::FastRayQuery(const FastRayTable& fastTable) : table(fastTable) {}
 
 bool FastRayQuery::CastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
     ++counters.groundRays;
-    Vector direction;
     Vector origin = {ox, oy, oz};
     Vector target = {tx, ty, tz};
-    VectorSubtract(target, origin, direction);
-    double best = VectorNormalize(direction);
+    Vector offset;
+    VectorSubtract(target, origin, offset);
+    // Every ray of a bake has the same offset: its direction and length are made once.
+    if (std::memcmp(&offset, &downOffset, sizeof offset) != 0) {
+        downOffset = downDirection = offset;
+        downLength = VectorNormalize(downDirection);
+    }
+    const Vector& direction = downDirection;
+    double best = downLength;
 
     int64_t cell = table.ground.CellOf(ox, oz);
     if (cell < 0) return true;
@@ -262,27 +266,22 @@ bool FastRayQuery::CastDown(float ox, float oy, float oz, float tx, float ty, fl
 }
 
 bool FastRayQuery::CylinderPasses(uint32_t record, const float o[3], const float d[3]) {
-    if (cylinderStamp[record] != stamp) {
-        cylinderStamp[record] = stamp;
-        ++counters.cylinderTests;
-        cylinderPass[record] = raypredicates::CylinderMayBlock(*table.records[record], o, d);
-    }
-    return cylinderPass[record] != 0;
+    ++counters.cylinderTests;
+    return raypredicates::CylinderMayBlock(*table.records[record], o, d);
 }
 
+// A candidate blocks where its triangle is hit and its record passes the cylinder test, as in
+// the walk; both tests are pure, so the cheaper triangle test goes first and the cylinder is
+// tried only behind a hit.
 bool FastRayQuery::CastToLight(float ox, float oy, float oz) {
     ++counters.lightRays;
     if (table.lightIsZero) return true;
     const float o[3] = {ox, oy, oz};
     const float d[3] = {table.light.x, table.light.y, table.light.z};
-    if (++stamp == 0) {  // the stamps wrapped: forget every cached answer
-        std::fill(cylinderStamp.begin(), cylinderStamp.end(), 0);
-        stamp = 1;
-    }
 
     // The last blocker is only a cache: it counts where the walk would have tested it.
-    if (lastBlocker && CylinderPasses(lastBlockerRecord, o, d) &&
-        raypredicates::HitsTowardsLight(*lastBlocker, o, d)) {
+    if (lastBlocker && raypredicates::HitsTowardsLight(*lastBlocker, o, d) &&
+        CylinderPasses(lastBlockerRecord, o, d)) {
         ++counters.lastBlockerHits;
         return false;
     }
@@ -293,15 +292,14 @@ bool FastRayQuery::CastToLight(float ox, float oy, float oz) {
     if (cell < 0) return true;
     for (uint32_t r = table.shadow.offsets[cell]; r < table.shadow.offsets[cell + 1]; ++r) {
         uint32_t g = table.shadow.refs[r];
-        uint32_t record = table.triangleRecord[g];
-        if (!CylinderPasses(record, o, d)) continue;
         ++counters.lightTriangleTests;
         const RayTriangle* triangle = table.triangles[g];
-        if (raypredicates::HitsTowardsLight(*triangle, o, d)) {
-            lastBlocker = triangle;
-            lastBlockerRecord = record;
-            return false;
-        }
+        if (!raypredicates::HitsTowardsLight(*triangle, o, d)) continue;
+        uint32_t record = table.triangleRecord[g];
+        if (!CylinderPasses(record, o, d)) continue;
+        lastBlocker = triangle;
+        lastBlockerRecord = record;
+        return false;
     }
     return true;
 }

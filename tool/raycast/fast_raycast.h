@@ -77,9 +77,8 @@ private:
 
     const FastRayTable& table;
     RayGroundState ground = {};
+    Vector downOffset = {0, 0, 0}, downDirection = {0, 0, 0};  // the last ray down's
+    float downLength = 0.0f;
     const RayTriangle* lastBlocker = nullptr;
     uint32_t lastBlockerRecord = 0;
-    std::vector<uint32_t> cylinderStamp;  // per record: the ray its cached answer belongs to
-    std::vector<uint8_t> cylinderPass;
-    uint32_t stamp = 0;
 };
