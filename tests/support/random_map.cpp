@@ -11,11 +11,9 @@ struct MapRandom {
     std::mt19937 engine;
     float Uniform(float lo, float hi) { return std::uniform_real_distribution<float>(lo, hi)(engine); }
     int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine); }
+    float Lattice(float lo, float hi) { return std::round(Uniform(lo, hi) / 4.0f) * 4.0f; }
     // Often on the 4-unit sample lattice, so rays hit edges and corners exactly.
-    float Snapped(float lo, float hi) {
-        float v = Uniform(lo, hi);
-        return Int(0, 2) == 0 ? std::round(v / 4.0f) * 4.0f : v;
-    }
+    float Snapped(float lo, float hi) { return Int(0, 2) == 0 ? Lattice(lo, hi) : Uniform(lo, hi); }
 };
 
 float Amplitude = 0.0f;
@@ -70,8 +68,19 @@ CMesh* BuildRandomMap(uint32_t seed, int cells) {
         Vector outward = {random.Uniform(-1, 1), random.Uniform(-1, 1), random.Uniform(-1, 1)};
         builder.AddTriangle(a, b, c, outward);
     }
+    // Kites whose middle corner lies level with the centroid on a sample line, so that growth
+    // leaves it there: rays along x or straight up cross level with a vertex.
+    int kites = random.Int(0, 6);
+    for (int i = 0; i < kites; ++i) {
+        float x = random.Snapped(0.0f, span), z = -random.Lattice(0.0f, span);
+        float y = random.Uniform(2.0f, 60.0f), h = random.Snapped(1.0f, 20.0f);
+        float w = random.Uniform(2.0f, 30.0f) * (random.Int(0, 1) ? 1.0f : -1.0f);
+        float tilt = random.Int(0, 1) ? 0.0f : random.Uniform(-0.5f, 0.5f) * w;
+        builder.AddTriangle({x, y, z + h}, {x + w, y + tilt, z}, {x, y, z - h},
+                            {0, random.Int(0, 1) ? 1.0f : -1.0f, 0});
+    }
     // A vertical wall exactly on a sample line, and a roof.
-    float wx = std::round(random.Uniform(0.0f, span) / 4.0f) * 4.0f;
+    float wx = random.Lattice(0.0f, span);
     builder.AddQuad({wx, 0, 0}, {wx, 40, 0}, {wx, 40, -span / 2}, {wx, 0, -span / 2}, {1, 0, 0});
     float rx = random.Uniform(0.0f, span * 0.7f), rz = -random.Uniform(0.0f, span * 0.7f);
     builder.AddQuad({rx, 30, rz}, {rx + 40, 30, rz}, {rx + 40, 30, rz - 40}, {rx, 30, rz - 40},

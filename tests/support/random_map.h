@@ -1,6 +1,6 @@
 // Maps of varied shape made from a seed, for tests that compare the ray cores: terrain, boxes
-// (so overhangs and steep walls), arches of thin slabs, slivers and degenerate triangles, nested
-// meshes, some lying exactly on cell and sample lines.
+// (so overhangs and steep walls), slivers and degenerate triangles, kites with a corner level with
+// a sample line, nested meshes, many vertices exactly on the 4-unit sample lattice.
 #pragma once
 
 #include <cstdint>

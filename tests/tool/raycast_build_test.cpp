@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "base/diagnostics.h"
@@ -27,15 +28,15 @@ double Distance(const Vector& a, const Vector& b) {
 
 class RayBuildTest : public ::testing::Test {
 protected:
-    void SetUp() override { RayTableBegin(); }
     void TearDown() override {
-        RayTableFree();
+        table.Free();
         for (CMesh* mesh : roots) delete mesh;
     }
     RayMesh* Add(std::vector<MeshVertex> vertices, std::vector<HandFace> faces) {
         roots.push_back(HandMesh(nullptr, vertices, faces));
-        return RayTableAddMesh(roots.back());
+        return table.AddMesh(roots.back());
     }
+    RayTable table;
     std::vector<CMesh*> roots;
 };
 
@@ -141,7 +142,7 @@ TEST_F(RayBuildTest, TopTakesEveryVertexAndTheBoundsOnlyUsedOnes) {
     MeshBuilder builder;  // the side faces grow above y = 5
     builder.AddBox({2, 0, -6}, {4, 5, -3});
     roots.push_back(builder.Build(nullptr, "box"));
-    RayMesh* box = RayTableAddMesh(roots.back());
+    RayMesh* box = table.AddMesh(roots.back());
     ASSERT_NE(box, nullptr);
     EXPECT_EQ(box->Top, 5.0f);
     EXPECT_LT(box->MinX, 2.0f);
@@ -160,41 +161,34 @@ TEST_F(RayBuildTest, TopTakesEveryVertexAndTheBoundsOnlyUsedOnes) {
     ASSERT_TRUE(plain && stray);
     EXPECT_EQ(plain->Top, -7.0f);
     EXPECT_EQ(stray->Top, 80.0f);
-    EXPECT_EQ(stray->MinX, plain->MinX);
-    EXPECT_EQ(stray->MaxX, plain->MaxX);
-    EXPECT_EQ(stray->MinZ, plain->MinZ);
-    EXPECT_EQ(stray->MaxZ, plain->MaxZ);
-    EXPECT_EQ(stray->CentreX, plain->CentreX);
-    EXPECT_EQ(stray->CentreZ, plain->CentreZ);
-    EXPECT_EQ(stray->RadiusSquared, plain->RadiusSquared);
+    auto bounds = [](const RayMesh* r) {
+        return std::tuple(r->MinX, r->MaxX, r->MinZ, r->MaxZ, r->CentreX, r->CentreZ,
+                          r->RadiusSquared);
+    };
+    EXPECT_EQ(bounds(stray), bounds(plain));
 }
 
 TEST_F(RayBuildTest, TreeWalkSkipsFacelessMeshesAndPutsNewRecordsFirst) {
     CMesh* root = new CMesh(nullptr);
     roots.push_back(root);
-    EXPECT_EQ(RayTableAddMesh(root), nullptr);
-    EXPECT_EQ(RayTable.First, nullptr);
+    EXPECT_EQ(table.AddMesh(root), nullptr);
+    EXPECT_EQ(table.First(), nullptr);
 
     // Children stand newest first: root -> b -> (g), a. The walk goes depth first.
     CMesh* a = HandMesh(root, {At(0, 0, 0), At(1, 0, 0), At(0, 0, -1)}, {{0, 1, 2}});
     CMesh* b = HandMesh(root, {At(5, 0, 0), At(6, 0, 0), At(5, 0, -1)}, {{0, 1, 2}});
     CMesh* g = HandMesh(b, {At(9, 0, 0), At(8, 0, 0), At(9, 0, -1)}, {{0, 1, 2}});
     new CMesh(g);  // a faceless leaf
-    RayTableAddTree(root);
+    table.AddTree(root);
     std::vector<CMesh*> order;
-    for (RayMesh* record = RayTable.First; record; record = record->Next)
+    for (const RayMesh* record = table.First(); record; record = record->Next)
         order.push_back(record->Mesh);
     EXPECT_EQ(order, (std::vector<CMesh*>{a, g, b}));
+    EXPECT_EQ(table.TriangleCount(), 3u);
 
-    // Free empties the table (the leak checker sees the records go) but leaves the blocker,
-    // which only Begin clears.
-    RayTriangle* marker = RayTable.First->Triangles;
-    RayTable.LastBlocker = marker;
-    RayTableFree();
-    EXPECT_EQ(RayTable.First, nullptr);
-    EXPECT_EQ(RayTable.LastBlocker, marker);
-    RayTableBegin();
-    EXPECT_EQ(RayTable.LastBlocker, nullptr);
+    table.Free();  // the leak checker sees the records go
+    EXPECT_EQ(table.First(), nullptr);
+    EXPECT_EQ(table.TriangleCount(), 0u);
 }
 
 uint32_t LastErrorCode;
@@ -210,7 +204,7 @@ TEST_F(RayBuildTest, FaceIndexOutOfRangeGivesNoRecord) {
     RayMesh* record = Add({At(0, 0, 0), At(1, 0, 0), At(0, 0, -1)}, {{0, 1, 2}, {0, 3, 2}});
     CorvaneSetErrorHandler(previous);
     EXPECT_EQ(record, nullptr);
-    EXPECT_EQ(RayTable.First, nullptr);
+    EXPECT_EQ(table.First(), nullptr);
     EXPECT_EQ(ErrorCount, 1);
     EXPECT_EQ(LastErrorCode, uint32_t(CorvaneCodeAssertion));
 }

@@ -1,12 +1,16 @@
-#include "tool/raycast/ray_table.h"
+#include "tool/raycast/literal_walk.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/mesh/mesh.h"
+#include "tests/support/bake_fixture.h"
 #include "tests/support/hand_mesh.h"
 #include "tool/maps/mesh_builder.h"
 
@@ -30,10 +34,6 @@ CMesh* Box(Vector lo, Vector hi) {
     return builder.Build(nullptr, "box");
 }
 
-bool Down(float x, float z, float from = 100.0f, float to = -100.0f) {
-    return RayCastDown(x, from, z, x, to, z);
-}
-
 Vector Unit(double x, double y, double z) {
     double length = std::sqrt(x * x + y * y + z * z);
     return {float(x / length), float(y / length), float(z / length)};
@@ -41,29 +41,15 @@ Vector Unit(double x, double y, double z) {
 
 const Vector Up = {0, 1, 0};
 
-bool Light(float ox, float oy, float oz, Vector d) {
-    return RayCastToLight(ox, oy, oz, d.x, d.y, d.z);
-}
-bool Light(Vector o, Vector d) {
-    return Light(o.x, o.y, o.z, d);
-}
-
-void ExpectNormal(Vector expected, double tolerance = 0.0) {
-    EXPECT_NEAR(RayGround.Normal.x, expected.x, tolerance);
-    EXPECT_NEAR(RayGround.Normal.y, expected.y, tolerance);
-    EXPECT_NEAR(RayGround.Normal.z, expected.z, tolerance);
+void SetCorners(RayTriangle& triangle, const float (&corners)[3][2]) {
+    for (int k = 0; k < 3; ++k) std::copy(corners[k], corners[k] + 2, triangle.Corner[k]);
 }
 
 // Makes the record's first triangle (the box's top, in the plane y = top) cover the whole plane, so
 // that any ray that crosses the plane is blocked if the triangle is tested at all.
 void CoverTheWholePlane(RayMesh* record) {
-    RayTriangle& triangle = record->Triangles[0];
-    ASSERT_EQ(triangle.Axes, 8);
-    const float corners[3][2] = {{-1e5f, -1e5f}, {1e5f, -1e5f}, {0, 1e5f}};
-    for (int k = 0; k < 3; ++k) {
-        triangle.Corner[k][0] = corners[k][0];
-        triangle.Corner[k][1] = corners[k][1];
-    }
+    ASSERT_EQ(record->Triangles[0].Axes, 8);
+    SetCorners(record->Triangles[0], {{-1e5f, -1e5f}, {1e5f, -1e5f}, {0, 1e5f}});
 }
 
 // Heights of the line o + t d where its xz projection crosses the record's circle, near first.
@@ -78,53 +64,64 @@ void CircleCrossings(const RayMesh& record, Vector o, Vector d, double* nearY, d
 
 class RayQueryTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        RayTableBegin();
-        RayGround = {{0, 0, 0}, {0, 0, 0}};
-    }
     void TearDown() override { FreeAll(); }
     void FreeAll() {
-        RayTableFree();
+        table.Free();
         for (CMesh* mesh : meshes) delete mesh;
         meshes.clear();
-        RayTableBegin();
+        state = {};
     }
     RayMesh* Add(CMesh* mesh) {
         meshes.push_back(mesh);
-        return RayTableAddMesh(mesh);
+        return table.AddMesh(mesh);
     }
+    bool Down(float x, float z, float from = 100.0f, float to = -100.0f) {
+        return RayCastDown(table, state, x, from, z, x, to, z);
+    }
+    bool Light(float ox, float oy, float oz, Vector d, CrossingRule rule = CrossingRule::HalfOpen) {
+        return RayCastToLight(table, state, ox, oy, oz, d.x, d.y, d.z, rule);
+    }
+    bool Light(Vector o, Vector d) { return Light(o.x, o.y, o.z, d); }
+    void ExpectNormal(Vector expected, double tolerance = 0.0) {
+        EXPECT_NEAR(state.Ground.Normal.x, expected.x, tolerance);
+        EXPECT_NEAR(state.Ground.Normal.y, expected.y, tolerance);
+        EXPECT_NEAR(state.Ground.Normal.z, expected.z, tolerance);
+    }
+
+    RayTable table;
+    RayQueryState state;
     std::vector<CMesh*> meshes;
 };
 
 TEST_F(RayQueryTest, MissesKeepTheGround) {
-    RayGround = {{1, 2, 3}, {0, 0, 1}};
+    state.Ground = {{1, 2, 3}, {0, 0, 1}};
     EXPECT_TRUE(Down(5, -5));  // empty table
     EXPECT_TRUE(Light(5, 0, -5, Up));
-    EXPECT_EQ(RayTable.LastBlocker, nullptr);
+    EXPECT_EQ(state.LastBlocker, nullptr);
 
     // Ground beyond the target is no hit either.
     Add(Floor(-25000, -100, 100, -100, 100));
     EXPECT_TRUE(Down(5, 5, 10000, -20000));
-    EXPECT_EQ(RayGround.Position.y, 2.0f);
-    EXPECT_EQ(RayGround.Normal.z, 1.0f);
+    EXPECT_EQ(state.Ground.Position.y, 2.0f);
+    EXPECT_EQ(state.Ground.Normal.z, 1.0f);
     ASSERT_FALSE(Down(5, 5, 10000, -30000));
-    EXPECT_EQ(RayGround.Position.y, -25000.0f);
+    EXPECT_EQ(state.Ground.Position.y, -25000.0f);
 }
 
 TEST_F(RayQueryTest, GroundIsFoundFromAboveOnlyOnItsVisibleSide) {
     Add(HandMesh(nullptr, {At(1, 0, 0), At(0, 0, 0), At(0, 0, 1)}, {{0, 1, 2}}));
     ASSERT_FALSE(Down(0.25f, 0.25f, 10, -10));
-    EXPECT_EQ(RayGround.Position.x, 0.25f);
-    EXPECT_EQ(RayGround.Position.y, 0.0f);
-    EXPECT_EQ(RayGround.Position.z, 0.25f);
+    EXPECT_EQ(state.Ground.Position.x, 0.25f);
+    EXPECT_EQ(state.Ground.Position.y, 0.0f);
+    EXPECT_EQ(state.Ground.Position.z, 0.25f);
     ExpectNormal({0, 1, 0});
     EXPECT_TRUE(Down(2, 2, 10, -10));
     FreeAll();
 
-    RayGround = {{7, 7, 7}, {0, 0, 1}};
+    state.Ground = {{7, 7, 7}, {0, 0, 1}};
     Add(HandMesh(nullptr, {At(0, 0, 0), At(1, 0, 0), At(0, 0, 1)}, {{0, 1, 2}}));
     EXPECT_TRUE(Down(0.25f, 0.25f, 10, -10));
-    EXPECT_EQ(RayGround.Position.y, 7.0f);
+    EXPECT_EQ(state.Ground.Position.y, 7.0f);
     FreeAll();
 
     // A wall in the plane x = 0.5, either winding, met in its plane from above and from within.
@@ -142,10 +139,10 @@ TEST_F(RayQueryTest, NearestGroundWinsAndTiesKeepTheEarlierRecordThenTriangle) {
         Add(upperFirst ? lower : upper);
         Add(upperFirst ? upper : lower);
         ASSERT_FALSE(Down(3, -6));
-        EXPECT_EQ(RayGround.Position.y, 5.0f);
+        EXPECT_EQ(state.Ground.Position.y, 5.0f);
         ExpectNormal({0, 0, 1});
         ASSERT_FALSE(Down(3, -6, 4, -100));  // between the floors only the lower one is below
-        EXPECT_EQ(RayGround.Position.y, 0.0f);
+        EXPECT_EQ(state.Ground.Position.y, 0.0f);
         FreeAll();
     }
 
@@ -191,9 +188,9 @@ TEST_F(RayQueryTest, GroundNormalBlendsTheVertexNormals) {
             float x = float(w[0] * c[0].x + w[1] * c[1].x + w[2] * c[2].x);
             float z = float(w[0] * c[0].z + w[1] * c[1].z + w[2] * c[2].z);
             ASSERT_FALSE(Down(x, z));
-            EXPECT_EQ(RayGround.Position.x, x);
-            EXPECT_EQ(RayGround.Position.y, 0.0f);
-            EXPECT_EQ(RayGround.Position.z, z);
+            EXPECT_EQ(state.Ground.Position.x, x);
+            EXPECT_EQ(state.Ground.Position.y, 0.0f);
+            EXPECT_EQ(state.Ground.Position.z, z);
             ExpectNormal(Unit(w[2], w[1], w[0]), 2e-4);
         }
     }
@@ -204,12 +201,8 @@ TEST_F(RayQueryTest, GroundNormalBlendsTheVertexNormals) {
 TEST_F(RayQueryTest, GroundBoxIsInclusiveAndTheTriangleOwnsOneEdge) {
     RayMesh* record = Add(Floor(0, -20, 20, -20, 20));
     ASSERT_NE(record, nullptr);
-    const float corners[3][2] = {{0, 0}, {10, 0}, {0, 10}};
     for (uint32_t i = 0; i < record->TriangleCount; ++i)
-        for (int k = 0; k < 3; ++k) {
-            record->Triangles[i].Corner[k][0] = corners[k][0];
-            record->Triangles[i].Corner[k][1] = corners[k][1];
-        }
+        SetCorners(record->Triangles[i], {{0, 0}, {10, 0}, {0, 10}});
     EXPECT_FALSE(Down(2, 5));
     EXPECT_FALSE(Down(5, 0));
     EXPECT_TRUE(Down(0, 5));
@@ -230,10 +223,8 @@ TEST_F(RayQueryTest, LightIsBlockedByATriangleAheadFromEitherSide) {
         SCOPED_TRACE(visibleUp ? "visible up" : "visible down");
         Add(Floor(10, 0, 10, -10, 0, Up, visibleUp));
         EXPECT_FALSE(Light(3, 0, -6, Up));
-        RayTable.LastBlocker = nullptr;
         EXPECT_TRUE(Light(3, 20, -6, Up));
         EXPECT_FALSE(Light(3, 20, -6, {0, -1, 0}));
-        RayTable.LastBlocker = nullptr;
         EXPECT_TRUE(Light(13, 0, -6, Up));
         EXPECT_FALSE(Light(-20, 0, -6, Unit(23, 10, 0)));
         FreeAll();
@@ -246,7 +237,6 @@ TEST_F(RayQueryTest, RayOutsideTheCylinderTestsNoTriangle) {
     ASSERT_GT(record->RadiusSquared, 1.3 * 1.3);
     EXPECT_TRUE(Light(1.3f, -5, 0, Up));  // inside the circle, beside the box
     EXPECT_FALSE(Light(0.5f, -5, 0.5f, Up));
-    RayTable.LastBlocker = nullptr;
 
     CoverTheWholePlane(record);
     EXPECT_TRUE(Light(5, -5, 0, Up));
@@ -292,7 +282,7 @@ TEST_F(RayQueryTest, LowSunIsBlockedByAMeshWhoseCircleLiesToOneSide) {
         ASSERT_EQ(nearY > record->Top, c.nearOver);
         ASSERT_EQ(farY > record->Top, c.farOver);
         EXPECT_FALSE(Light(c.o, c.d));
-        RayTable.LastBlocker = nullptr;
+        state.LastBlocker = nullptr;
     }
 }
 
@@ -305,16 +295,16 @@ TEST_F(RayQueryTest, LastBlockerIsTriedFirstButNeverChangesAnAnswer) {
                triangle < record->Triangles + record->TriangleCount;
     };
     EXPECT_FALSE(Light(3, 0, -6, Up));
-    RayTriangle* blocker = RayTable.LastBlocker;
+    const RayTriangle* blocker = state.LastBlocker;
     ASSERT_TRUE(in(a, blocker));
 
     // With a's triangles skipped, only the cached blocker can answer, and it ignores Skip.
     for (uint32_t i = 0; i < a->TriangleCount; ++i) a->Triangles[i].Skip = 1;
     EXPECT_FALSE(Light(3, 0, -6, Up));
     EXPECT_TRUE(Light(3, 20, -6, Up));
-    EXPECT_EQ(RayTable.LastBlocker, blocker);  // kept until replaced
+    EXPECT_EQ(state.LastBlocker, blocker);  // kept until replaced
     EXPECT_FALSE(Light(25, 0, -6, Up));
-    ASSERT_TRUE(in(b, RayTable.LastBlocker));
+    ASSERT_TRUE(in(b, state.LastBlocker));
     EXPECT_TRUE(Light(3, 0, -6, Up));  // a skipped, b's triangle misses
     FreeAll();
 
@@ -323,7 +313,7 @@ TEST_F(RayQueryTest, LastBlockerIsTriedFirstButNeverChangesAnAnswer) {
     RayMesh* roof = Add(Floor(10, 0, 10, -10, 0));
     const Vector d = Unit(0.1, 1, 0);
     EXPECT_FALSE(Light(3, 0, -6, d));
-    ASSERT_NE(RayTable.LastBlocker, nullptr);
+    ASSERT_NE(state.LastBlocker, nullptr);
     roof->Top = -1e6f;
     EXPECT_TRUE(Light(3, 0, -6, d));
 }
@@ -340,7 +330,7 @@ TEST_F(RayQueryTest, ZeroAreaTrianglesAndZeroDirectionsNeverHit) {
     EXPECT_TRUE(Light(-2, -5, -3, Up));
     EXPECT_TRUE(Light(-2, 5, -3, {0, -1, 0}));
     EXPECT_TRUE(Light(-1, 0, 0, {1, 0, 0}));
-    EXPECT_EQ(RayTable.LastBlocker, nullptr);
+    EXPECT_EQ(state.LastBlocker, nullptr);
     FreeAll();
 
     Add(Box({-1, -1, -1}, {1, 1, 1}));
@@ -349,33 +339,8 @@ TEST_F(RayQueryTest, ZeroAreaTrianglesAndZeroDirectionsNeverHit) {
     EXPECT_FALSE(Light(0.25f, 0.25f, 0.25f, Up));
     for (float origin : {0.25f, -0.25f, 0.3f})
         for (float zero : {0.0f, -0.0f}) {
-            EXPECT_TRUE(RayCastToLight(origin, origin, origin, zero, zero, zero)) << origin;
+            EXPECT_TRUE(Light(origin, origin, origin, {zero, zero, zero})) << origin;
         }
-}
-
-TEST_F(RayQueryTest, CullFacingSkipsTrianglesThatFaceTheLight) {
-    RayMesh* ground = Add(Floor(10, 0, 10, -10, 0, Up, true));
-    RayMesh* ceiling = Add(Floor(10, 20, 30, -10, 0, Up, false));
-    // A steep face whose normal is (0.95, -0.32, 0): with a light of the smallest float the dot
-    // product is too small for a float, but still negative.
-    RayMesh* steep = Add(HandMesh(nullptr, {At(0, 0, 0), At(0, 0, 1), At(1, 3, 0)}, {{0, 1, 2}}));
-    RayMesh* wall =
-        Add(HandMesh(nullptr, {At(5, 0, 0), At(5, 1, 0), At(5, 0, 1)}, {{0, 1, 2}, {2, 1, 0}}));
-    ASSERT_LT(steep->Triangles[0].Normal.y, -0.3f);
-
-    RayTableCullFacing(Up);
-    for (uint32_t i = 0; i < 2; ++i) {
-        EXPECT_EQ(ground->Triangles[i].Skip, 1) << i;
-        EXPECT_EQ(ceiling->Triangles[i].Skip, 0) << i;
-    }
-    EXPECT_EQ(wall->Triangles[0].Skip + wall->Triangles[1].Skip, 0);  // at right angles
-    EXPECT_TRUE(Light(3, 0, -6, Up));
-    EXPECT_FALSE(Light(23, 0, -6, Up));
-
-    steep->Triangles[0].Skip = 0;
-    RayTableCullFacing({0, std::numeric_limits<float>::denorm_min(), 0});
-    EXPECT_EQ(steep->Triangles[0].Skip, 1);
-    EXPECT_EQ(ceiling->Triangles[0].Skip, 0);
 }
 
 TEST_F(RayQueryTest, MeshesBeyond32768VerticesKeepTheirIndices) {
@@ -397,6 +362,67 @@ TEST_F(RayQueryTest, MeshesBeyond32768VerticesKeepTheirIndices) {
     ExpectNormal({1, 0, 0});
     ASSERT_FALSE(Down(52, 2));
     ExpectNormal({0, 1, 0});
+}
+
+// A triangle of the plane y = 10 (a = x, b = z) drawn by hand, crossed by a ray straight up at
+// (a, b). The closed rule counts a crossing level with a vertex on both of its edges: a ghost far
+// outside, a hole inside. The half-open rule counts it on one, and a flat edge under neither.
+TEST_F(RayQueryTest, CrossingLevelWithAVertexCountsOnceOnlyUnderTheHalfOpenRule) {
+    RayMesh* record = Add(Floor(10, -1000, 1000, -1000, 1000));
+    ASSERT_NE(record, nullptr);
+    record->Triangles[1].Skip = 1;
+    // A kite whose middle corner (10, 5) is level with neither other, flat bottom, flat top.
+    const float shapes[3][3][2] = {
+        {{0, 0}, {10, 5}, {0, 10}}, {{0, 0}, {10, 0}, {5, 10}}, {{0, 10}, {10, 10}, {5, 0}}};
+    struct Case {
+        const char* what;
+        int shape;
+        float a, b;
+        bool halfOpen, closed;
+    };
+    const Case cases[] = {
+        {"inside", 0, 2, 3, true, true},
+        {"outside", 0, -100, 3, false, false},
+        {"level with the middle corner, outside", 0, -100, 5, false, true},
+        {"level with the middle corner, inside", 0, 5, 5, true, false},
+        {"level with the middle corner, beyond it", 0, 20, 5, false, false},
+        {"level with the top corner, outside", 0, -100, 10, false, true},
+        {"level with the bottom corner, outside", 0, -100, 0, false, false},
+        {"level with a flat bottom edge, outside", 1, -100, 0, false, false},
+        {"on a flat bottom edge", 1, 5, 0, true, true},
+        {"on a flat top edge", 2, 5, 10, false, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        SetCorners(record->Triangles[0], shapes[c.shape]);
+        EXPECT_EQ(!Light(c.a, 0, c.b, Up, CrossingRule::HalfOpen), c.halfOpen);
+        EXPECT_EQ(!Light(c.a, 0, c.b, Up, CrossingRule::Closed), c.closed);
+    }
+}
+
+// The ghost and the hole in a bake: a kite at y 50 whose middle corner stays level with sample
+// row 0 when grown (it lies level with the centroid), over flat ground, the sun overhead.
+// Column 6 (x 192) lies beside the kite, column 7 (x 224) under it; nothing else differs.
+using RayCrossingBake = BakeFixture;
+TEST_F(RayCrossingBake, ClosedRuleShadowsBesideAKiteAndLightsUnderIt) {
+    std::unique_ptr<CMesh> ground(FlatGround(nullptr, 256.0f));
+    MeshBuilder builder;  // visible from below, so the ground rays pass it
+    builder.AddTriangle({200, 50, 16}, {240, 50, 0}, {200, 50, -16}, {0, -1, 0});
+    builder.Build(ground.get(), "kite");
+    ShadowSettings.Light = Up;
+    ShadowSettings.TextureSize = 256;  // a sample every 32 units
+    ShadowSettings.MapCellsX = ShadowSettings.MapCellsY = 8;
+    std::string halfOpen = Bake(ground.get());
+    core.crossing = CrossingRule::Closed;
+    std::string closed = Bake(ground.get());
+    EXPECT_TRUE(stats.literalWalk);
+    const uint8_t lit = FileByte(halfOpen, 0, 0);
+    EXPECT_EQ(FileByte(halfOpen, 0, 6), lit);
+    EXPECT_NE(FileByte(halfOpen, 0, 7), lit);
+    EXPECT_NE(FileByte(closed, 0, 6), lit);
+    EXPECT_EQ(FileByte(closed, 0, 7), lit);
+    std::swap(closed[6], closed[7]);
+    EXPECT_TRUE(closed == halfOpen);
 }
 
 }  // namespace
