@@ -86,6 +86,19 @@ Box2 Union(const Box2& a, const Box2& b) {
 
 constexpr Box2 EmptyBox = {1e300, 1e300, -1e300, -1e300};
 
+// A box in float that holds the double one: its sides are rounded outwards.
+FootprintBox Outward(const Box2& box) {
+    auto below = [](double v) {
+        float f = float(v);
+        return double(f) > v ? std::nextafter(f, -INFINITY) : f;
+    };
+    auto above = [](double v) {
+        float f = float(v);
+        return double(f) < v ? std::nextafter(f, INFINITY) : f;
+    };
+    return {below(box.minU), below(box.minV), above(box.maxU), above(box.maxV)};
+}
+
 }  // namespace
 
 int64_t CandidateGrid::CellOf(double u, double v) const {
@@ -106,7 +119,7 @@ size_t FastRayTable::MemoryBytes() const {
     return records.capacity() * sizeof(void*) + triangles.capacity() * sizeof(void*) +
            triangleRecord.capacity() * sizeof(uint32_t) + ground.MemoryBytes() +
            groundOther.MemoryBytes() + groundOtherTop.capacity() * sizeof(float) +
-           shadow.MemoryBytes();
+           shadow.MemoryBytes() + footprints.capacity() * sizeof(FootprintBox);
 }
 
 void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
@@ -139,7 +152,7 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
 
     // Ground: footprints in xz.
     std::vector<uint32_t> facingUp, others;
-    Box2 groundBounds = EmptyBox;
+    Box2 upBounds = EmptyBox, otherBounds = EmptyBox;
     auto xzBox = [&](uint32_t g) {
         Box2 box = EmptyBox;
         for (int k = 0; k < 3; ++k) {
@@ -150,21 +163,21 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
     };
     for (uint32_t g = 0; g < triangles.size(); ++g) {
         if (!CanBeHit(*triangles[g])) continue;
-        (triangles[g]->Normal.y < 0.0f ? facingUp : others).push_back(g);
-        groundBounds = Union(groundBounds, xzBox(g));
+        bool up = triangles[g]->Normal.y < 0.0f;
+        (up ? facingUp : others).push_back(g);
+        Box2& bounds = up ? upBounds : otherBounds;
+        bounds = Union(bounds, xzBox(g));
     }
-    if (!facingUp.empty() || !others.empty()) {
-        LayOutGrid(ground, groundBounds, uint32_t(facingUp.size() + others.size()), xzBox,
-                   facingUp);
+    if (!facingUp.empty()) {
+        LayOutGrid(ground, upBounds, uint32_t(facingUp.size()), xzBox, facingUp);
         FillGrid(ground, xzBox, facingUp);
-        groundOther = CandidateGrid{};  // the same cells, its own lists
-        groundOther.minU = ground.minU;
-        groundOther.minV = ground.minV;
-        groundOther.inverseCell = ground.inverseCell;
-        groundOther.cellsU = ground.cellsU;
-        groundOther.cellsV = ground.cellsV;
+    }
+    // The rest can pass only from an origin on their plane: a grid of its own, usually small,
+    // with the highest point of each cell so that most rays skip it.
+    if (!others.empty()) {
+        LayOutGrid(groundOther, otherBounds, uint32_t(others.size()), xzBox, others);
         FillGrid(groundOther, xzBox, others);
-        groundOtherTop.assign(size_t(ground.cellsU) * ground.cellsV, -INFINITY);
+        groundOtherTop.assign(size_t(groundOther.cellsU) * groundOther.cellsV, -INFINITY);
         for (size_t c = 0; c + 1 < groundOther.offsets.size(); ++c)
             for (uint32_t r = groundOther.offsets[c]; r < groundOther.offsets[c + 1]; ++r) {
                 uint32_t g = groundOther.refs[r];
@@ -192,6 +205,7 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
 
     std::vector<uint32_t> casters;
     Box2 shadowBounds = EmptyBox;
+    footprints.assign(triangles.size(), FootprintBox{1.0f, 1.0f, 0.0f, 0.0f});
     auto acrossBox = [&](uint32_t g) {
         Box2 box = EmptyBox;
         for (int k = 0; k < 3; ++k) {
@@ -206,6 +220,7 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
         if (!CanBeHit(*triangles[g]) || triangles[g]->Skip) continue;
         casters.push_back(g);
         shadowBounds = Union(shadowBounds, acrossBox(g));
+        footprints[g] = Outward(acrossBox(g));
     }
     if (casters.empty()) return;
     LayOutGrid(shadow, shadowBounds, uint32_t(casters.size()), acrossBox, casters);
@@ -228,15 +243,19 @@ bool FastRayQuery::CastDown(float ox, float oy, float oz, float tx, float ty, fl
     const Vector& direction = downDirection;
     double best = downLength;
 
+    const uint32_t* up = nullptr;
+    const uint32_t* upEnd = nullptr;
     int64_t cell = table.ground.CellOf(ox, oz);
-    if (cell < 0) return true;
-    const uint32_t* up = table.ground.refs.data() + table.ground.offsets[cell];
-    const uint32_t* upEnd = table.ground.refs.data() + table.ground.offsets[cell + 1];
-    const uint32_t* other = up;
-    const uint32_t* otherEnd = up;
-    if (oy <= table.groundOtherTop[cell]) {  // an origin that could lie on such a plane
-        other = table.groundOther.refs.data() + table.groundOther.offsets[cell];
-        otherEnd = table.groundOther.refs.data() + table.groundOther.offsets[cell + 1];
+    if (cell >= 0) {
+        up = table.ground.refs.data() + table.ground.offsets[cell];
+        upEnd = table.ground.refs.data() + table.ground.offsets[cell + 1];
+    }
+    const uint32_t* other = nullptr;
+    const uint32_t* otherEnd = nullptr;
+    int64_t otherCell = table.groundOther.CellOf(ox, oz);
+    if (otherCell >= 0 && oy <= table.groundOtherTop[otherCell]) {
+        other = table.groundOther.refs.data() + table.groundOther.offsets[otherCell];
+        otherEnd = table.groundOther.refs.data() + table.groundOther.offsets[otherCell + 1];
     }
 
     uint32_t found = UINT32_MAX;
@@ -287,11 +306,14 @@ bool FastRayQuery::CastToLight(float ox, float oy, float oz) {
     }
     const double* u = table.shadowAxisU;
     const double* v = table.shadowAxisV;
-    int64_t cell = table.shadow.CellOf(ox * u[0] + oy * u[1] + double(oz) * u[2],
-                                       ox * v[0] + oy * v[1] + double(oz) * v[2]);
+    const double pu = ox * u[0] + oy * u[1] + double(oz) * u[2];
+    const double pv = ox * v[0] + oy * v[1] + double(oz) * v[2];
+    int64_t cell = table.shadow.CellOf(pu, pv);
     if (cell < 0) return true;
     for (uint32_t r = table.shadow.offsets[cell]; r < table.shadow.offsets[cell + 1]; ++r) {
         uint32_t g = table.shadow.refs[r];
+        const FootprintBox& box = table.footprints[g];
+        if (pu < box.minU || pu > box.maxU || pv < box.minV || pv > box.maxV) continue;
         ++counters.lightTriangleTests;
         const RayTriangle* triangle = table.triangles[g];
         if (!raypredicates::HitsTowardsLight(*triangle, o, d)) continue;

@@ -33,6 +33,11 @@ struct CandidateGrid {
     size_t MemoryBytes() const;
 };
 
+// A triangle's footprint in a grid's plane, widened like the grid's cells, in float.
+struct FootprintBox {
+    float minU, minV, maxU, maxV;
+};
+
 class FastRayTable {
 public:
     // Indexes the records of the table as they stand. light is the normalised direction that
@@ -55,6 +60,7 @@ private:
     CandidateGrid groundOther;  // the rest, which can pass only from an origin on their plane
     std::vector<float> groundOtherTop;  // per cell: highest point of those, plus the margin
     CandidateGrid shadow;       // every triangle not skipped, by footprint across the light
+    std::vector<FootprintBox> footprints;  // per triangle, across the light: a cell's tighter test
     double shadowAxisU[3] = {}, shadowAxisV[3] = {};
     Vector light = {};
     bool lightIsZero = true;
