@@ -36,12 +36,17 @@ inline void RecordError(uint32_t code, const char* text) {
     RecordedErrors.push_back(text ? text : "");
 }
 
-// The output names the run hands to its callback, and where it stood then.
+// The shadow maps the run hands to its callback: their names and folders, and where the
+// process stood then.
 inline std::vector<std::string> BakedNames;
 inline std::vector<std::filesystem::path> BakedIn;
-inline void RecordBaked(const char*, const char* outputName, const BakeStatistics&) {
-    BakedNames.push_back(outputName);
-    BakedIn.push_back(std::filesystem::current_path());
+inline std::vector<std::filesystem::path> StoodIn;
+inline void RecordBaked(const char*, const char* shadowMapPath, const BakeStatistics&) {
+    std::filesystem::path path = shadowMapPath;
+    EXPECT_TRUE(path.is_absolute()) << path;
+    BakedNames.push_back(path.filename().string());
+    BakedIn.push_back(path.parent_path());
+    StoodIn.push_back(std::filesystem::current_path());
 }
 
 class BakeRunFixture : public ::testing::Test {
@@ -57,6 +62,7 @@ protected:
         RecordedErrors.clear();
         BakedNames.clear();
         BakedIn.clear();
+        StoodIn.clear();
         previousHandler = CorvaneSetErrorHandler(RecordError);
         std::snprintf(StartDirectory, sizeof StartDirectory, "%s", dir.Path().c_str());
     }

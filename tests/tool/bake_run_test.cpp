@@ -28,7 +28,9 @@ TEST(MapType, LetterIsTheThirdCharacterFromTheFirstDot) {
     for (const auto& [path, letter] : cases) EXPECT_EQ(MapTypeLetter(path), letter) << path;
 }
 
-TEST_F(BakeRun, TheLetterNotTheFileChoosesTheLoader) {
+// A single map is typed by its file's extension, whatever dots its folders hold; the letter
+// behind the first dot types a batch list's maps only.
+TEST_F(BakeRun, TheExtensionChoosesTheLoader) {
     struct Case {
         const char* path;
         bool baked;
@@ -36,10 +38,9 @@ TEST_F(BakeRun, TheLetterNotTheFileChoosesTheLoader) {
     };
     const Case cases[] = {
         {"upper/TEST.VBF", true, nullptr},
-        {"x.vb/test.vaf", true, nullptr},    // a binary map under a text map's name
-        {"plain/test.vaf", false, nullptr},  // the same bytes go to the text reader
+        {"v1.0/test.vbf", true, nullptr},
+        {"x.vb/test.vaf", false, nullptr},   // binary bytes under a text map's name
         {"PLAIN/TEST.VAF", false, nullptr},
-        {"v1.0/test.vbf", false, "Load File - Invalid file extension on v1.0/test.vbf\n"},
         {"maps/test", false, "Load File - Invalid file extension on maps/test\n"},
     };
     for (const Case& c : cases) {
@@ -114,6 +115,7 @@ TEST_F(BakeRun, OutputLandsBesideTheMapAndTheRunReturnsToTheStart) {
     ASSERT_EQ(BakedIn.size(), 2u);
     EXPECT_TRUE(fs::equivalent(BakedIn[0], dir.File("maps/one")));
     EXPECT_TRUE(fs::equivalent(BakedIn[1], dir.File("start/maps/two")));
+    for (const fs::path& stood : StoodIn) EXPECT_TRUE(fs::equivalent(stood, StartDirectory));
     EXPECT_EQ(BakedNames, (std::vector<std::string>{"texture.dat", "shadow.bin"}));
 }
 
@@ -163,7 +165,7 @@ TEST_F(BakeRun, CallbackNamesTheShadowMapAndAnUnwritableOneFails) {
     ShadowSettings.WriteHeightData = 1;
     EXPECT_EQ(Run("maps/test.vbf").baked, 1);
     EXPECT_EQ(Read("maps/texture.dah").size(), 8u * 8u * 4u);
-    // The pass makes the height file's name in its buffer; the run still names the shadow map.
+    // The run names the shadow map, not the height file beside it.
     EXPECT_EQ(BakedNames, std::vector<std::string>{"texture.dat"});
 
     fs::remove(dir.File("maps/texture.dat"));
