@@ -98,17 +98,17 @@ void OnAbort(int) {
     std::_Exit(ExitFailed);
 }
 
-void WritePreview(const std::string& path, const char* mapPath) {
+void WritePreview(const std::string& path, const char* mapPath, const BakeResult& result) {
     std::error_code ignored;  // a missing folder is made; a failure shows in the write below
     fs::create_directories(fs::path(path).parent_path(), ignored);
-    const int32_t size = ShadowSettings.TextureSize;
+    const int32_t size = result.layout.textureSize;
     // A texel the map covers only in part still shows, so a small map at a small size keeps
     // at least one pixel.
     auto side = [&](int32_t cells) { return (std::clamp(cells, 1, 256) * size + 255) / 256; };
     std::vector<uint8_t> bytes(size_t(size) * size_t(size));
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = ShadowTexture->pixels[i * 4 + 3];
-    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), side(ShadowSettings.MapCellsX),
-                              side(ShadowSettings.MapCellsY), size)) {
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = result.texture->pixels[i * 4 + 3];
+    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), side(result.layout.cellsX),
+                              side(result.layout.cellsY), size)) {
         Say("preview ", path);
     } else {
         ++PreviewFailures;
@@ -158,12 +158,13 @@ void Verify(const char* mapPath) {
                  outcome.fastAdds, outcome.literalAdds);
 }
 
-void OnMapBaked(const char* mapPath, const char* shadowMapPath, const BakeStatistics& stats) {
+void OnMapBaked(const char* mapPath, const char* shadowMapPath, const BakeResult& result) {
+    const BakeStatistics& stats = result.statistics;
     ProgressDisplayEndPass();
     std::string where = shadowMapPath;
     Say("shadow map ", where);
-    if (!PngPath.empty()) WritePreview(PngPath, mapPath);
-    if (Options.pngBeside) WritePreview(where + ".png", mapPath);
+    if (!PngPath.empty()) WritePreview(PngPath, mapPath, result);
+    if (Options.pngBeside) WritePreview(where + ".png", mapPath, result);
     TotalSeconds += stats.TotalSeconds();
     TotalRays += stats.groundRays + stats.lightRays;
     if (Options.stats) PrintStatistics(mapPath, stats);

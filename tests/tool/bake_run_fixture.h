@@ -41,7 +41,7 @@ inline void RecordError(uint32_t code, const char* text) {
 inline std::vector<std::string> BakedNames;
 inline std::vector<std::filesystem::path> BakedIn;
 inline std::vector<std::filesystem::path> StoodIn;
-inline void RecordBaked(const char*, const char* shadowMapPath, const BakeStatistics&) {
+inline void RecordBaked(const char*, const char* shadowMapPath, const BakeResult&) {
     std::filesystem::path path = shadowMapPath;
     EXPECT_TRUE(path.is_absolute()) << path;
     BakedNames.push_back(path.filename().string());

@@ -113,7 +113,7 @@ BakeResult BakeShadowMap(const BakeJob& job) {
     }
     WarnOutsideTexture(settings.MapCellsX, "x");
     WarnOutsideTexture(settings.MapCellsY, "y");
-    const BakeLayout layout = LayOutBake(settings);
+    const BakeLayout layout = result.layout = LayOutBake(settings);
 
     Clock::time_point phase = Clock::now();
     if (settings.FrameCount > 0) RebuildNormals(job.mesh);

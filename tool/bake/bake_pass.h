@@ -55,16 +55,6 @@ struct BakeStatistics {
     }
 };
 
-struct BakeResult {
-    CTexture* texture = nullptr;  // the quantised shadow map, or null where the job was refused
-    BakeStatistics statistics;
-};
-
-// Bakes the job. The result's texture is job.texture where that fitted, otherwise a new one (and
-// job.texture was freed); the caller owns it. Reads nothing else of the process's state, so two
-// bakes may run at once on two threads.
-BakeResult BakeShadowMap(const BakeJob& job);
-
 // The side of the texture and the extent of the sample grid of a job's settings.
 struct BakeLayout {
     int32_t textureSize, oversample;
@@ -73,3 +63,14 @@ struct BakeLayout {
     double step;             // world units between samples
 };
 BakeLayout LayOutBake(const ShadowSettingsRecord& settings);
+
+struct BakeResult {
+    CTexture* texture = nullptr;  // the quantised shadow map, or null where the job was refused
+    BakeLayout layout = {};       // the texture's side and the part of it that the map covers
+    BakeStatistics statistics;
+};
+
+// Bakes the job. The result's texture is job.texture where that fitted, otherwise a new one (and
+// job.texture was freed); the caller owns it. Reads nothing else of the process's state, so two
+// bakes may run at once on two threads.
+BakeResult BakeShadowMap(const BakeJob& job);

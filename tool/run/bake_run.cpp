@@ -106,7 +106,7 @@ static std::string OutputPathBeside(const char* mapPath, const char* outputName)
 }
 
 // One pass over MapMesh into outputPath; ShadowTexture takes the result.
-static BakeStatistics BakeInto(const std::string& outputPath, double loadSeconds) {
+static BakeResult BakeInto(const std::string& outputPath, double loadSeconds) {
     BakeJob job;
     job.settings = ShadowSettings;
     job.mesh = MapMesh;
@@ -116,12 +116,13 @@ static BakeStatistics BakeInto(const std::string& outputPath, double loadSeconds
     BakeResult result = BakeShadowMap(job);
     ShadowTexture = result.texture;
     result.statistics.loadSeconds = loadSeconds;
-    return result.statistics;
+    return result;
 }
 
 // Reports a pass that wrote nothing, by the output's name as given; true when it wrote its files.
-static bool Finished(const BakeStatistics& stats, const char* mapPath, const std::string& output,
+static bool Finished(const BakeResult& result, const char* mapPath, const std::string& output,
                      const char* outputName) {
+    const BakeStatistics& stats = result.statistics;
     if (stats.cancelled) return false;
     if (!stats.filesWritten) {
         char reason[_MAX_PATH + 64];
@@ -130,7 +131,7 @@ static bool Finished(const BakeStatistics& stats, const char* mapPath, const std
         RefuseMap(mapPath, reason);
         return false;
     }
-    if (MapBaked) MapBaked(mapPath, output.c_str(), stats);
+    if (MapBaked) MapBaked(mapPath, output.c_str(), result);
     return true;
 }
 

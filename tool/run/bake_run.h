@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-struct BakeStatistics;
+struct BakeResult;
 struct RayCoreOptions;
 
 struct BakeRunResult {
@@ -13,10 +13,11 @@ struct BakeRunResult {
     int failed;  // maps refused, not written, or cancelled
 };
 
-// Called behind each pass while ShadowTexture holds the result, with the shadow map's absolute
-// path; the command line writes its preview and statistics here. Null: none.
+// Called behind each pass with the shadow map's absolute path and the pass's result (which
+// ShadowTexture holds until the next pass); the command line writes its preview and statistics
+// here. Null: none.
 using MapBakedCallback = void (*)(const char* mapPath, const char* shadowMapPath,
-                                  const BakeStatistics& statistics);
+                                  const BakeResult& result);
 void SetMapBakedCallback(MapBakedCallback callback);
 
 // Called where a run that shows no viewer hands back to the front end (the setup dialog enables
