@@ -1,5 +1,6 @@
 #include "tool/app/setup_dialog.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -12,11 +13,11 @@
 #include "platform/ui/window_api.h"
 #include "tool/app/setup_dialog_template.h"
 #include "tool/app/viewer_support.h"
-#include "tool/run/app_state.h"
 #include "tool/bake/atomic_write.h"
-#include "tool/run/bake_run.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/shadow_script.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
 
 uint8_t NoFolderPicker = 0;
 
@@ -187,7 +188,7 @@ void SetupDialog::Start() {
         return;
     }
     char mapPath[_MAX_PATH] = {};  // the validation kept the path within the buffer
-    std::snprintf(mapPath, sizeof mapPath, "%s", mapFile);
+    std::memcpy(mapPath, mapFile, std::min(std::strlen(mapFile), sizeof mapPath - 1));
 
     WriteLastDirectory(dir);
     EnableControls(false);
