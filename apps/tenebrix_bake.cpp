@@ -18,17 +18,17 @@
 #include "platform/crt/paths.h"
 #include "platform/crt/terminal.h"
 #include "platform/debug/debug_output.h"
-#include "tool/run/app_state.h"
 #include "tool/bake/bake_pass.h"
 #include "tool/bake/bake_verify.h"
-#include "tool/run/bake_run.h"
-#include "tool/run/batch_file.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/png_preview.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_script.h"
 #include "tool/bake/shadow_settings.h"
 #include "tool/maps/tool_load_texture.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
+#include "tool/run/batch_file.h"
 
 namespace fs = std::filesystem;
 

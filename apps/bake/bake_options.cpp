@@ -124,7 +124,8 @@ BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& opt
     if (!options.batch.empty() && !options.png.empty())
         return fail("--png takes one map; use --png-beside with --batch");
     if (options.verifyRows > 0 && (options.reference || options.closedCrossing))
-        return fail("--verify checks the fast core; it takes neither --reference nor "
-                    "--crossing closed");
+        return fail(
+            "--verify checks the fast core; it takes neither --reference nor "
+            "--crossing closed");
     return BakeCommand::Run;
 }

@@ -92,7 +92,8 @@ TEST_F(BakeCli, DotInAFoldersNameDoesNotHideTheMapsType) {
     ToolRun folder = RunBake({"maps.v2/m", "--texture-size", "64"});
     ASSERT_EQ(folder.status, 0) << folder.output;
     EXPECT_EQ(FileSize("maps.v2/m/texture.dat"), 64 * 64);
-    ToolRun file = RunBake({dir.File("maps.v2/m/test.vbf"), "--texture-size", "64", "--out", "b.dat"});
+    ToolRun file =
+        RunBake({dir.File("maps.v2/m/test.vbf"), "--texture-size", "64", "--out", "b.dat"});
     ASSERT_EQ(file.status, 0) << file.output;
     EXPECT_EQ(ReadWholeFile("maps.v2/m/b.dat"), ReadWholeFile("maps.v2/m/texture.dat"));
 }

@@ -18,13 +18,13 @@
 #include "tests/support/temp_dir.h"
 #include "tool/app/app_main.h"
 #include "tool/app/setup_dialog.h"
-#include "tool/run/app_state.h"
-#include "tool/run/bake_run.h"
 #include "tool/bake/bake_pass.h"
-#include "tool/maps/map_chunks.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
 
 // What the dialog's user sees of it.
 inline std::string ItemText(HWND dialog, int id) {

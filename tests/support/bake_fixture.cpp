@@ -1,10 +1,10 @@
 #include "tests/support/bake_fixture.h"
 
 #include "engine/texture/texture.h"
-#include "tool/run/app_state.h"
-#include "tool/maps/mesh_builder.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/maps/mesh_builder.h"
+#include "tool/run/app_state.h"
 
 void BakeFixture::SetUp() {
     dir = std::make_unique<TempDir>();

@@ -10,10 +10,10 @@
 #include "platform/debug/debug_output.h"
 #include "tests/support/bake_fixture.h"
 #include "tests/support/random_map.h"
-#include "tool/run/app_state.h"
-#include "tool/maps/mesh_builder.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/maps/mesh_builder.h"
+#include "tool/run/app_state.h"
 
 // TextureSize 256 makes one texel 32 world units: sample (row, col) stands at x = 32 col,
 // z = -32 row, and a map of 8 cells is 8 x 8 texels.

@@ -20,13 +20,13 @@
 #include "platform/crt/paths.h"
 #include "tests/support/bake_fixture.h"
 #include "tests/support/temp_dir.h"
-#include "tool/run/app_state.h"
-#include "tool/run/bake_run.h"
-#include "tool/run/batch_file.h"
-#include "tool/maps/map_chunks.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
+#include "tool/run/batch_file.h"
 
 // Errors are recorded and the handler returns, so a run that raises one goes on as the tool's
 // own handlers let it.

@@ -39,7 +39,7 @@ TEST_F(BakeRun, TheExtensionChoosesTheLoader) {
     const Case cases[] = {
         {"upper/TEST.VBF", true, nullptr},
         {"v1.0/test.vbf", true, nullptr},
-        {"x.vb/test.vaf", false, nullptr},   // binary bytes under a text map's name
+        {"x.vb/test.vaf", false, nullptr},  // binary bytes under a text map's name
         {"PLAIN/TEST.VAF", false, nullptr},
         {"maps/test", false, "Load File - Invalid file extension on maps/test\n"},
     };

@@ -51,8 +51,8 @@ bool ValidSettings(const ShadowSettingsRecord& s) {
                         s.Oversample == 8 || s.Oversample == 16;
     bool sizeOk = s.TextureSize >= 1 && s.TextureSize <= 8192;
     if (!oversampleOk || !sizeOk)
-        CorvaneWarning("Bake refused: Oversample %d or TextureSize %d out of range\n",
-                       s.Oversample, s.TextureSize);
+        CorvaneWarning("Bake refused: Oversample %d or TextureSize %d out of range\n", s.Oversample,
+                       s.TextureSize);
     return oversampleOk && sizeOk;
 }
 
@@ -134,8 +134,7 @@ BakeResult BakeShadowMap(const BakeJob& job) {
     uint32_t* sums = reinterpret_cast<uint32_t*>(result.texture->pixels);
 
     phase = Clock::now();
-    SampleGrid grid = {layout.rows, layout.columns, layout.oversample, layout.step,
-                       settings.Light};
+    SampleGrid grid = {layout.rows, layout.columns, layout.oversample, layout.step, settings.Light};
     SampleCounts counts;
     ProgressState progress = {-1};
     stats.cancelled = !SampleMap(grid, core, job.core.threads, sums, layout.textureSize,
@@ -149,8 +148,7 @@ BakeResult BakeShadowMap(const BakeJob& job) {
     if (stats.cancelled) return result;
 
     phase = Clock::now();
-    QuantiseShadowMap(sums, uint32_t(layout.textureSize) * uint32_t(layout.textureSize),
-                      settings);
+    QuantiseShadowMap(sums, uint32_t(layout.textureSize) * uint32_t(layout.textureSize), settings);
     stats.quantiseSeconds = SecondsSince(phase);
     DebugOutput("TIME TO BUILD %d\n", int(GetTickCount() - startTicks));
 
@@ -166,9 +164,8 @@ BakeResult BakeShadowMap(const BakeJob& job) {
         std::vector<float> heights =
             GroundHeights(core, layout.cellsX, layout.cellsY, NoGroundHeight);
         std::string heightPath = HeightFilePath(job.shadowMapPath);
-        stats.filesWritten =
-            !heightPath.empty() && WriteHeightFile(heights, heightPath.c_str()) &&
-            stats.filesWritten;
+        stats.filesWritten = !heightPath.empty() && WriteHeightFile(heights, heightPath.c_str()) &&
+                             stats.filesWritten;
     }
     stats.writeSeconds = SecondsSince(phase);
     return result;

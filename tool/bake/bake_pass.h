@@ -27,27 +27,27 @@ struct BakeJob {
     CMesh* mesh = nullptr;          // root of the map's tree, geometry in world coordinates
     std::string shadowMapPath;      // where the shadow map goes; the height file goes beside it
     RayCoreOptions core;
-    CTexture* texture = nullptr;    // a shadow texture to reuse while its size fits, or null
+    CTexture* texture = nullptr;  // a shadow texture to reuse while its size fits, or null
 };
 
 struct BakeStatistics {
-    uint64_t samples = 0;       // grid points sampled
-    uint64_t groundRays = 0;    // rays cast down (one per sample)
-    uint64_t groundHits = 0;    // of those, the ones that found ground
-    uint64_t lightRays = 0;     // rays cast towards the light (one per ground hit)
-    uint64_t litSamples = 0;    // of those, the ones that reached the light
-    RayCounters rays;           // the cores' work: triangle and record tests
-    uint64_t triangles = 0;     // in the ray table
-    size_t indexBytes = 0;      // the ray table and the fast core's grids
-    double loadSeconds = 0;     // reading the map, where the caller timed it
-    double tableSeconds = 0;    // building the ray table
-    double indexSeconds = 0;    // building the fast core's grids
-    double sampleSeconds = 0;   // casting both rays for every sample
-    double quantiseSeconds = 0; // sums to levels and colours
-    double writeSeconds = 0;    // the shadow map and height files
-    bool filesWritten = false;  // false if an output could not be written
-    bool cancelled = false;     // stopped between rows by a cancel request; nothing written
-    bool literalWalk = false;   // which core answered
+    uint64_t samples = 0;        // grid points sampled
+    uint64_t groundRays = 0;     // rays cast down (one per sample)
+    uint64_t groundHits = 0;     // of those, the ones that found ground
+    uint64_t lightRays = 0;      // rays cast towards the light (one per ground hit)
+    uint64_t litSamples = 0;     // of those, the ones that reached the light
+    RayCounters rays;            // the cores' work: triangle and record tests
+    uint64_t triangles = 0;      // in the ray table
+    size_t indexBytes = 0;       // the ray table and the fast core's grids
+    double loadSeconds = 0;      // reading the map, where the caller timed it
+    double tableSeconds = 0;     // building the ray table
+    double indexSeconds = 0;     // building the fast core's grids
+    double sampleSeconds = 0;    // casting both rays for every sample
+    double quantiseSeconds = 0;  // sums to levels and colours
+    double writeSeconds = 0;     // the shadow map and height files
+    bool filesWritten = false;   // false if an output could not be written
+    bool cancelled = false;      // stopped between rows by a cancel request; nothing written
+    bool literalWalk = false;    // which core answered
 
     double TotalSeconds() const {
         return loadSeconds + tableSeconds + indexSeconds + sampleSeconds + quantiseSeconds +

@@ -13,8 +13,8 @@ struct VerifyOutcome {
     bool identical = true;
     // The first differing sample, by row then column, where not identical.
     int row = 0, column = 0;
-    float x = 0, z = 0;                        // its world position
-    uint32_t fastAdds = 0, literalAdds = 0;   // what it adds to its texel through each core
+    float x = 0, z = 0;                      // its world position
+    uint32_t fastAdds = 0, literalAdds = 0;  // what it adds to its texel through each core
 };
 
 // Compares what each sample of `rows` sample rows adds (the first, the last and rows evenly

@@ -27,8 +27,14 @@ void DrainMessages() {
 static std::atomic<bool> Cancelled{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "the flag is set from a signal handler");
 
-void RequestCancel() { Cancelled.store(true); }
+void RequestCancel() {
+    Cancelled.store(true);
+}
 
-bool CancelRequested() { return Cancelled.load(std::memory_order_relaxed); }
+bool CancelRequested() {
+    return Cancelled.load(std::memory_order_relaxed);
+}
 
-void ClearCancel() { Cancelled.store(false); }
+void ClearCancel() {
+    Cancelled.store(false);
+}

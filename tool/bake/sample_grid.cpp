@@ -82,9 +82,7 @@ struct TexelRows {
     uint32_t* sums;
     int32_t texelsPerRow;
     int count;
-    uint32_t* Row(int texelRow) const {
-        return sums + size_t(texelRow) * size_t(texelsPerRow);
-    }
+    uint32_t* Row(int texelRow) const { return sums + size_t(texelRow) * size_t(texelsPerRow); }
 };
 
 // One thread, progress before each 32nd row as it is reached.
@@ -108,8 +106,7 @@ bool SampleSerially(const SampleGrid& grid, const RayCore& core, const TexelRows
 }  // namespace
 
 bool SampleMap(const SampleGrid& grid, const RayCore& core, int threads, uint32_t* sums,
-               int32_t texelsPerRow, SampleProgress progress, void* context,
-               SampleCounts& counts) {
+               int32_t texelsPerRow, SampleProgress progress, void* context, SampleCounts& counts) {
     counts = {};
     const TexelRows texels = {sums, texelsPerRow,
                               (grid.rows + grid.oversample - 1) / grid.oversample};

@@ -41,8 +41,7 @@ using SampleProgress = void (*)(int row, int rows, void* context);
 // Samples every row into sums (the texture's texels, texelsPerRow to a row); threads 0 means one
 // per core. Returns false when a cancel request stopped it between rows.
 bool SampleMap(const SampleGrid& grid, const RayCore& core, int threads, uint32_t* sums,
-               int32_t texelsPerRow, SampleProgress progress, void* context,
-               SampleCounts& counts);
+               int32_t texelsPerRow, SampleProgress progress, void* context, SampleCounts& counts);
 
 // What each sample of one row adds to its texel, in column order.
 std::vector<uint32_t> SampleRow(const SampleGrid& grid, const RayCore& core, int row);

@@ -43,6 +43,7 @@ void QuantiseShadowMap(uint32_t* texels, uint32_t count, const ShadowSettingsRec
     for (size_t sum = 0; sum < colours.size(); ++sum)
         colours[sum] = ShadowTexel(LightLevel(uint32_t(sum), settings), settings);
     for (uint32_t i = 0; i < count; ++i)
-        texels[i] = texels[i] < colours.size() ? colours[texels[i]]
-                                               : ShadowTexel(LightLevel(texels[i], settings), settings);
+        texels[i] = texels[i] < colours.size()
+                        ? colours[texels[i]]
+                        : ShadowTexel(LightLevel(texels[i], settings), settings);
 }

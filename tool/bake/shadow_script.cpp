@@ -17,8 +17,12 @@ static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word fills LitF
 // fscanf may already have eaten part of it (a lone "-" or "."), and losing that would put the
 // reader out of step. The word then comes round again as the next key. Nothing is applied unless
 // every value of the key converted. A stream that can't seek (a pipe) only loses the eaten part.
-static int ScanValue(FILE* file, float* value) { return std::fscanf(file, " %f", value); }
-static int ScanValue(FILE* file, int* value) { return std::fscanf(file, " %d", value); }
+static int ScanValue(FILE* file, float* value) {
+    return std::fscanf(file, " %f", value);
+}
+static int ScanValue(FILE* file, int* value) {
+    return std::fscanf(file, " %d", value);
+}
 
 template <typename T>
 static bool ReadValues(FILE* file, T* values, int count) {
@@ -104,7 +108,8 @@ bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
     }
     char word[200];
     for (;;) {
-        if (ReadWord(file, word, sizeof word)) ++(ApplyWord(file, word) ? counts.keys : counts.otherWords);
+        if (ReadWord(file, word, sizeof word))
+            ++(ApplyWord(file, word) ? counts.keys : counts.otherWords);
         (void)std::fscanf(file, " ");
         // A read error never sets the end-of-file flag.
         if (std::feof(file) || std::ferror(file)) break;

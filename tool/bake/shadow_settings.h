@@ -15,8 +15,8 @@ struct ShadowSettingsRecord {
     int32_t TextureSize;    // side of the shadow map in texels; no script key sets it
     int32_t MapCellsX;      // map size in 32-unit cells, from the map file
     int32_t MapCellsY;
-    char LitFile[260];      // light description, relative to the LIT folder
-    int32_t FrameCount;     // 0: one bake; above 0: that many animation frames
+    char LitFile[260];   // light description, relative to the LIT folder
+    int32_t FrameCount;  // 0: one bake; above 0: that many animation frames
     uint8_t WriteHeightData;
 };
 

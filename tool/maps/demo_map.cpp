@@ -40,8 +40,8 @@ static void AddRoofOnPosts(CMesh* root) {
         float z = (i & 2) ? z0 - side + post : z0;
         builder.AddBox({x, 0.0f, z - post}, {x + post, height, z});
     }
-    builder.AddBox({x0 - 20.0f, height, z0 - side - 20.0f}, {x0 + side + 20.0f, height + 10.0f,
-                                                             z0 + 20.0f});
+    builder.AddBox({x0 - 20.0f, height, z0 - side - 20.0f},
+                   {x0 + side + 20.0f, height + 10.0f, z0 + 20.0f});
     builder.Build(root, "roof");
 }
 
@@ -71,8 +71,10 @@ static void AddArch(CMesh* root) {
 }
 
 static void AddBlocks(CMesh* root) {
-    const float blocks[][5] = {{1300, -300, 160, 140, 90}, {1500, -900, 120, 220, 160},
-                               {300, -1500, 200, 120, 60}, {1200, -1500, 90, 90, 240},
+    const float blocks[][5] = {{1300, -300, 160, 140, 90},
+                               {1500, -900, 120, 220, 160},
+                               {300, -1500, 200, 120, 60},
+                               {1200, -1500, 90, 90, 240},
                                {1700, -1700, 180, 180, 40}};
     for (const float* b : blocks) {
         MeshBuilder builder;

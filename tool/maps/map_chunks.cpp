@@ -1,6 +1,5 @@
 #include "tool/maps/map_chunks.h"
 
-
 static uint32_t ReadU32(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
 }

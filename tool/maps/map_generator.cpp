@@ -81,8 +81,8 @@ CTexture* Tex(const MapTextures* textures, CTexture* MapTextures::*which) {
     return textures ? textures->*which : nullptr;
 }
 
-void AddBuilding(MeshBuilder& b, const Terrain& terrain, const MapTextures* textures,
-                 float x, float z, float w, float d, float height) {
+void AddBuilding(MeshBuilder& b, const Terrain& terrain, const MapTextures* textures, float x,
+                 float z, float w, float d, float height) {
     float base = terrain.LowestUnder(x, z - d, x + w, z) - 2.0f;
     float top = base + 2.0f + height;
     b.SetTexture(Tex(textures, &MapTextures::wall));
@@ -115,9 +115,13 @@ void AddArch(MeshBuilder& b, const Terrain& terrain, const MapTextures* textures
     for (int i = 0; i < segments; ++i) {
         float a0 = float(M_PI) * i / segments, a1 = float(M_PI) * (i + 1) / segments;
         float c0 = std::cos(a0), s0 = std::sin(a0), c1 = std::cos(a1), s1 = std::sin(a1);
-        Vector in0 = place(inner * c0, spring + inner * s0, 0), in1 = place(inner * c1, spring + inner * s1, 0);
-        Vector out0 = place(outer * c0, spring + outer * s0, 0), out1 = place(outer * c1, spring + outer * s1, 0);
-        auto back = [&](Vector p) { return alongX ? Vector{p.x, p.y, p.z - depth} : Vector{p.x - depth, p.y, p.z}; };
+        Vector in0 = place(inner * c0, spring + inner * s0, 0),
+               in1 = place(inner * c1, spring + inner * s1, 0);
+        Vector out0 = place(outer * c0, spring + outer * s0, 0),
+               out1 = place(outer * c1, spring + outer * s1, 0);
+        auto back = [&](Vector p) {
+            return alongX ? Vector{p.x, p.y, p.z - depth} : Vector{p.x - depth, p.y, p.z};
+        };
         float mid = (a0 + a1) * 0.5f;
         Vector up = turn({std::cos(mid), std::sin(mid), 0});
         b.AddQuad(out0, out1, back(out1), back(out0), up);
@@ -250,6 +254,7 @@ CMesh* GenerateMap(const MapRecipe& recipe, const MapTextures* textures) {
 uint32_t CountTriangles(const CMesh* root) {
     uint32_t count = root->faceCount[0];
     for (const CEntity* child = root->firstChild; child; child = child->nextSibling)
-        if (child->kind == EntityKindMesh) count += CountTriangles(static_cast<const CMesh*>(child));
+        if (child->kind == EntityKindMesh)
+            count += CountTriangles(static_cast<const CMesh*>(child));
     return count;
 }

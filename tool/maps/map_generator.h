@@ -10,16 +10,16 @@ class CMesh;
 class CTexture;
 
 struct MapRecipe {
-    int cells = 64;         // side of the map in cells, 1 to 256
-    int chunks = 4;         // the ground is chunks x chunks meshes
-    int quadsPerCell = 1;   // terrain resolution
-    float hills = 24.0f;    // terrain amplitude in world units; 0 for flat ground
+    int cells = 64;        // side of the map in cells, 1 to 256
+    int chunks = 4;        // the ground is chunks x chunks meshes
+    int quadsPerCell = 1;  // terrain resolution
+    float hills = 24.0f;   // terrain amplitude in world units; 0 for flat ground
     int buildings = 20;
     int arches = 2;
     int bridges = 1;
     int roofsOnPosts = 2;
     uint32_t seed = 1;
-    bool oneMesh = false;   // everything in a single mesh
+    bool oneMesh = false;  // everything in a single mesh
 };
 
 struct MapTextures {

@@ -13,7 +13,9 @@ namespace {
 // Footprints are widened by more than the rounding of the exact tests can move a hit point: the
 // grown corners are 0.001 out, float corners and the float t of a plane crossing add a few ulps of
 // the coordinates, and the crossing tests themselves a few ulps of the edge lengths.
-double MarginFor(double largestCoordinate) { return 0.01 + 1e-5 * largestCoordinate; }
+double MarginFor(double largestCoordinate) {
+    return 0.01 + 1e-5 * largestCoordinate;
+}
 
 // A triangle with a zero or non-finite normal fails every exact test of both queries.
 bool CanBeHit(const RayTriangle& triangle) {
@@ -113,7 +115,9 @@ size_t CandidateGrid::MemoryBytes() const {
     return offsets.capacity() * sizeof(uint32_t) + refs.capacity() * sizeof(uint32_t);
 }
 
-void FastRayTable::Clear() { *this = FastRayTable(); }
+void FastRayTable::Clear() {
+    *this = FastRayTable();
+}
 
 size_t FastRayTable::MemoryBytes() const {
     return records.capacity() * sizeof(void*) + triangles.capacity() * sizeof(void*) +
@@ -138,8 +142,8 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
             triangleRecord.push_back(index);
             for (uint32_t v : triangle.Vertex) {
                 const Vector& p = vertices[v].position;
-                double m = std::max({std::fabs(double(p.x)), std::fabs(double(p.y)),
-                                     std::fabs(double(p.z))});
+                double m = std::max(
+                    {std::fabs(double(p.x)), std::fabs(double(p.y)), std::fabs(double(p.z))});
                 if (std::isfinite(m)) largest = std::max(largest, m);
             }
         }
@@ -182,8 +186,7 @@ void FastRayTable::Build(const RayTable& table, const Vector& lightDirection) {
             for (uint32_t r = groundOther.offsets[c]; r < groundOther.offsets[c + 1]; ++r) {
                 uint32_t g = groundOther.refs[r];
                 for (int k = 0; k < 3; ++k)
-                    groundOtherTop[c] =
-                        std::max(groundOtherTop[c], float(corner(g, k).y + margin));
+                    groundOtherTop[c] = std::max(groundOtherTop[c], float(corner(g, k).y + margin));
             }
     }
 
@@ -279,7 +282,7 @@ bool FastRayQuery::CastDown(float ox, float oy, float oz, float tx, float ty, fl
     ground.Position.z = float(oz + best * direction.z);
     const RayMesh& record = *table.records[table.triangleRecord[found]];
     raypredicates::InterpolatedNormal(record.Mesh->vertices, *table.triangles[found], foundHit.a,
-                                 foundHit.b, ground.Normal);
+                                      foundHit.b, ground.Normal);
     VectorNormalize(ground.Normal);
     return false;
 }

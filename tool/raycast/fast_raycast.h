@@ -56,10 +56,10 @@ private:
     std::vector<const RayMesh*> records;        // in list order
     std::vector<const RayTriangle*> triangles;  // global order: record, then triangle
     std::vector<uint32_t> triangleRecord;       // record index of each triangle
-    CandidateGrid ground;       // triangles facing up, by xz footprint
+    CandidateGrid ground;                       // triangles facing up, by xz footprint
     CandidateGrid groundOther;  // the rest, which can pass only from an origin on their plane
     std::vector<float> groundOtherTop;  // per cell: highest point of those, plus the margin
-    CandidateGrid shadow;       // every triangle not skipped, by footprint across the light
+    CandidateGrid shadow;               // every triangle not skipped, by footprint across the light
     std::vector<FootprintBox> footprints;  // per triangle, across the light: a cell's tighter test
     double shadowAxisU[3] = {}, shadowAxisV[3] = {};
     Vector light = {};

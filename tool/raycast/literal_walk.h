@@ -10,7 +10,7 @@
 
 // What the queries of one thread carry from one ray to the next.
 struct RayQueryState {
-    RayGroundState Ground = {};              // the last ground hit
+    RayGroundState Ground = {};                // the last ground hit
     const RayTriangle* LastBlocker = nullptr;  // the triangle that blocked the last blocked ray
     const RayMesh* LastBlockerMesh = nullptr;  // its record
 };
@@ -50,8 +50,7 @@ public:
         return RayCastDown(table, state, ox, oy, oz, tx, ty, tz, &counters);
     }
     bool CastToLight(float ox, float oy, float oz) {
-        return RayCastToLight(table, state, ox, oy, oz, light.x, light.y, light.z, rule,
-                              &counters);
+        return RayCastToLight(table, state, ox, oy, oz, light.x, light.y, light.z, rule, &counters);
     }
     const RayGroundState& Ground() const { return state.Ground; }
 

@@ -117,9 +117,8 @@ inline bool HitsTowardsLight(const RayTriangle& triangle, const float o[3], cons
 
 inline bool HitsTowardsLight(const RayTriangle& triangle, const float o[3], const float d[3],
                              CrossingRule rule) {
-    return rule == CrossingRule::HalfOpen
-               ? HitsTowardsLight<CrossingRule::HalfOpen>(triangle, o, d)
-               : HitsTowardsLight<CrossingRule::Closed>(triangle, o, d);
+    return rule == CrossingRule::HalfOpen ? HitsTowardsLight<CrossingRule::HalfOpen>(triangle, o, d)
+                                          : HitsTowardsLight<CrossingRule::Closed>(triangle, o, d);
 }
 
 // The light query's record test: passes a record over when the ray's xz projection misses its

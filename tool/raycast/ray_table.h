@@ -28,12 +28,12 @@ enum RayAxes : uint8_t {
 };
 
 struct RayTriangle {
-    Vector Normal;        // unit plane normal from the ungrown corners; zero when degenerate
-    float D;              // Normal . p + D = 0 on the plane
-    float Corner[3][2];   // grown corners as (a, b) by Axes
-    uint32_t Vertex[3];   // the face's vertex indices, for normal interpolation
-    uint8_t Axes;         // RayAxes
-    uint8_t Skip;         // non-zero keeps the light query from testing the triangle
+    Vector Normal;       // unit plane normal from the ungrown corners; zero when degenerate
+    float D;             // Normal . p + D = 0 on the plane
+    float Corner[3][2];  // grown corners as (a, b) by Axes
+    uint32_t Vertex[3];  // the face's vertex indices, for normal interpolation
+    uint8_t Axes;        // RayAxes
+    uint8_t Skip;        // non-zero keeps the light query from testing the triangle
 };
 
 struct RayMesh {
@@ -62,8 +62,8 @@ public:
     RayTable(const RayTable&) = delete;
     RayTable& operator=(const RayTable&) = delete;
 
-    void AddTree(CMesh* mesh);       // the mesh, then each child in list order
-    RayMesh* AddMesh(CMesh* mesh);   // null for a mesh without faces
+    void AddTree(CMesh* mesh);      // the mesh, then each child in list order
+    RayMesh* AddMesh(CMesh* mesh);  // null for a mesh without faces
     void Free();
 
     const RayMesh* First() const { return first; }

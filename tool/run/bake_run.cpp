@@ -1,10 +1,10 @@
 #include "tool/run/bake_run.h"
 
 #include <chrono>
-#include <filesystem>
-#include <string>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <string>
 
 #include "base/diagnostics.h"
 #include "base/memory.h"
@@ -14,13 +14,13 @@
 #include "engine/texture/texture.h"
 #include "platform/crt/paths.h"
 #include "platform/debug/debug_output.h"
-#include "tool/run/app_state.h"
 #include "tool/bake/bake_pass.h"
-#include "tool/run/batch_file.h"
-#include "tool/maps/map_chunks.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/run/app_state.h"
+#include "tool/run/batch_file.h"
 
 namespace fs = std::filesystem;
 
@@ -33,11 +33,17 @@ void SetBakeOutputName(const char* name) {
     std::snprintf(OutputName, sizeof OutputName, "%s", name ? name : "texture.dat");
 }
 
-void SetMapBakedCallback(MapBakedCallback callback) { MapBaked = callback; }
+void SetMapBakedCallback(MapBakedCallback callback) {
+    MapBaked = callback;
+}
 
-void SetRayCoreOptions(const RayCoreOptions& options) { CoreOptions = options; }
+void SetRayCoreOptions(const RayCoreOptions& options) {
+    CoreOptions = options;
+}
 
-void SetRunFinishedCallback(void (*callback)()) { RunFinished = callback; }
+void SetRunFinishedCallback(void (*callback)()) {
+    RunFinished = callback;
+}
 
 char MapTypeLetter(const char* path) {
     const char* dot = std::strchr(path, '.');
@@ -146,8 +152,7 @@ static bool BakeFrames(const char* outputName, const char* mapPath, double loadS
         std::string name = stem + std::to_string(f) + ".dat";
         MapMesh->SetAnimationFrame(float(f), 1);
         std::string output = OutputPathBeside(mapPath, name.c_str());
-        if (!Finished(BakeInto(output, f == 0 ? loadSeconds : 0.0), mapPath, output,
-                      name.c_str()))
+        if (!Finished(BakeInto(output, f == 0 ? loadSeconds : 0.0), mapPath, output, name.c_str()))
             return false;
     }
     return true;

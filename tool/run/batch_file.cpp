@@ -8,10 +8,10 @@
 #include "base/services.h"
 #include "platform/crt/paths.h"
 #include "platform/debug/debug_output.h"
-#include "tool/run/app_state.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/shadow_script.h"
 #include "tool/bake/word_reader.h"
+#include "tool/run/app_state.h"
 
 BatchJob* JobList = nullptr;
 
