@@ -164,35 +164,36 @@ TEST_F(RayQueryTest, NearestGroundWinsAndTiesKeepTheEarlierRecordThenTriangle) {
 }
 
 TEST_F(RayQueryTest, GroundNormalBlendsTheVertexNormals) {
-    const Vector n0 = {0, 0, 1}, n1 = {0, 1, 0}, n2 = {1, 0, 0};
+    // Every component non-zero, and corners away from the axes, so no term drops out.
+    const Vector n[3] = {{0.48f, 0.6f, 0.64f}, {0.36f, 0.48f, 0.8f}, {0.8f, 0.36f, 0.48f}};
     // The first triangle grows c1 and c2 to the same x, the second does not: both ways of finding
     // the crossing on edge c1 c2.
-    const Vector triangles[2][3] = {{{100, 0, 0}, {0, 0, -50}, {0, 0, 50}},
-                                    {{200, 0, 0}, {220, 0, 80}, {300, 0, -10}}};
+    const Vector triangles[2][3] = {{{100, 0, -20}, {0, 0, -70}, {0, 0, 30}},
+                                    {{200, 0, -30}, {220, 0, 50}, {300, 0, -40}}};
+    // Barycentric weights: corner 0, the middle of edge c1 c2, inside.
+    const double weights[][3] = {
+        {1, 0, 0}, {0, 0.5, 0.5}, {0.2, 0.3, 0.5}, {0.6, 0.3, 0.1}, {0.1, 0.8, 0.1}};
     for (int t = 0; t < 2; ++t) {
-        SCOPED_TRACE(t);
         const Vector* c = triangles[t];
-        RayMesh* record = Add(HandMesh(nullptr, {{c[0], n0}, {c[1], n1}, {c[2], n2}}, {{0, 1, 2}}));
+        RayMesh* record =
+            Add(HandMesh(nullptr, {{c[0], n[0]}, {c[1], n[1]}, {c[2], n[2]}}, {{0, 1, 2}}));
         ASSERT_NE(record, nullptr);
         const RayTriangle& triangle = record->Triangles[0];
         ASSERT_EQ(triangle.Corner[1][0] == triangle.Corner[2][0], t == 0);
-
-        ASSERT_FALSE(Down(c[0].x, c[0].z));
-        ExpectNormal(n0, 1e-4);
-        ASSERT_FALSE(
-            Down(float((double(c[1].x) + c[2].x) / 2), float((double(c[1].z) + c[2].z) / 2)));
-        ExpectNormal({0.70710678f, 0.70710678f, 0}, 1e-4);
-
-        const double weights[][3] = {{0.2, 0.3, 0.5}, {0.6, 0.3, 0.1}, {0.1, 0.8, 0.1}};
         for (const auto& w : weights) {
+            SCOPED_TRACE(testing::Message() << t << ": " << w[0] << " " << w[1] << " " << w[2]);
             float x = float(w[0] * c[0].x + w[1] * c[1].x + w[2] * c[2].x);
             float z = float(w[0] * c[0].z + w[1] * c[1].z + w[2] * c[2].z);
             ASSERT_FALSE(Down(x, z));
             EXPECT_EQ(state.Ground.Position.x, x);
             EXPECT_EQ(state.Ground.Position.y, 0.0f);
             EXPECT_EQ(state.Ground.Position.z, z);
-            ExpectNormal(Unit(w[2], w[1], w[0]), 2e-4);
+            auto blend = [&](int i) {
+                return w[0] * (&n[0].x)[i] + w[1] * (&n[1].x)[i] + w[2] * (&n[2].x)[i];
+            };
+            ExpectNormal(Unit(blend(0), blend(1), blend(2)), 2e-4);
         }
+        FreeAll();
     }
 }
 
