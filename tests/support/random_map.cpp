@@ -33,7 +33,8 @@ CMesh* BuildRandomMap(uint32_t seed, int cells) {
     Frequency = random.Uniform(0.005f, 0.05f);
     int chunks = random.Int(1, 4);
     float chunk = span / chunks;
-    int quads = random.Int(1, 8);
+    // Now and then ground finer than a unit, as are then the fast core's grid cells.
+    int quads = cells <= 2 && random.Int(0, 2) == 0 ? 64 / chunks : random.Int(1, 8);
     for (int cz = 0; cz < chunks; ++cz)
         for (int cx = 0; cx < chunks; ++cx) {
             builder.AddTerrain(cx * chunk, -cz * chunk, quads, quads, chunk / quads, Terrain);
