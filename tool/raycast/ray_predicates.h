@@ -15,10 +15,10 @@
 // (b >= q.b), as in the ground query. A vertex level with the crossing then counts on exactly one
 // of its two edges, and an edge with both ends at one b never counts.
 // Closed: every edge whose fraction u lies in [0, 1] counts, both ends included. A crossing level
-// with a vertex (within a few ulps, which a long ray meets often) counts that vertex twice and a
-// point far outside the triangle reads as blocked: isolated dark texels, more of them the more
-// triangles a ray tests, and no index that looks near a triangle can find them. It is kept to
-// reproduce the bytes of that rule through the literal walk.
+// with a vertex (within a few ulps, which a long ray meets often) counts that vertex on both of
+// its edges: a point far outside the triangle can read as blocked (isolated dark texels, more of
+// them the more triangles a ray tests, which no index near a triangle can find) and a point
+// inside as free. It is kept to reproduce the bytes of that rule through the literal walk.
 enum class CrossingRule : uint8_t { HalfOpen, Closed };
 
 namespace raypredicates {
