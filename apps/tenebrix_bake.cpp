@@ -282,7 +282,10 @@ int Run() {
         fs::path file;
         if (!ResolveScript(script, file) || !ReadScript(file)) return ExitFailed;
     }
-    SetBakeOutputName(Options.out.c_str());
+    if (!SetBakeOutputName(Options.out.c_str()))
+        return Fail("--out " + Options.out + ": the name is longer than " +
+                    std::to_string(_MAX_PATH - 1) + " characters"),
+               ExitFailed;
     SetMapBakedCallback(OnMapBaked);
     if (!Options.quiet) StartProgressDisplay(StderrIsTerminal());
 

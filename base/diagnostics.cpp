@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/fatal_trap.h"
 #include "base/file.h"
 #include "base/memory.h"
 #include "platform/crt/version.h"
@@ -49,10 +50,12 @@ static void DefaultAlertHandler(const char* text) {
     MessageBoxA(nullptr, text, "ALERT", MB_OK);
 }
 
-static void DefaultErrorHandler(uint32_t /*code*/, const char* text) {
+static void DefaultErrorHandler(uint32_t code, const char* text) {
     OutputDebugStringA("ERROR: ");
     OutputDebugStringA(text);
     OutputDebugStringA("\n");
+    // A job's bad data ends the job; a broken assertion is the program's own fault.
+    if (code != CorvaneCodeAssertion && TrapFatalReport("ERROR", text)) return;
     MessageBoxA(nullptr, text, "ERROR", MB_OK);
     std::abort();
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/fatal_trap.h"
 #include "platform/debug/debug_output.h"
 
 enum { VelmoraMessageSize = 400 };
@@ -37,12 +38,28 @@ void VelmoraLog(const char* tag, const char* format, ...) {
     OutputDebugStringA("\n");
 }
 
+__attribute__((format(printf, 2, 0))) static void FormatFatal(char (&message)[VelmoraMessageSize],
+                                                               const char* format, va_list args) {
+    if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
+}
+
 void VelmoraFatal(const char* tag, const char* format, ...) {
     char message[VelmoraMessageSize];
     va_list args;
     va_start(args, format);
-    if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
+    FormatFatal(message, format, args);
     va_end(args);
+    MessageBoxA(nullptr, message, tag, MB_OK);
+    std::abort();
+}
+
+void VelmoraDataFatal(const char* tag, const char* format, ...) {
+    char message[VelmoraMessageSize];
+    va_list args;
+    va_start(args, format);
+    FormatFatal(message, format, args);
+    va_end(args);
+    if (TrapFatalReport(tag, message)) return;
     MessageBoxA(nullptr, message, tag, MB_OK);
     std::abort();
 }

@@ -11,3 +11,8 @@ void VelmoraLogBeginRun();
 // Shows the message in a box captioned with the tag and aborts.
 [[noreturn]] void VelmoraFatal(const char* tag, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
+
+// A fatal report about a data file: as VelmoraFatal, except that while a FatalReportTrap is open
+// (a job of a run) it shows no box, ends only that job, and returns for the caller to fail.
+void VelmoraDataFatal(const char* tag, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));

@@ -165,7 +165,10 @@ bool Reader::Parse(CMesh* root, VBFUserData** userDataOut) {
 bool Reader::ReadHeader(VBFUserData** userData) {
     uint32_t headerKind;
     if (!cursor.ReadU32(headerKind)) return Fail("the file ends before its header");
-    if (headerKind > 1) VelmoraFatal("VELMORALoadVBF", "invalid header\n");
+    if (headerKind > 1) {
+        VelmoraDataFatal("VELMORALoadVBF", "invalid header\n");
+        return Fail("header kind %u", headerKind);  // reached inside a run's job only
+    }
     if (headerKind == 0) return true;
     uint32_t size;
     if (!cursor.ReadU32(size)) return Fail("the file ends before its user data size");

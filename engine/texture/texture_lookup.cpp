@@ -67,7 +67,9 @@ CTexture* LoadWithReader(const char* path) {
     if (!dot) {
         VelmoraLog("VELMORALoadTexture", "Texture %s has no file extension\n", path);
     } else if (!IsTgaExtension(dot + 1)) {
-        VelmoraFatal("VELMORALoadTexture", "Texture %s is an Invalid File Format", path);
+        VelmoraDataFatal("VELMORALoadTexture", "Texture %s is an Invalid File Format", path);
+        texture->LoadFromMemory(nullptr, 0, nullptr);  // the test pattern, for the job's end
+        return texture;
     }
     texture->LoadTGA(path);
     return texture;

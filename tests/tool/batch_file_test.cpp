@@ -7,10 +7,10 @@
 #include "platform/crt/paths.h"
 #include "platform/debug/debug_output.h"
 #include "tests/support/temp_dir.h"
-#include "tool/run/app_state.h"
-#include "tool/run/batch_file.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/run/app_state.h"
+#include "tool/run/batch_file.h"
 
 class BatchFileTest : public ::testing::Test {
 protected:
@@ -37,8 +37,8 @@ TEST_F(BatchFileTest, EachJobIsLoggedAndReadsItsScriptFromTheStartDirectory) {
     std::filesystem::create_directory(dir.File("elsewhere"));
     ASSERT_EQ(_chdir("elsewhere"), 0);  // where the last map's bake left the run
     char map[260], output[260];
-    EXPECT_FALSE(TakeNextJob(map, sizeof map, output, sizeof output));
-    EXPECT_TRUE(TakeNextJob(map, sizeof map, output, sizeof output));
+    EXPECT_FALSE(TakeNextJob(map, sizeof map, output, sizeof output).last);
+    EXPECT_TRUE(TakeNextJob(map, sizeof map, output, sizeof output).last);
     EXPECT_EQ(ShadowSettings.Ambient, 40);
     std::string log, stars(44, '*');
     for (int i = 0; i < MessageLogCount(); ++i) log += std::string(MessageLogLine(i)) + "\n";
@@ -57,13 +57,43 @@ TEST_F(BatchFileTest, UnreadableOrEmptyBatchLeavesNoJobs) {
     EXPECT_EQ(OpenBatchFile("empty.bat"), 0);
 }
 
-TEST_F(BatchFileTest, OverlongWordsAreCutNotOverrun) {
-    WriteWholeFile(dir.File("long.bat"), std::string(1000, 'm') + " out.dat script.ssf");
-    EXPECT_EQ(OpenBatchFile("long.bat"), 1);
-    EXPECT_EQ(std::string(JobList->Map), std::string(399, 'm'));
-    EXPECT_STREQ(JobList->SaveAs, "out.dat");
-    char map[16], output[4];  // the run's buffers may be smaller still
-    EXPECT_TRUE(TakeNextJob(map, sizeof map, output, sizeof output));
-    EXPECT_EQ(std::string(map), std::string(15, 'm'));
-    EXPECT_STREQ(output, "out");
+// A name that would be cut, or an output name that reaches out of its map's folder, refuses its
+// job in its turn, naming the list, the line and the word; the script of a refused job is not read.
+TEST_F(BatchFileTest, JobsWithNamesThatCannotBeTakenAsTheyStandAreRefused) {
+    const std::string longest(259, 'm'), overlong(260, 'm');
+    struct Case {
+        std::string map, output, refusal;  // refusal: empty for a job that runs
+    } cases[] = {
+        {longest, "sub/./out.dat", ""},
+        {"m", "a/../out.dat", ""},
+        {overlong, "out.dat", "jobs.bat line 2: the map mmmm"},
+        {"m", overlong, "jobs.bat line 2: the output name mmmm"},
+        {"m", "../../escaped.dat", "jobs.bat line 2: the output name ../../escaped.dat climbs out"},
+        {"m", "a/../../x.dat", "climbs out of the map's folder"},
+        {"m", "sub\\..\\..\\x.dat", "climbs out of the map's folder"},
+        {"m", "/tmp/x.dat", "jobs.bat line 2: the output name /tmp/x.dat is absolute"},
+        {"m", "C:x.dat", "is absolute"},
+        {"m", "sub/..", "names no file in the map's folder"},
+    };
+    WriteWholeFile(dir.File("ambient.ssf"), "AMBIENT 40");
+    for (const Case& c : cases) {
+        ShadowSettings.Ambient = 0;
+        WriteWholeFile(dir.File("jobs.bat"), "\n" + c.map + "\n " + c.output + "\n\nambient.ssf");
+        ASSERT_EQ(OpenBatchFile("jobs.bat"), 1);
+        char map[260], output[260];
+        TakenJob job = TakeNextJob(map, sizeof map, output, sizeof output);
+        EXPECT_TRUE(job.last);
+        EXPECT_NE(job.refusal.find(c.refusal), std::string::npos)
+            << c.output << ": " << job.refusal;
+        EXPECT_EQ(job.refusal.empty(), c.refusal.empty()) << c.output;
+        EXPECT_EQ(ShadowSettings.Ambient, c.refusal.empty() ? 40 : 0) << c.output;
+        if (c.refusal.empty()) {
+            EXPECT_EQ(std::string(map) + " " + output, c.map + " " + c.output);
+        }
+    }
+    // Buffers smaller than the run's refuse rather than cut.
+    WriteWholeFile(dir.File("jobs.bat"), "maps/a.vbf out.dat ambient.ssf");
+    OpenBatchFile("jobs.bat");
+    char map[8], output[260];
+    EXPECT_FALSE(TakeNextJob(map, sizeof map, output, sizeof output).refusal.empty());
 }

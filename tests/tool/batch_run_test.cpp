@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -98,6 +99,48 @@ TEST_F(BatchRun, BadMapsDoNotStopTheOthers) {
     for (const char* folder : {"nosize", "v1.0", "c"})
         EXPECT_EQ(Listing(folder), std::vector<std::string>{"test.vbf"}) << folder;
     EXPECT_EQ(ShadowSettings.MapCellsX, 4);  // the refused maps left the size alone
+}
+
+// Data that the engine reports as fatal (a header kind it doesn't know, a texture that is no TGA)
+// ends only its own job; so does an output name that would land outside the map's folder.
+TEST_F(BatchRun, FatalDataAndEscapingNamesEndOnlyTheirJob) {
+    std::filesystem::create_directory(dir.File("kind2"));
+    WriteWholeFile(dir.File("kind2/test.vbf"), std::string("\2\0\0\0\0\0\0\0", 8));
+    CTexture* bitmap = CreateTexture(2, 2, 0x8888);
+    bitmap->SetName("wall.bmp");
+    WriteMap("bmp/test.vbf", MakeMapChunks(4, 4), [&](CMesh* root) {
+        CMesh* ground = FlatGround(root, 256.0f);
+        for (uint32_t f = 0; f < ground->faceCount[0]; ++f) ground->faces[0][f].texture = bitmap;
+    });
+    FreeTexture(bitmap);
+    BakeRunResult result = RunBatch(
+        "a/test.vbf one.dat ten.ssf\n"
+        "kind2/test.vbf x.dat ten.ssf\n"
+        "bmp/test.vbf x.dat ten.ssf\n"
+        "b/test.vbf ../../escaped.dat ten.ssf\n"
+        "c/test.vbf three.dat twenty.ssf\n");
+    EXPECT_EQ(result.baked, 2);
+    EXPECT_EQ(result.failed, 3);
+    EXPECT_EQ(LoggedMaps(), (std::vector<std::string>{"c/test.vbf", "b/test.vbf", "bmp/test.vbf",
+                                                      "kind2/test.vbf", "a/test.vbf"}));
+    EXPECT_TRUE(Logged("***** MAP REFUSED kind2/test.vbf: VELMORALoadVBF: invalid header *****"));
+    bool textureRefused = false;
+    for (int i = 0; i < MessageLogCount(); ++i) {
+        std::string line = MessageLogLine(i);
+        textureRefused |=
+            line.rfind("***** MAP REFUSED bmp/test.vbf: VELMORALoadTexture: ", 0) == 0 &&
+            line.find("wall.bmp is an Invalid File Format") != std::string::npos;
+    }
+    EXPECT_TRUE(textureRefused);
+    EXPECT_TRUE(
+        Logged("***** MAP REFUSED b/test.vbf: jobs.bat line 4: the output name "
+               "../../escaped.dat climbs out of the map's folder *****"));
+    EXPECT_FALSE(
+        std::filesystem::exists(std::filesystem::path(dir.Path()).parent_path() / "escaped.dat"));
+    EXPECT_EQ(Byte(Read("a/one.dat"), 5, 5), 245);
+    EXPECT_EQ(Byte(Read("c/three.dat"), 5, 5), 235);
+    for (const char* folder : {"kind2", "bmp", "b"})
+        EXPECT_EQ(Listing(folder), std::vector<std::string>{"test.vbf"}) << folder;
 }
 
 namespace {

@@ -4,10 +4,12 @@ static bool IsWhiteSpace(int c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
-bool ReadWord(FILE* file, char* buffer, size_t size) {
+bool ReadWord(FILE* file, char* buffer, size_t size, int* line) {
     int c;
-    do c = std::getc(file);
-    while (c != EOF && IsWhiteSpace(c));
+    do {
+        c = std::getc(file);
+        if (c == '\n' && line) ++*line;
+    } while (c != EOF && IsWhiteSpace(c));
     if (c == EOF) return false;
     size_t length = 0;
     for (; c != EOF && !IsWhiteSpace(c); c = std::getc(file))

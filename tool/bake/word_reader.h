@@ -7,5 +7,6 @@
 
 // Skips white space and reads one word into buffer, cut to size - 1 characters; the rest of an
 // overlong word is read and dropped, so its tail never turns up as a word of its own. False at
-// the end of the file or on a read error, with nothing read.
-bool ReadWord(FILE* file, char* buffer, size_t size);
+// the end of the file or on a read error, with nothing read. Where line is given, the line
+// breaks passed on the way are added to it, so it ends as the word's line.
+bool ReadWord(FILE* file, char* buffer, size_t size, int* line = nullptr);

@@ -37,6 +37,13 @@ bool CanOpen(const char* path) {
     return file != nullptr;
 }
 
+// What a texture that can't be read shows.
+CTexture* TestPattern() {
+    CTexture* texture = CreateEmptyTexture();
+    texture->LoadFromMemory(nullptr, 0, nullptr);
+    return texture;
+}
+
 }  // namespace
 
 void SetToolResourceManager(ResourceManager* manager) {
@@ -57,9 +64,7 @@ CTexture* ToolLoadTexture(const char* path) {
     if (written < 0 || size_t(written) >= sizeof full) {
         // Refused rather than cut: a cut path could find some other file.
         VelmoraLog("Load Texture", "Texture path too long: %s\n", path);
-        CTexture* texture = CreateEmptyTexture();
-        texture->LoadFromMemory(nullptr, 0, nullptr);
-        return texture;
+        return TestPattern();
     }
 
     for (const ToolTextureRecord* record = ToolTextureCache; record; record = record->next) {
@@ -73,7 +78,8 @@ CTexture* ToolLoadTexture(const char* path) {
     if (!dot) {
         VelmoraLog("Load Texture", "Texture %s has no file extension\n", path);
     } else if (dot[1] != 't' && dot[1] != 'T') {
-        VelmoraFatal("Load Texture", "Invalid Texture Type %s\n", path);
+        VelmoraDataFatal("Load Texture", "Invalid Texture Type %s\n", path);
+        return TestPattern();  // the job ends after its load
     }
 
     // Windows data names files in any case; the record keeps the path as asked, so the next

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/diagnostics.h"
+#include "base/fatal_trap.h"
 #include "base/memory.h"
 #include "base/resmanager.h"
 #include "engine/mesh/mesh.h"
@@ -29,8 +30,11 @@ static RayCoreOptions CoreOptions;
 static void (*RunFinished)() = nullptr;
 static char OutputName[_MAX_PATH] = "texture.dat";
 
-void SetBakeOutputName(const char* name) {
-    std::snprintf(OutputName, sizeof OutputName, "%s", name ? name : "texture.dat");
+bool SetBakeOutputName(const char* name) {
+    if (!name) name = "texture.dat";
+    if (std::strlen(name) >= sizeof OutputName) return false;  // never cut into another name
+    std::memcpy(OutputName, name, std::strlen(name) + 1);
+    return true;
 }
 
 void SetMapBakedCallback(MapBakedCallback callback) {
@@ -67,41 +71,33 @@ static char MapType(const char* path) {
     return extension.size() >= 3 ? extension[2] : 0;
 }
 
-// Loads the map under MapMesh and sets the map size from a binary map's chunks.
-static bool LoadMap(const char* path) {
+// Loads the map under MapMesh and sets the map size from a binary map's chunks. Null when the
+// map loaded; else why not, "" where an error report has already said so.
+static const char* LoadMap(const char* path) {
     switch (MapType(path)) {
         case 'a':
         case 'A':  // a text map has no size chunk: the size stays as it was
-            if (!MapMesh->LoadVAF(path, 0)) {
-                RefuseMap(path, "the map could not be read (see velmora.log)");
-                return false;
-            }
-            return true;
+            return MapMesh->LoadVAF(path, 0) ? nullptr
+                                             : "the map could not be read (see velmora.log)";
         case 'b':
         case 'B': {
             VBFUserData* data = MapMesh->LoadVBFWithData(path);
-            if (!data) {
-                RefuseMap(path, MapMesh->firstChild
-                                    ? "the map has no user data, so no map size"
-                                    : "the map could not be read (see velmora.log)");
-                return false;
-            }
+            if (!data)
+                return MapMesh->firstChild ? "the map has no user data, so no map size"
+                                           : "the map could not be read (see velmora.log)";
             MapSize size = {ShadowSettings.MapCellsX, ShadowSettings.MapCellsY};
             const char* error = nullptr;
             bool good = ReadMapChunks(data->bytes, data->size, size, error);
             FreeVBFUserData(data);
-            if (!good) {
-                RefuseMap(path, error);
-                return false;
-            }
+            if (!good) return error;
             ShadowSettings.MapCellsX = size.cellsX;
             ShadowSettings.MapCellsY = size.cellsY;
             CorvaneDebug("Map size is (%d, %d)", size.cellsX, size.cellsY);
-            return true;
+            return nullptr;
         }
         default:
             CorvaneError("Load File - Invalid file extension on %s\n", path);
-            return false;  // reached only where the error handler returns
+            return "";  // reached only where the error handler returns
     }
 }
 
@@ -158,57 +154,68 @@ static bool BakeFrames(const char* outputName, const char* mapPath, double loadS
     return true;
 }
 
-BakeRunResult RunBakeMaps(char* mapPath) {
+// Loads and bakes one map under a fatal-report trap, so that bad data ends this job only.
+static bool BakeOneMap(char* mapPath, const char* outputName) {
     using Clock = std::chrono::steady_clock;
+    FatalReportTrap trap;
+    Clock::time_point start = Clock::now();
+    MapMesh = NEW CMesh(SceneRoot);
+    const char* fault = LoadMap(mapPath);
+    if (trap.Sprung()) fault = trap.Reason();
+    if (fault && *fault) RefuseMap(mapPath, fault);
+    bool good = !fault;
+    double loadSeconds = std::chrono::duration<double>(Clock::now() - start).count();
+    if (good) {
+        if (ShadowSettings.FrameCount == 0) {
+            std::string output = OutputPathBeside(mapPath, outputName);
+            good = Finished(BakeInto(output, loadSeconds), mapPath, output, outputName);
+        } else if (ShadowSettings.FrameCount > 0) {
+            good = BakeFrames(outputName, mapPath, loadSeconds);
+        } else {
+            RefuseMap(mapPath, "ANIMATED below 0 asks for no frame at all");
+            good = false;
+        }
+    }
+    if (good && trap.Sprung()) {  // a report from the pass itself
+        RefuseMap(mapPath, trap.Reason());
+        good = false;
+    }
+    // Without a display there is no viewer to hand the map to: it goes in every case.
+    DELETE(MapMesh);
+    MapMesh = nullptr;
+    return good;
+}
+
+BakeRunResult RunBakeMaps(char* mapPath) {
     BakeRunResult result = {0, 0};
     if (Scene) Scene->ambient = 0xFFFFFF;
     for (;;) {
         char outputName[_MAX_PATH];
         std::snprintf(outputName, sizeof outputName, "%s", OutputName);
-        bool last = true;
+        TakenJob job = {true, ""};
         if (BatchMode) {
             if (!JobList) return result;  // an empty or unreadable batch ends at once
-            last = TakeNextJob(mapPath, _MAX_PATH, outputName, sizeof outputName);
+            job = TakeNextJob(mapPath, _MAX_PATH, outputName, sizeof outputName);
         }
-        Clock::time_point start = Clock::now();
-        MapMesh = NEW CMesh(SceneRoot);
-        bool good = LoadMap(mapPath);
-        double loadSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-        if (good) {
-            if (ShadowSettings.FrameCount == 0) {
-                std::string output = OutputPathBeside(mapPath, outputName);
-                good = Finished(BakeInto(output, loadSeconds), mapPath, output, outputName);
-            } else if (ShadowSettings.FrameCount > 0) {
-                good = BakeFrames(outputName, mapPath, loadSeconds);
-            } else {
-                RefuseMap(mapPath, "ANIMATED below 0 asks for no frame at all");
-                good = false;
-            }
-        }
+        bool good = job.refusal.empty();
+        if (!good) RefuseMap(mapPath[0] ? mapPath : "(a name too long)", job.refusal.c_str());
+        if (good) good = BakeOneMap(mapPath, outputName);
         good ? ++result.baked : ++result.failed;
-        // Without a display there is no viewer to hand the map to: it goes in every case.
-        DELETE(MapMesh);
-        MapMesh = nullptr;
-        if (last || CancelRequested()) return result;
+        if (job.last || CancelRequested()) return result;
     }
 }
 
 static void CopyLightDescription(const char* mapPath) {
     const char* lit = Resources ? Resources->GetResourcePath("LIT") : nullptr;
     if (!lit) return;  // never a path made from nothing
-    char source[3 * _MAX_PATH], target[_MAX_PATH + 16];
-    std::snprintf(source, sizeof source, "%s/%s/%s", StartDirectory, lit, ShadowSettings.LitFile);
+    std::string source = std::string(StartDirectory) + "/" + lit + "/" + ShadowSettings.LitFile;
     char drive[_MAX_DRIVE], dir[_MAX_DIR];
     _splitpath(mapPath, drive, dir, nullptr, nullptr);
-    std::snprintf(target, sizeof target, "%s%s%s", drive, dir, "test.lit");
-    char absolute[sizeof StartDirectory + sizeof target + 2];  // maps are relative to the start
-    if (target[0] != '/') {
-        std::snprintf(absolute, sizeof absolute, "%s/%s", StartDirectory, target);
-    } else {
-        std::snprintf(absolute, sizeof absolute, "%s", target);
-    }
-    DeleteFileA(absolute);
-    CopyFileA(source, absolute, false);
+    std::string target = std::string(drive) + dir + "test.lit";
+    if (target[0] != '/')
+        target = std::string(StartDirectory) + "/" + target;  // maps are relative to the start
+    DeleteFileA(target.c_str());
+    CopyFileA(source.c_str(), target.c_str(), false);
 }
 
 BakeRunResult BakeMap(char* mapPath, uint8_t showViewer) {

@@ -28,8 +28,9 @@ void SetRunFinishedCallback(void (*callback)());
 void SetRayCoreOptions(const RayCoreOptions& options);
 
 // The name a single bake writes its shadow map to, relative to the map's folder; "texture.dat"
-// unless a front end names another. A batch job names its own.
-void SetBakeOutputName(const char* name);
+// unless a front end names another. A batch job names its own. False, and the name unchanged,
+// where it is longer than the run's path buffers hold.
+bool SetBakeOutputName(const char* name);
 
 // The whole run of one request: the scene, the bake of the map (or of every job of the batch
 // list that OpenBatchFile read), "test.lit" beside the map, and the clean-up. mapPath is a

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/diagnostics.h"
 #include "base/memory.h"
@@ -15,12 +16,14 @@
 
 BatchJob* JobList = nullptr;
 
-enum { BatchWordSize = 400 };
+// One more than the run's path buffers hold, so a word that would be cut shows as too long.
+enum { BatchWordSize = _MAX_PATH + 1 };
 
 static void FreeJob(BatchJob* job) {
     if (job->Map) FREE(job->Map);
     if (job->SaveAs) FREE(job->SaveAs);
     if (job->Script) FREE(job->Script);
+    if (job->Refusal) FREE(job->Refusal);
     DELETE(job);
 }
 
@@ -32,6 +35,45 @@ void FreeJobList() {
     }
 }
 
+static bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
+
+// An output name must name a file in its map's folder or below: a batch list comes from a build
+// farm's scripts, and a name that reaches out could overwrite any file the user may write.
+static const char* OutputNameFault(const char* name) {
+    if (IsSeparator(name[0]) || (name[0] && name[1] == ':')) return "is absolute";
+    int depth = 0;
+    for (const char* part = name; *part;) {
+        size_t length = std::strcspn(part, "/\\");
+        if (length == 2 && part[0] == '.' && part[1] == '.') {
+            if (--depth < 0) return "climbs out of the map's folder";
+        } else if (length > 0 && !(length == 1 && part[0] == '.')) {
+            ++depth;
+        }
+        part += length;
+        while (IsSeparator(*part)) ++part;
+    }
+    return depth > 0 ? nullptr : "names no file in the map's folder";
+}
+
+// The first fault of a job's words, as a line naming the list, the job's line and the word.
+static char* JobRefusal(const char* list, int line, const char* map, const char* saveAs,
+                        const char* script) {
+    const std::string where = std::string(list) + " line " + std::to_string(line) + ": the ";
+    const char* words[] = {map, saveAs, script};
+    const char* kinds[] = {"map", "output name", "script"};
+    for (int i = 0; i < 3; ++i) {
+        if (std::strlen(words[i]) < _MAX_PATH) continue;
+        std::string text = where + kinds[i] + " " + std::string(words[i], 40) +
+                           "... is longer than " + std::to_string(_MAX_PATH - 1) + " characters";
+        return CopyString(text.c_str());
+    }
+    if (const char* fault = OutputNameFault(saveAs))
+        return CopyString((where + "output name " + saveAs + " " + fault).c_str());
+    return nullptr;
+}
+
 int OpenBatchFile(const char* path) {
     BatchMode = 1;
     FreeJobList();
@@ -40,26 +82,38 @@ int OpenBatchFile(const char* path) {
         MessageBoxA(nullptr, "FAILED TO OPEN BATCH FILE", "ERROR", MB_OK);
         return 0;
     }
-    int jobs = 0;
+    int jobs = 0, line = 1;
     char map[BatchWordSize], saveAs[BatchWordSize], script[BatchWordSize];
     // A trailing group of fewer than three words is dropped.
-    while (ReadWord(file, map, sizeof map) && ReadWord(file, saveAs, sizeof saveAs) &&
-           ReadWord(file, script, sizeof script)) {
-        JobList = NEW BatchJob{CopyString(map), CopyString(saveAs), CopyString(script), JobList};
+    for (;;) {
+        if (!ReadWord(file, map, sizeof map, &line)) break;
+        const int mapLine = line;
+        if (!ReadWord(file, saveAs, sizeof saveAs, &line) ||
+            !ReadWord(file, script, sizeof script, &line))
+            break;
+        char* refusal = JobRefusal(path, mapLine, map, saveAs, script);
+        JobList =
+            NEW BatchJob{CopyString(map), CopyString(saveAs), CopyString(script), refusal, JobList};
         ++jobs;
     }
     std::fclose(file);
     return jobs;
 }
 
-static void CopyInto(char* buffer, size_t size, const char* text) {
-    std::snprintf(buffer, size, "%s", text);
+// False where text doesn't fit: a cut path could name some other file.
+static bool CopyInto(char* buffer, size_t size, const char* text) {
+    if (std::strlen(text) >= size) {
+        if (size) buffer[0] = '\0';
+        return false;
+    }
+    std::memcpy(buffer, text, std::strlen(text) + 1);
+    return true;
 }
 
-bool TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t outputSize) {
+TakenJob TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t outputSize) {
     BatchJob* job = JobList;
     ASSERT(job);  // the bake run takes a job only while some are left
-    if (!job) return true;
+    if (!job) return {true, "no job is left"};
     char line[BatchWordSize + 16];
     LogMessage("********************************************");
     std::snprintf(line, sizeof line, "MAP: %s", job->Map);
@@ -68,11 +122,15 @@ bool TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t outputS
     LogMessage(line);
     std::snprintf(line, sizeof line, "SCRIPT: %s", job->Script);
     LogMessage(line);
-    CopyInto(mapPath, mapSize, job->Map);
-    CopyInto(outputName, outputSize, job->SaveAs);
-    _chdir(StartDirectory);
-    ParseShadowScript(job->Script);
+    TakenJob taken = {job->Next == nullptr, job->Refusal ? job->Refusal : ""};
+    bool fits =
+        CopyInto(mapPath, mapSize, job->Map) && CopyInto(outputName, outputSize, job->SaveAs);
+    if (taken.refusal.empty() && !fits) taken.refusal = "the job's names are too long for the run";
+    if (taken.refusal.empty()) {
+        _chdir(StartDirectory);
+        ParseShadowScript(job->Script);
+    }
     JobList = job->Next;
     FreeJob(job);
-    return JobList == nullptr;
+    return taken;
 }
