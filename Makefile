@@ -2,7 +2,7 @@
 PRESET ?= release
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build demo test test-asan test-tracked bench fuzz format clean screenshot
+.PHONY: all deps configure build demo test test-preset test-release test-asan test-tracked bench fuzz format clean screenshot
 
 all: build
 
@@ -26,14 +26,22 @@ screenshot:
 	@$(MAKE) --no-print-directory build PRESET=release
 	@scripts/screenshot.sh build/release/apps/tenebrix build/screenshot/dialog.png
 
-test: build
+# The whole suite, built as released and again under AddressSanitizer and UBSan.
+test:
+	@$(MAKE) --no-print-directory test-preset PRESET=release
+	@$(MAKE) --no-print-directory test-preset PRESET=asan
+
+test-preset: build
 	@ctest --preset $(PRESET) -j $(JOBS)
 
+test-release:
+	@$(MAKE) --no-print-directory test-preset PRESET=release
+
 test-asan:
-	@$(MAKE) --no-print-directory test PRESET=asan
+	@$(MAKE) --no-print-directory test-preset PRESET=asan
 
 test-tracked:
-	@$(MAKE) --no-print-directory test PRESET=tracked
+	@$(MAKE) --no-print-directory test-preset PRESET=tracked
 
 bench:
 	@$(MAKE) --no-print-directory build PRESET=release
