@@ -244,7 +244,9 @@ bool EnterStartDirectory() {
         if (!fs::is_regular_file(config)) return Fail(Options.config + ": no such config file");
         _chdir(config.parent_path().c_str());
     }
-    _getcwd(StartDirectory, sizeof StartDirectory);
+    if (!_getcwd(StartDirectory, sizeof StartDirectory))
+        return Fail(fs::current_path().string() + ": the start directory's path is longer than " +
+                    std::to_string(sizeof StartDirectory - 1) + " characters");
     if (fs::exists(config.filename())) {
         Resources = new ResourceManager(config.filename().c_str());
     } else {

@@ -134,6 +134,10 @@ TEST_F(BakeFailures, ScriptsThatAreNotScripts) {
 TEST_F(BakeFailures, OutputsThatCannotBeWritten) {
     ExpectFailure({"m", "--texture-size", "64", "--out", "no/such/folder.dat"},
                   {"MAP REFUSED", "m/test.vbf", "no/such/folder.dat could not be written"});
+    std::string overlong = "texture.data";  // 264 characters, once cut to 259 and written so
+    while (overlong.size() < 264) overlong = "./" + overlong;
+    ExpectFailure({"m", "--out", overlong}, {"--out ./././", "longer than 259 characters"});
+    EXPECT_FALSE(fs::exists("m/texture"));
     fs::create_directory("m/taken.dat");
     ExpectFailure({"m", "--texture-size", "64", "--out", "taken.dat"},
                   {"MAP REFUSED", "taken.dat could not be written"});
@@ -159,15 +163,22 @@ TEST_F(BakeFailures, BatchesWithoutJobsOrWithABadJob) {
     // The bad jobs run first; the good one is baked all the same, and the run fails.
     ASSERT_TRUE(MakeMap("n", 4));
     WriteWholeFile("plain.ssf", "AMBIENT 100\n");
+    fs::create_directories("kind");
+    WriteWholeFile("kind/test.vbf", std::string("\x02\0\0\0\0\0\0\0", 8));  // fatal to the reader
     WriteWholeFile("jobs.bat",
                    "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n"
+                   "kind/test.vbf bad.dat plain.ssf\nn/test.vbf ../../out.dat plain.ssf\n"
                    "n/test.xyz odd.dat plain.ssf\n");
     ToolRun run = RunBake({"--batch", "jobs.bat", "--texture-size", "64"});
     EXPECT_EQ(run.status, 1) << run.output;
     EXPECT_TRUE(Contains(run.output, "MAP REFUSED gone/test.vbf")) << run.output;
+    EXPECT_TRUE(Contains(run.output, "MAP REFUSED kind/test.vbf: VELMORALoadVBF: invalid header"))
+        << run.output;
+    EXPECT_TRUE(Contains(run.output, "jobs.bat line 4: the output name ../../out.dat climbs out"))
+        << run.output;
     EXPECT_TRUE(Contains(run.output, "Invalid file extension on n/test.xyz")) << run.output;
     EXPECT_EQ(FileSize("n/good.dat"), 64 * 64);
-    EXPECT_LT(run.output.find("gone/test.vbf"), run.output.find("MAP: n/test.vbf"));
+    EXPECT_LT(run.output.find("gone/test.vbf"), run.output.rfind("MAP: n/test.vbf"));
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
 }
 
