@@ -1,11 +1,19 @@
 #include "base/DiskFile.h"
 
 #include <climits>
+#include <cstring>
 
 #include "base/diagnostics.h"
+#include "platform/crt/replacing_file.h"
 #include "platform/crt/win_file.h"
 
 static_assert(SEEK_SET == 0 && SEEK_CUR == 1 && SEEK_END == 2, "origins pass to fseek unchanged");
+
+// A file opened to be written is never reached through a link planted at its name.
+static std::FILE* OpenStream(const char* fileName, const char* fileMode) {
+    const bool writes = fileMode[0] != 'r' || std::strchr(fileMode, '+');
+    return writes ? OpenFileNoFollow(fileName, fileMode) : std::fopen(fileName, fileMode);
+}
 
 DiskFile::DiskFile(const char* fileName, const char* fileMode) {
     Open(fileName, fileMode);
@@ -22,7 +30,7 @@ DiskFile::~DiskFile() {
 bool DiskFile::Open(const char* fileName, const char* fileMode) {
     ASSERT(fileName && fileMode);
     if (!fileName || !fileMode || !ReadyToOpen()) return IsOpen();
-    stream = std::fopen(fileName, fileMode);
+    stream = OpenStream(fileName, fileMode);
     if (!stream) return false;
     if (!Register(fileName, fileMode, 0, int32_t(GetSize()))) {
         bytesWritten = 1;  // no "never used" warning for a file that never was
@@ -34,7 +42,7 @@ bool DiskFile::Open(const char* fileName, const char* fileMode) {
 bool DiskFile::Open(const char* fileName, const char* fileMode, int32_t start, int32_t length) {
     ASSERT(fileName && fileMode);
     if (!fileName || !fileMode || !ReadyToOpen()) return IsOpen();
-    stream = std::fopen(fileName, fileMode);
+    stream = OpenStream(fileName, fileMode);
     if (!stream) return false;
     if (!Register(fileName, fileMode, start, length)) {
         bytesWritten = 1;

@@ -15,6 +15,7 @@
 #include "base/reslibrary_header.h"
 #include "base/reslibrary_shared.h"
 #include "platform/crt/find_file.h"
+#include "platform/crt/replacing_file.h"
 #include "platform/crt/strings.h"
 #include "platform/debug/debug_output.h"
 
@@ -73,8 +74,8 @@ File* ResourceLibrary::OpenFile(const char* name, const char* mode, bool stream)
     File* file = nullptr;
     if (stream) {
         if (cached) {
-            CorvaneWarning("Cannot stream file because %s from resource file %s is cached\n",
-                           name, root);
+            CorvaneWarning("Cannot stream file because %s from resource file %s is cached\n", name,
+                           root);
             return nullptr;
         }
         if (record->method != CompressionRaw) {
@@ -119,13 +120,9 @@ bool ResourceLibrary::ExtractToFile(const char* path) {
     uint32_t size = 0;
     uint8_t* data = Extract(name, &size, nullptr, nullptr);
     if (!data) return false;
-    size_t written = 0;
-    if (std::FILE* out = std::fopen(ResourceDiskPath(path).c_str(), "wb")) {
-        written = std::fwrite(data, 1, size, out);
-        if (std::fclose(out) != 0) written = 0;
-    }
-    if (data) FREE(data);
-    return written == size;
+    const bool written = WriteFileAtomically(ResourceDiskPath(path).c_str(), data, size);
+    FREE(data);
+    return written;
 }
 
 bool ResourceLibrary::AddFile(const char* path, uint32_t method, int32_t level) {
@@ -159,12 +156,13 @@ bool ResourceLibrary::AddFile(const char* path, uint32_t method, int32_t level) 
     char dataPath[PathSize];
     VolumeFileName(headerPath, nextVolume, ".RFH");
     VolumeFileName(dataPath, nextVolume, ".RFD");
-    std::FILE* header = std::fopen(headerPath, "ab");
+    // The volume grows in place; a link planted at its name is refused, never written through.
+    std::FILE* header = OpenFileNoFollow(headerPath, "ab");
     if (!header) {
         OutputDebugStringA("Could not open header file!\n");
         return false;
     }
-    std::FILE* data = std::fopen(dataPath, "ab");
+    std::FILE* data = OpenFileNoFollow(dataPath, "ab");
     if (!data) {
         std::fclose(header);
         OutputDebugStringA("Could not open data file!\n");
@@ -173,8 +171,7 @@ bool ResourceLibrary::AddFile(const char* path, uint32_t method, int32_t level) 
     const size_t capacity = size_t(size) * 2 + 5000;
     uint8_t* scratch = ResourceScratch(size);
     auto* output = static_cast<uint8_t*>(MALLOC(capacity));
-    ResourceRecord* record =
-        NewResourceRecord(name, time, method, size, size, nextVolume, 0);
+    ResourceRecord* record = NewResourceRecord(name, time, method, size, size, nextVolume, 0);
     const size_t recordBytes = ResourceHeaderFixedSize + std::strlen(name) + 1;
     auto* headerBytes = static_cast<uint8_t*>(MALLOC(recordBytes));
     bool ok = scratch && output && record && headerBytes;

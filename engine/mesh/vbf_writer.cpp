@@ -10,6 +10,7 @@
 #include "engine/mesh/mesh_animation.h"
 #include "engine/mesh/vbf_reader.h"
 #include "engine/texture/texture.h"
+#include "platform/crt/replacing_file.h"
 
 namespace {
 
@@ -346,9 +347,7 @@ bool BuildVBFImage(const CMesh* root, const void* userData, uint32_t userDataSiz
 bool CMesh::SaveVBF(const char* path, const void* userData, uint32_t userDataSize) const {
     std::vector<uint8_t> image;
     if (!BuildVBFImage(this, userData, userDataSize, image)) return false;
-    std::FILE* file = path ? std::fopen(path, "wb") : nullptr;
-    bool written = file && std::fwrite(image.data(), 1, image.size(), file) == image.size();
-    if (file && std::fclose(file) != 0) written = false;
+    bool written = path && WriteFileAtomically(path, image.data(), image.size());
     if (!written) VelmoraLog(WriterTag, "Failed to write VBF: %s\n", path ? path : "");
     return written;
 }

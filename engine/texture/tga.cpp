@@ -8,6 +8,7 @@
 #include "base/memory.h"
 #include "base/velmora_log.h"
 #include "engine/texture/texture.h"
+#include "platform/crt/replacing_file.h"
 
 uint32_t TextureForcedFormat = 0;
 bool TexturePowerOfTwo = false;
@@ -322,7 +323,8 @@ bool CTexture::SaveAsTGA(const char* path) const {
         CorvaneWarning("CANNOT SAVE TEXTURE SIZE %d x %d\n", width, height);
         return false;
     }
-    FILE* file = std::fopen(path, "wb");
+    ReplacingFile replacing(path);
+    FILE* file = replacing.Stream();
     if (!file) {
         VelmoraLog("SaveAsTGA", "Could Not Open file for writing\n");
         return false;
@@ -338,7 +340,7 @@ bool CTexture::SaveAsTGA(const char* path) const {
     for (int32_t y = height - 1; written && y >= 0; --y) {
         written = std::fwrite(pixels + size_t(y) * pitch, 1, pitch, file) == pitch;
     }
-    written = std::fclose(file) == 0 && written;
+    written = replacing.Commit(written);
     if (!written) VelmoraLog("SaveAsTGA", "Failed writing %s\n", path);
     return written;
 }

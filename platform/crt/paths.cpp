@@ -5,7 +5,11 @@
 #include <cstdio>
 #include <cstring>
 
-static bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+#include "platform/crt/replacing_file.h"
+
+static bool IsSeparator(char c) {
+    return c == '/' || c == '\\';
+}
 
 static void CopyCut(char* out, size_t outSize, const char* begin, const char* end) {
     if (!out) return;
@@ -33,7 +37,9 @@ void _splitpath(const char* path, char* drive, char* dir, char* fname, char* ext
     CopyCut(ext, _MAX_EXT, dot, end);
 }
 
-int _chdir(const char* path) { return path && chdir(path) == 0 ? 0 : -1; }
+int _chdir(const char* path) {
+    return path && chdir(path) == 0 ? 0 : -1;
+}
 
 char* _getcwd(char* buffer, int maxLength) {
     if (!buffer || maxLength <= 0) return nullptr;
@@ -45,21 +51,18 @@ bool CopyFileA(const char* source, const char* target, bool failIfExists) {
     if (failIfExists && access(target, F_OK) == 0) return false;
     FILE* in = std::fopen(source, "rb");
     if (!in) return false;
-    FILE* out = std::fopen(target, "wb");
-    if (!out) {
-        std::fclose(in);
-        return false;
-    }
+    // A reader of the target sees the old copy or the new, never half of one.
+    ReplacingFile out(target);
+    bool good = out.Stream() != nullptr;
     char block[65536];
-    bool good = true;
     size_t got;
-    while ((got = std::fread(block, 1, sizeof block, in)) > 0)
-        if (std::fwrite(block, 1, got, out) != got) good = false;
-    good = !std::ferror(in) && good;
+    while (good && (got = std::fread(block, 1, sizeof block, in)) > 0)
+        good = std::fwrite(block, 1, got, out.Stream()) == got;
+    good = good && !std::ferror(in);
     std::fclose(in);
-    good = std::fclose(out) == 0 && good;
-    if (!good) std::remove(target);
-    return good;
+    return out.Commit(good);
 }
 
-bool DeleteFileA(const char* path) { return path && unlink(path) == 0; }
+bool DeleteFileA(const char* path) {
+    return path && unlink(path) == 0;
+}

@@ -42,6 +42,7 @@ int OpenFlags(uint32_t access, uint32_t disposition) {
     const bool reads = access & GENERIC_READ;
     const bool writes = access & GENERIC_WRITE;
     flags |= reads && writes ? O_RDWR : writes ? O_WRONLY : O_RDONLY;
+    if (writes) flags |= O_NOFOLLOW;  // nothing is written through a link planted at the name
     switch (disposition) {
         case CREATE_NEW:
             return flags | O_CREAT | O_EXCL;

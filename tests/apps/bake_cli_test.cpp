@@ -1,6 +1,8 @@
 // tenebrix-bake run as a child process on maps made by tenebrix-mkmap: what a good run writes.
 #include <gtest/gtest.h>
 #include <png.h>
+#include <spawn.h>
+#include <sys/wait.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -9,6 +11,8 @@
 
 #include "tests/apps/cli_run.h"
 #include "tests/support/temp_dir.h"
+
+extern char** environ;
 
 namespace fs = std::filesystem;
 
@@ -193,11 +197,34 @@ TEST_F(BakeCli, BakesTheBundledSampleMap) {
     fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
     fs::remove("sample/texture.dat");
     fs::remove("sample/test.lit");
-    ToolRun run = RunBake(
-        {"sample", "--config", "sample/resource.cfg", "--script", "noon", "--texture-size", "256"});
+    const std::vector<std::string> args = {
+        "sample", "--config", "sample/resource.cfg", "--script", "noon", "--texture-size", "2048"};
+    ToolRun run = RunBake(args);
     ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_EQ(FileSize("sample/texture.dat"), 256 * 256);
+    EXPECT_EQ(FileSize("sample/texture.dat"), 2048 * 2048);
     EXPECT_EQ(ReadWholeFile("sample/test.lit"), ReadWholeFile("sample/lit/noon.lit"));
+    EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+
+    // Two bakes of one output side by side, both started before either is waited for: both
+    // succeed, and the last one's whole file stands.
+    const std::string single = ReadWholeFile("sample/texture.dat");
+    std::vector<std::string> quiet = {TENEBRIX_BAKE};
+    quiet.insert(quiet.end(), args.begin(), args.end());
+    quiet.push_back("--quiet");  // a failure still says why, on the test's own output
+    std::vector<char*> argv;
+    for (std::string& arg : quiet) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    for (int round = 0; round < 8; ++round) {
+        pid_t bakes[2] = {};
+        for (pid_t& bake : bakes)
+            ASSERT_EQ(posix_spawn(&bake, TENEBRIX_BAKE, nullptr, nullptr, argv.data(), environ), 0);
+        for (pid_t bake : bakes) {
+            int status = -1;
+            waitpid(bake, &status, 0);
+            EXPECT_EQ(DecodeWaitStatus(status), 0) << "round " << round;
+        }
+        ASSERT_EQ(ReadWholeFile("sample/texture.dat"), single) << "round " << round;
+    }
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
 }
 

@@ -78,7 +78,7 @@ inline long long FileSize(const std::string& path) {
     return error ? -1 : (long long)size;
 }
 
-// Temporary files of interrupted or failed writes anywhere below root.
+// Temporary files of interrupted or failed writes anywhere below root (".<name>.<random>.partial").
 inline std::vector<std::string> PartialFiles(const std::string& root) {
     std::vector<std::string> found;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root))

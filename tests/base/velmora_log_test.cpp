@@ -43,12 +43,33 @@ TEST(VelmoraLog, FailedOpenCostsOnlyTheFileCopy) {
     VelmoraLog("B", "lost %s", "copy");
     EXPECT_EQ(capture.Pieces(), (Pieces{"LOG: (", "B", ") ", "lost copy", "\n"}));
 
-    // The next message opens anew with "w", so it empties what stands in the file.
+    // The next message makes the file afresh, so what stands in it goes.
     std::filesystem::remove("velmora.log");
     WriteWholeFile("velmora.log", "stale\n");
     VelmoraLog("C", "fresh\n");
     VelmoraLog("D", "next\n");
     EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (C) fresh\nLOG: (D) next\n");
+}
+
+// A link planted at the log's name, before the run or during it, is never written through: the
+// first message replaces it, one that meets it later is lost to the file alone.
+TEST(VelmoraLog, NeverWritesThroughALink) {
+    TempDir dir;
+    WriteWholeFile("victim", "precious");
+    std::filesystem::create_symlink(dir.File("victim"), "velmora.log");
+    VelmoraLogBeginRun();
+    VelmoraLog("A", "first\n");
+    EXPECT_FALSE(std::filesystem::is_symlink("velmora.log"));
+    EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (A) first\n");
+
+    std::filesystem::remove("velmora.log");
+    std::filesystem::create_symlink(dir.File("victim"), "velmora.log");
+    DebugCapture capture;
+    VelmoraLog("B", "dropped\n");
+    EXPECT_EQ(capture.Pieces(), (Pieces{"LOG: (", "B", ") ", "dropped\n", "\n"}));
+    VelmoraLog("C", "fresh\n");
+    EXPECT_EQ(ReadWholeFile("victim"), "precious");
+    EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (C) fresh\n");
 }
 
 TEST(VelmoraLogDeathTest, FatalShowsTheBoxAndAbortsWithoutLogging) {

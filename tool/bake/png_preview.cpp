@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "tool/bake/atomic_write.h"
+#include "platform/crt/replacing_file.h"
 
 // libpng reports errors by longjmp; keep everything that needs a destructor outside that frame.
 static bool WritePng(FILE* file, const std::vector<uint8_t>& pixels, int32_t width,

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "engine/texture/texture.h"
-#include "tool/bake/atomic_write.h"
+#include "platform/crt/replacing_file.h"
 
 bool WriteShadowMapFile(const CTexture* texture, int32_t width, int32_t height, const char* path) {
     std::vector<uint8_t> bytes(size_t(width) * size_t(height));

@@ -1,6 +1,7 @@
 // Output files replace what stood under their name only once they are whole: the bytes go to a
-// temporary name beside the target and are renamed into place, so a failed or interrupted write
-// never leaves a torn file where a good one stood.
+// temporary file of its own beside the target and are renamed into place, so a failed or
+// interrupted write never leaves a torn file where a good one stood, two writers of one file never
+// mix their bytes, and nothing is ever written through a symbolic link planted at either name.
 #pragma once
 
 #include <cstddef>
@@ -20,9 +21,13 @@ public:
 
 private:
     std::string target;
-    std::string temporary;
+    std::string temporary;  // empty where the target is a device written in place
     FILE* stream;
 };
 
 // The whole block under path; false if anything failed.
 bool WriteFileAtomically(const char* path, const void* data, size_t bytes);
+
+// fopen, except that a symbolic link at path is never opened: null (errno ELOOP) instead. For
+// files that grow in place, where a replacing file does not fit.
+FILE* OpenFileNoFollow(const char* path, const char* mode);

@@ -1,0 +1,97 @@
+#include "platform/crt/replacing_file.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<std::string> FolderListing(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    return names;
+}
+
+TEST(ReplacingFile, ReplacesAFileOnlyWithAWholeOne) {
+    TempDir dir;
+    WriteWholeFile(dir.File("out.dat"), "good");
+    ASSERT_TRUE(WriteFileAtomically("out.dat", "better", 6));
+    EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "better");
+    {
+        ReplacingFile file("out.dat");
+        ASSERT_NE(file.Stream(), nullptr);
+        std::fputs("torn", file.Stream());
+        EXPECT_FALSE(file.Commit(false));  // a failed write keeps the old file
+    }
+    {
+        ReplacingFile file("out.dat");
+        std::fputs("abandoned", file.Stream());  // destroyed without a commit
+    }
+    EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "better");
+    EXPECT_EQ(FolderListing(dir.Path()), std::vector<std::string>{"out.dat"});
+
+    // Failing cleanly where nothing can be written; a device is written in place.
+    EXPECT_FALSE(WriteFileAtomically("no-such-dir/out.dat", "x", 1));
+    fs::create_directory(dir.File("taken"));
+    EXPECT_FALSE(WriteFileAtomically("taken", "x", 1));  // a directory stands there
+    EXPECT_TRUE(fs::is_directory(dir.File("taken")));
+    ASSERT_TRUE(WriteFileAtomically("/dev/null", "x", 1));
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    // A name at the file system's limit still gets a temporary file of its own.
+    const std::string longest(255, 'n');
+    ASSERT_TRUE(WriteFileAtomically(longest.c_str(), "long", 4));
+    EXPECT_EQ(ReadWholeFile(dir.File(longest)), "long");
+}
+
+// Links planted at the temporary name of old and at the target: what they point to stays as it
+// was, and the target ends a plain file with the new bytes.
+TEST(ReplacingFile, NeverWritesThroughALink) {
+    struct Case {
+        bool atTemporary, atTarget, dangling;
+    };
+    for (const Case& c :
+         {Case{true, false, false}, Case{true, true, false}, Case{false, true, true}}) {
+        SCOPED_TRACE(std::to_string(c.atTemporary) + std::to_string(c.atTarget) +
+                     std::to_string(c.dangling));
+        TempDir dir;
+        const std::string victim = dir.File("victim");
+        if (!c.dangling) WriteWholeFile(victim, "precious");
+        if (c.atTemporary) fs::create_symlink(victim, dir.File("out.dat.partial"));
+        if (c.atTarget) fs::create_symlink(victim, dir.File("out.dat"));
+        ASSERT_TRUE(WriteFileAtomically("out.dat", "new", 3));
+        EXPECT_EQ(ReadWholeFile(victim), c.dangling ? "" : "precious");
+        EXPECT_EQ(fs::exists(victim), !c.dangling);
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(dir.File("out.dat"))));
+        EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "new");
+    }
+}
+
+// Two writers of one file: each round both succeed, the file is wholly one of theirs, and no
+// temporary file is left behind.
+TEST(ReplacingFile, RacingWritersEachReplaceTheWholeFile) {
+    TempDir dir;
+    const std::string contents[2] = {std::string(3 << 20, 'a'), std::string(3 << 20, 'b')};
+    for (int round = 0; round < 20; ++round) {
+        bool written[2] = {};
+        std::thread writers[2];
+        for (int w = 0; w < 2; ++w)
+            writers[w] = std::thread([&, w] {
+                written[w] = WriteFileAtomically("out.dat", contents[w].data(), contents[w].size());
+            });
+        for (std::thread& writer : writers) writer.join();
+        ASSERT_TRUE(written[0] && written[1]) << "round " << round;
+        const std::string result = ReadWholeFile(dir.File("out.dat"));
+        ASSERT_TRUE(result == contents[0] || result == contents[1]) << "round " << round;
+    }
+    EXPECT_EQ(FolderListing(dir.Path()), std::vector<std::string>{"out.dat"});
+}
+
+}  // namespace
