@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "tests/support/report_capture.h"
 #include "tests/support/temp_dir.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/shadow_settings.h"
@@ -185,24 +186,59 @@ TEST_F(ShadowScriptTest, UnconvertedValueIsReadAsTheNextWord) {
     EXPECT_EQ(7, ShadowSettings.Ambient);
 }
 
-TEST_F(ShadowScriptTest, OverlongWordsAreCutAndSkippedWhole) {
+TEST_F(ShadowScriptTest, OverlongWordsAreSkippedWholeWithAWarning) {
+    ReportCapture reports;
+    const std::string prefix = "Script " + dir.File("script.ssf") + ": the word ";
     // A key at the tail of an overlong word is part of that word, not a word of its own.
     EXPECT_TRUE(
-        Parse(std::string(199, 'x') + "AMBIENT 64\n" + std::string(199, 'y') + "HEIGHTDATA"));
+        Parse(std::string(193, 'x') + "AMBIENT 64\n" + std::string(199, 'y') + "HEIGHTDATA"));
     EXPECT_EQ(128, ShadowSettings.Ambient);
     EXPECT_EQ(0, ShadowSettings.WriteHeightData);
+    EXPECT_EQ(2, reports.warnings);
+    EXPECT_EQ(prefix + std::string(40, 'y') + "... is longer than 199 characters; skipped\n",
+              reports.lastWarning);
     // A word of exactly the buffer's length leaves the next word alone.
     EXPECT_TRUE(Parse(std::string(199, 'z') + " AMBIENT 65"));
     EXPECT_EQ(65, ShadowSettings.Ambient);
+    EXPECT_EQ(2, reports.warnings);
+    // A NUL byte ends the text early: what the buffer holds is not the word.
+    ExpectNoChangeFrom({std::string("AMBIENT\0x 9", 11), std::string("HEIGHTDATA\0", 11)});
+}
 
-    EXPECT_TRUE(
-        Parse("SCRIPT " + std::string(259, 'a') + std::string(34, 'b') + "AMBIENT 66 HEIGHTDATA"));
-    EXPECT_EQ(std::string(259, 'a'), ShadowSettings.LitFile);
-    EXPECT_EQ(65, ShadowSettings.Ambient);
-    EXPECT_EQ(1, ShadowSettings.WriteHeightData);
-    EXPECT_TRUE(Parse("SCRIPT " + std::string(259, 'c') + " AMBIENT 67"));
-    EXPECT_EQ(std::string(259, 'c'), ShadowSettings.LitFile);
-    EXPECT_EQ(67, ShadowSettings.Ambient);
+TEST_F(ShadowScriptTest, ScriptNamesOnlyAPlainFileInTheLitFolder) {
+    // The run copies LIT/<name> beside the map: a name that climbs or is cut would copy some other
+    // file. The name is consumed either way, so the reader stays in step.
+    const std::string refused[] = {"../../../../etc/passwd",
+                                   "/etc/passwd",
+                                   "lights/noon.lit",
+                                   "..\\up.lit",
+                                   "noon.lit/",
+                                   "..",
+                                   ".",
+                                   std::string("\0", 1),
+                                   std::string("noon.lit\0/../x", 14),
+                                   std::string(260, 'c')};
+    for (const std::string& name : refused) {
+        SCOPED_TRACE(name);
+        ReportCapture reports;
+        ShadowSettingsRecord expected = Seed();
+        EXPECT_TRUE(Parse("SCRIPT " + name + " AMBIENT 5"));
+        expected.Ambient = 5;
+        ExpectSameSettings(expected);
+        ASSERT_EQ(1, reports.warnings);
+        EXPECT_EQ(0u,
+                  reports.lastWarning.find("Script " + dir.File("script.ssf") + ": SCRIPT " +
+                                           name.substr(0, std::min<size_t>(name.find('\0'), 40))));
+        EXPECT_NE(std::string::npos,
+                  reports.lastWarning.find("; the light description stays kept.lit\n"));
+    }
+    for (const std::string& name : {std::string("noon.lit"), std::string("..lit"),
+                                    std::string("..."), std::string(259, 'c')}) {
+        ReportCapture reports;
+        EXPECT_TRUE(Parse("SCRIPT " + name));
+        EXPECT_EQ(name, ShadowSettings.LitFile);
+        EXPECT_EQ(0, reports.warnings) << name;
+    }
 }
 
 TEST_F(ShadowScriptTest, GarbageNeverCrashesOrStalls) {

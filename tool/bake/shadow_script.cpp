@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/diagnostics.h"
 #include "base/memory.h"
 #include "platform/crt/file_status.h"
 #include "platform/crt/strings.h"
@@ -12,6 +13,8 @@
 #include "tool/bake/word_reader.h"
 
 static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word fills LitFile");
+
+enum { ScriptWordSize = 200 };
 
 // Values are read one at a time so that a value that does not convert can be put back whole:
 // fscanf may already have eaten part of it (a lone "-" or "."), and losing that would put the
@@ -42,12 +45,37 @@ static uint32_t PackColour(const int rgb[3]) {
            static_cast<uint32_t>(rgb[2]);
 }
 
+// Why a SCRIPT word can't name the light description, or null. The run joins it to the LIT
+// folder and copies that file beside the map, so anything but a plain name there would let a
+// script copy out any file the user can read; a cut name would copy some other file.
+static const char* LitNameFault(const char* name, size_t length, size_t size) {
+    if (length >= size) return "is longer than 259 characters";
+    if (std::strlen(name) != length) return "holds a NUL byte";
+    if (std::strpbrk(name, "/\\")) return "holds a path separator";
+    if (!*name || std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
+        return "names no file";
+    return nullptr;
+}
+
+static void SetLitFile(FILE* file, const char* path) {
+    char name[sizeof ShadowSettings.LitFile];
+    size_t length = 0;
+    if (!ReadWord(file, name, sizeof name, nullptr, &length)) return;
+    if (const char* fault = LitNameFault(name, length, sizeof name)) {
+        const bool cut = length >= sizeof name;
+        CorvaneWarning("Script %s: SCRIPT %.*s%s %s; the light description stays %s\n", path,
+                       cut ? 40 : int(sizeof name), name, cut ? "..." : "", fault,
+                       ShadowSettings.LitFile);
+        return;
+    }
+    std::memcpy(ShadowSettings.LitFile, name, length + 1);
+}
+
 // Compares the word with the keys in their fixed order and applies the first that matches.
 // FAST is recognised and, like FULLSCREEN, does nothing. False for a word that is no key.
-static bool ApplyWord(FILE* file, const char* word) {
+static bool ApplyWord(FILE* file, const char* word, const char* path) {
     float light[3];
     int ints[3];
-    char script[260];
     if (_stricmp(word, "LIGHT") == 0) {
         if (ReadValues(file, light, 3)) ShadowSettings.Light = {light[0], light[1], light[2]};
     } else if (_stricmp(word, "SHADOW_COLOUR") == 0) {
@@ -61,9 +89,7 @@ static bool ApplyWord(FILE* file, const char* word) {
     } else if (_stricmp(word, "MAPSIZE") == 0) {
         ReadValues(file, ints, 2);  // consumed only: the map file gives the size
     } else if (_stricmp(word, "SCRIPT") == 0) {
-        if (ReadWord(file, script, sizeof script)) {
-            std::memcpy(ShadowSettings.LitFile, script, std::strlen(script) + 1);
-        }
+        SetLitFile(file, path);
     } else if (_stricmp(word, "OVERSAMPLE") == 0) {
         if (ReadValues(file, ints, 1)) {
             int n = ints[0];
@@ -106,10 +132,18 @@ bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
         LogFailedOpen(path);
         return false;
     }
-    char word[200];
+    char word[ScriptWordSize];
+    size_t length = 0;
     for (;;) {
-        if (ReadWord(file, word, sizeof word))
-            ++(ApplyWord(file, word) ? counts.keys : counts.otherWords);
+        if (ReadWord(file, word, sizeof word, nullptr, &length)) {
+            // A cut word or one with a NUL byte is no key, whatever text the buffer kept.
+            if (length >= sizeof word)
+                CorvaneWarning(
+                    "Script %s: the word %.40s... is longer than %d characters; skipped\n", path,
+                    word, ScriptWordSize - 1);
+            bool key = length == std::strlen(word) && ApplyWord(file, word, path);
+            ++(key ? counts.keys : counts.otherWords);
+        }
         (void)std::fscanf(file, " ");
         // A read error never sets the end-of-file flag.
         if (std::feof(file) || std::ferror(file)) break;
