@@ -74,8 +74,8 @@ TEST(MapChunks, SizeComesFromTheLastSizeChunkBeforeTheEndMark) {
         // A size chunk longer than its two values is skipped by its whole length.
         {"long size", Block().U32(MapChunkSize).U32(12).U32(5).U32(6).U32(MapChunkEnd).End().bytes,
          5, 6},
-        // Values are taken as they stand, signed; bounding them is the pass's business.
-        {"signed", Block().Size(-1, 1000).End().bytes, -1, 1000},
+        // Above the pass's 256 is the pass's business.
+        {"large", Block().Size(1, 1000).End().bytes, 1, 1000},
     };
     for (const Case& c : cases) {
         Walk walk = Read(c.bytes);
@@ -101,6 +101,11 @@ TEST(MapChunks, BlocksThatAreNoMapAreRefusedWithoutReadingPastTheirEnd) {
         {"size values cut", Block().U32(MapChunkSize).U32(8).U32(8).Raw({8, 0}).bytes},
         {"size chunk of 4", Block().U32(MapChunkSize).U32(4).U32(8).End().bytes},
         {"size chunk of 0", Block().U32(MapChunkSize).U32(0).End().bytes},
+        {"no cells across", Block().Size(0, 8).End().bytes},
+        {"no cells down", Block().Size(8, 0).End().bytes},
+        {"negative", Block().Size(-1, 1000).End().bytes},
+        {"most negative", Block().Size(8, INT32_MIN).End().bytes},
+        {"empty size before a good one", Block().Size(0, 0).Size(8, 8).End().bytes},
         {"no end mark", Block().Size(8, 8).bytes},
         {"no end mark after other", Block().Size(8, 8).Chunk(0x33, {1, 2}).bytes},
         {"stray bytes at the end", Block().Size(8, 8).Raw({0, 0, 0}).bytes},
@@ -120,4 +125,6 @@ TEST(MapChunks, BlocksThatAreNoMapAreRefusedWithoutReadingPastTheirEnd) {
                  "the user data does not begin with the map size chunk 0xA0000002");
     EXPECT_STREQ(Read(Block().Size(8, 8).bytes).error,
                  "the user data ends without the end chunk 0xA0000000");
+    EXPECT_STREQ(Read(Block().Size(8, -8).End().bytes).error,
+                 "the map size chunk gives 0 or fewer cells along a side");
 }

@@ -1,5 +1,7 @@
 #include "tool/maps/map_chunks.h"
 
+#include "base/diagnostics.h"
+
 static uint32_t ReadU32(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
 }
@@ -36,6 +38,11 @@ bool ReadMapChunks(const uint8_t* data, size_t bytes, MapSize& size, const char*
             }
             size.cellsX = int32_t(ReadU32(data + at));
             size.cellsY = int32_t(ReadU32(data + at + 4));
+            // A map without cells would bake an empty shadow map and pass for a success.
+            if (size.cellsX <= 0 || size.cellsY <= 0) {
+                error = "the map size chunk gives 0 or fewer cells along a side";
+                return false;
+            }
         }
         at += length;
     }
@@ -46,6 +53,7 @@ static void PutU32(std::vector<uint8_t>& out, uint32_t value) {
 }
 
 std::vector<uint8_t> MakeMapChunks(int32_t cellsX, int32_t cellsY) {
+    ASSERT(cellsX > 0 && cellsY > 0);  // the reader refuses such a map; its writer is at fault
     std::vector<uint8_t> bytes;
     PutU32(bytes, MapChunkSize);
     PutU32(bytes, 8);

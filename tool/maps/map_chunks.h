@@ -17,9 +17,9 @@ struct MapSize {
 
 // Walks the chunks within the block's bounds. On success the size of the last size chunk before
 // the end mark is in size. On failure the reason goes to error (a static text) and false comes
-// back: a block that does not begin with a size chunk, a chunk that runs past the block, no end
-// mark.
+// back: a block that does not begin with a size chunk, a chunk that runs past the block, a size
+// chunk of 0 or fewer cells along either side, no end mark.
 bool ReadMapChunks(const uint8_t* data, size_t bytes, MapSize& size, const char*& error);
 
-// The user data of a map file: its size chunk and the end mark.
+// The user data of a map file: its size chunk and the end mark. Both sides must be above 0.
 std::vector<uint8_t> MakeMapChunks(int32_t cellsX, int32_t cellsY);
