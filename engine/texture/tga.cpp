@@ -145,9 +145,13 @@ const char* ReadTga(const uint8_t* data, size_t size, TgaImage& image) {
     size_t bpp = size_t(GetTextureBPP(format));
     size_t bytes = count * bpp;
     // A short file must not cost the block of the size its header claims. A packet covers at
-    // most 128 pixels and takes at least a byte and a pixel.
-    size_t least = type == 10 ? (count + 127) / 128 * (1 + bpp) : bytes;
-    if (valid && size - TgaHeaderSize < least) return "pixel data past the end of the file";
+    // most 128 pixels and takes at least a byte and a pixel. A type or depth that is never decoded
+    // is held to the least that any TGA stores: a two-byte packet for every 128 pixels.
+    size_t packets = (count + 127) / 128;
+    size_t least = !valid ? packets * 2 : type == 10 ? packets * (1 + bpp) : bytes;
+    if (size - TgaHeaderSize < least)
+        return valid ? "pixel data past the end of the file"
+                     : "unknown type or depth with more pixels than the file can hold";
     uint8_t* block = static_cast<uint8_t*>(MALLOC(bytes));
     if (!block) return "no memory for the pixels";
     std::memset(block, 0, bytes);

@@ -312,6 +312,10 @@ TEST_F(Tga, UnknownTypeOrDepthKeepsTheFileSizeWithTestValues) {
         for (int i = 0; i < 6; ++i)
             EXPECT_EQ(texture->pixels[i * 2] | texture->pixels[i * 2 + 1] << 8, i * 73) << i;
     }
+    // Never decoded, yet held to the least any TGA stores: two bytes for every 128 pixels.
+    Bytes header = Header(11, 128, 33, 8, 0);
+    EXPECT_EQ(Load(Join(header, Bytes(66, 0)))->height, 33);
+    EXPECT_TRUE(IsTestPattern(Load(Join(header, Bytes(65, 0)))));
 }
 
 TEST_F(Tga, EveryCutOfAFileIsRefusedWithoutReadingPastIt) {
@@ -365,6 +369,8 @@ TEST_F(Tga, AbsurdSizesAreRefused) {
         {2, 16384, 16384, 16, "image above 256 MiB"},
         {2, 16384, 4096, 32, "pixel data past the end of the file"},
         {10, 16384, 4096, 32, "pixel data past the end of the file"},
+        {0, 8192, 8192, 32, "unknown type or depth with more pixels than the file can hold"},
+        {2, 8192, 8192, 8, "unknown type or depth with more pixels than the file can hold"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.width << " x " << c.height);
