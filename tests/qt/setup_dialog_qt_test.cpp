@@ -192,7 +192,8 @@ TEST_F(SetupDialogQtTest, CloseBoxEscapeAndExitEndTheMainLoop) {
         Open();
         QWidget* dialog = window;
         bool gaveUp = false;
-        QTimer::singleShot(20, window, [dialog, act] { act(dialog); });
+        // A copy by name: clang before 16 can't capture a structured binding.
+        QTimer::singleShot(20, window, [dialog, act = act] { act(dialog); });
         QTimer::singleShot(10000, window, [&gaveUp] {  // so a failure can't hang the run
             gaveUp = true;
             PostQuitMessage(0);
