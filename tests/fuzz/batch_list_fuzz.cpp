@@ -1,0 +1,21 @@
+// Fuzz target: any bytes as a batch list must read without a crash, every job kept must hold
+// terminated words, the count returned must be the jobs in the list, and all must free again.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/fuzz/fuzz_file.h"
+#include "tool/run/batch_file.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    std::string path = WriteFuzzInput("batch", data, size);
+    int count = OpenBatchFile(path.c_str());
+    size_t length = 0;
+    for (const BatchJob* job = JobList; job; job = job->Next, --count)
+        length += std::strlen(job->Map) + std::strlen(job->SaveAs) + std::strlen(job->Script);
+    if (count != 0 || length > size) std::abort();
+    FreeJobList();
+    std::remove(path.c_str());
+    return 0;
+}
