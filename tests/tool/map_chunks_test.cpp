@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "tests/support/report_capture.h"
 #include "tool/maps/map_chunks.h"
 
 namespace {
@@ -127,4 +128,11 @@ TEST(MapChunks, BlocksThatAreNoMapAreRefusedWithoutReadingPastTheirEnd) {
                  "the user data ends without the end chunk 0xA0000000");
     EXPECT_STREQ(Read(Block().Size(8, -8).End().bytes).error,
                  "the map size chunk gives 0 or fewer cells along a side");
+    // No writer makes such a map: a call that asks for one is the program's own fault.
+    ReportCapture reports;
+    MakeMapChunks(0, 8);
+    MakeMapChunks(8, 0);
+    EXPECT_EQ(reports.Take().size(), 2u);
+    MakeMapChunks(1, 1);
+    EXPECT_TRUE(reports.Take().empty());
 }
