@@ -28,8 +28,7 @@ bool TrapFatalReport(const char* tag, const char* text) {
     if (!trap) return false;
     if (!trap->sprung) {
         // One line: the reason stands inside the run's "MAP REFUSED" line.
-        std::snprintf(trap->reason, sizeof trap->reason, "%s: %s", tag && *tag ? tag : "fatal",
-                      text ? text : "");
+        std::snprintf(trap->reason, sizeof trap->reason, "%s: %s", tag, text);
         for (char* c = trap->reason; *c; ++c)
             if (*c == '\n' || *c == '\r') *c = ' ';
         size_t length = std::strlen(trap->reason);

@@ -21,6 +21,6 @@ private:
     char reason[400];
 };
 
-// Keeps the report in the innermost open trap and returns true; false where no trap is open, and
+// Keeps the report (tag and text, both given) in the innermost open trap and returns true; false where no trap is open, and
 // the caller then ends the program.
 bool TrapFatalReport(const char* tag, const char* text);

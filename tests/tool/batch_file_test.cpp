@@ -67,9 +67,11 @@ TEST_F(BatchFileTest, JobsWithNamesThatCannotBeTakenAsTheyStandAreRefused) {
         {longest, "sub/./out.dat", ""},
         {"m", "a/../out.dat", ""},
         {overlong, "out.dat", "jobs.bat line 2: the map mmmm"},
+        {overlong, "out.dat", "mmm... is longer than 259 characters"},
         {"m", overlong, "jobs.bat line 2: the output name mmmm"},
         {"m", "../../escaped.dat", "jobs.bat line 2: the output name ../../escaped.dat climbs out"},
         {"m", "a/../../x.dat", "climbs out of the map's folder"},
+        {"m", "./../x.dat", "climbs out of the map's folder"},
         {"m", "sub\\..\\..\\x.dat", "climbs out of the map's folder"},
         {"m", "/tmp/x.dat", "jobs.bat line 2: the output name /tmp/x.dat is absolute"},
         {"m", "C:x.dat", "is absolute"},
@@ -92,8 +94,12 @@ TEST_F(BatchFileTest, JobsWithNamesThatCannotBeTakenAsTheyStandAreRefused) {
         }
     }
     // Buffers smaller than the run's refuse rather than cut.
-    WriteWholeFile(dir.File("jobs.bat"), "maps/a.vbf out.dat ambient.ssf");
+    WriteWholeFile(dir.File("jobs.bat"),
+                   "mm/a.vbf out.dat ambient.ssf m/a.vbf out.dat ambient.ssf");
     OpenBatchFile("jobs.bat");
     char map[8], output[260];
-    EXPECT_FALSE(TakeNextJob(map, sizeof map, output, sizeof output).refusal.empty());
+    EXPECT_EQ(TakeNextJob(map, sizeof map, output, sizeof output).refusal, "");
+    EXPECT_STREQ(map, "m/a.vbf");
+    EXPECT_EQ(TakeNextJob(map, sizeof map, output, sizeof output).refusal,
+              "the job's names are too long for the run");
 }

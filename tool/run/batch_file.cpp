@@ -114,14 +114,10 @@ TakenJob TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t out
     BatchJob* job = JobList;
     ASSERT(job);  // the bake run takes a job only while some are left
     if (!job) return {true, "no job is left"};
-    char line[BatchWordSize + 16];
     LogMessage("********************************************");
-    std::snprintf(line, sizeof line, "MAP: %s", job->Map);
-    LogMessage(line);
-    std::snprintf(line, sizeof line, "SAVE AS: %s", job->SaveAs);
-    LogMessage(line);
-    std::snprintf(line, sizeof line, "SCRIPT: %s", job->Script);
-    LogMessage(line);
+    LogMessage((std::string("MAP: ") + job->Map).c_str());
+    LogMessage((std::string("SAVE AS: ") + job->SaveAs).c_str());
+    LogMessage((std::string("SCRIPT: ") + job->Script).c_str());
     TakenJob taken = {job->Next == nullptr, job->Refusal ? job->Refusal : ""};
     bool fits =
         CopyInto(mapPath, mapSize, job->Map) && CopyInto(outputName, outputSize, job->SaveAs);
