@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -39,12 +40,15 @@ TEST(ReplacingFile, ReplacesAFileOnlyWithAWholeOne) {
     EXPECT_EQ(FolderListing(dir.Path()), std::vector<std::string>{"out.dat"});
 
     // Failing cleanly where nothing can be written; a device is written in place.
-    EXPECT_FALSE(WriteFileAtomically("no-such-dir/out.dat", "x", 1));
+    ReplacingFile nowhere("no-such-dir/out.dat");
+    EXPECT_EQ(nowhere.Stream(), nullptr);
+    EXPECT_FALSE(nowhere.Commit(true));
     fs::create_directory(dir.File("taken"));
     EXPECT_FALSE(WriteFileAtomically("taken", "x", 1));  // a directory stands there
     EXPECT_TRUE(fs::is_directory(dir.File("taken")));
     ASSERT_TRUE(WriteFileAtomically("/dev/null", "x", 1));
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    EXPECT_FALSE(WriteFileAtomically("/dev/full", "x", 1));  // a device's failure still counts
     // A name at the file system's limit still gets a temporary file of its own.
     const std::string longest(255, 'n');
     ASSERT_TRUE(WriteFileAtomically(longest.c_str(), "long", 4));
@@ -71,6 +75,33 @@ TEST(ReplacingFile, NeverWritesThroughALink) {
         EXPECT_EQ(fs::exists(victim), !c.dangling);
         EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(dir.File("out.dat"))));
         EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "new");
+    }
+}
+
+TEST(OpenFileNoFollow, OpensAsFopenDoesButNeverThroughALink) {
+    TempDir dir;
+    fs::create_symlink(dir.File("victim"), dir.File("link"));
+    struct Case {
+        const char *mode, *after;  // the file held "old" before
+    };
+    for (const Case& c : {Case{"wb", "new"}, Case{"ab", "oldnew"}, Case{"w+", "new"},
+                          Case{"a+", "oldnew"}, Case{"r+", "new"}}) {
+        SCOPED_TRACE(c.mode);
+        WriteWholeFile(dir.File("victim"), "old");
+        EXPECT_EQ(OpenFileNoFollow("link", c.mode), nullptr);
+        EXPECT_EQ(ReadWholeFile(dir.File("victim")), "old");
+        WriteWholeFile(dir.File("plain"), "old");
+        FILE* file = OpenFileNoFollow("plain", c.mode);
+        ASSERT_NE(file, nullptr);
+        std::fputs("new", file);
+        if (c.mode[1] == '+') {  // reads back what the file holds now
+            std::rewind(file);
+            char back[8] = {};
+            EXPECT_EQ(std::fread(back, 1, sizeof back - 1, file), std::strlen(c.after));
+            EXPECT_STREQ(back, c.after);
+        }
+        std::fclose(file);
+        EXPECT_EQ(ReadWholeFile(dir.File("plain")), c.after);
     }
 }
 
