@@ -226,9 +226,11 @@ TEST_F(ShadowScriptTest, ScriptNamesOnlyAPlainFileInTheLitFolder) {
         expected.Ambient = 5;
         ExpectSameSettings(expected);
         ASSERT_EQ(1, reports.warnings);
-        EXPECT_EQ(0u,
-                  reports.lastWarning.find("Script " + dir.File("script.ssf") + ": SCRIPT " +
-                                           name.substr(0, std::min<size_t>(name.find('\0'), 40))));
+        // A long name shows by its start, and a NUL ends what can be shown.
+        const std::string shown =
+            name.size() >= 260 ? name.substr(0, 40) + "..." : name.substr(0, name.find('\0'));
+        EXPECT_EQ(0u, reports.lastWarning.find("Script " + dir.File("script.ssf") + ": SCRIPT " +
+                                               shown + " "));
         EXPECT_NE(std::string::npos,
                   reports.lastWarning.find("; the light description stays kept.lit\n"));
     }
