@@ -124,6 +124,7 @@ private:
     size_t faceTextureCount = 0, faceTextureCapacity = 0;
     CMesh** meshes = nullptr;
     size_t meshCount = 0, meshCapacity = 0;
+    uint64_t framesClaimed = 0;  // frame table entries of the animations read so far
 };
 
 bool Reader::Fail(const char* format, ...) {
@@ -363,6 +364,12 @@ bool Reader::ReadVertexAnimation(CMesh* mesh, int32_t storedVertices) {
     if (keyCount < 2) return cursor.Skip(uint64_t(keyCount) * 4);  // the mesh stays static
     if (frameCount == 0 || frameCount > VBFMaxFrames)
         return Fail("the vertex animation of \"%s\" has %u frames", name, frameCount);
+    // Frame tables are not stored in the file, so their sum is held to one table's limit: a
+    // small file must not claim gigabytes through many animated objects.
+    framesClaimed += frameCount;
+    if (framesClaimed > VBFMaxFrames)
+        return Fail("the vertex animations up to \"%s\" come to %llu frames, more than %u", name,
+                    (unsigned long long)framesClaimed, unsigned(VBFMaxFrames));
 
     VertexAnimation* animation = static_cast<VertexAnimation*>(MALLOC(sizeof(VertexAnimation)));
     std::memset(animation, 0, sizeof *animation);

@@ -83,6 +83,15 @@ std::vector<Damage> Cases() {
          Plain().Object(2, VA, 0, 0, "z").Vertices(2).U32({0, 0, 2, 0, 1}).End()},
         {"\"w\" has 2097152 frames",
          Plain().Object(2, VA, 0, 0, "w").Vertices(2).U32({1u << 21, 0, 2, 0, 1}).End()},
+        {"the vertex animations up to \"y\" come to 1048577 frames, more than 1048576",
+         Plain()
+             .Object(2, VA, 0, 0, "x")
+             .Vertices(2)
+             .U32({1u << 19, 0, 2, 0, 1})
+             .Object(2, VA, 0, 0, "y")
+             .Vertices(2)
+             .U32({(1u << 19) + 1, 0, 2, 0, 1})
+             .End()},
         {"\"p\" has 536870912 records", Bytes(packed).U32({0, 1u << 29}).End()},
         {"\"p\" has 3 records, too few for 2 key frames of 2 vertices",
          Bytes(packed).U32({0, 3}).Raw(std::string(24, '\0')).End()},

@@ -151,7 +151,7 @@ TEST_F(BakeRun, LightDescriptionIsCopiedFromTheLitFolder) {
     EXPECT_EQ(Read("maps/test.lit"), "dusk");
 
     // The old description goes first, so one that can't be copied leaves none.
-    for (const char* lit : {"", "missing.lit"}) {
+    for (const char* lit : {"", "missing.lit", "../lights/noon.lit"}) {
         WriteWholeFile(dir.File("maps/test.lit"), "older");
         std::snprintf(ShadowSettings.LitFile, sizeof ShadowSettings.LitFile, "%s", lit);
         EXPECT_EQ(Run("maps/test.vbf").baked, 1);

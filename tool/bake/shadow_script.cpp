@@ -65,7 +65,7 @@ static void SetLitFile(FILE* file, const char* path) {
         const bool cut = length >= sizeof name;
         CorvaneWarning("Script %s: SCRIPT %.*s%s %s; the light description stays %s\n", path,
                        cut ? 40 : int(sizeof name), name, cut ? "..." : "", fault,
-                       ShadowSettings.LitFile);
+                       *ShadowSettings.LitFile ? ShadowSettings.LitFile : "unset");
         return;
     }
     std::memcpy(ShadowSettings.LitFile, name, length + 1);

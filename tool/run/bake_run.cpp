@@ -208,14 +208,17 @@ BakeRunResult RunBakeMaps(char* mapPath) {
 static void CopyLightDescription(const char* mapPath) {
     const char* lit = Resources ? Resources->GetResourcePath("LIT") : nullptr;
     if (!lit) return;  // never a path made from nothing
-    std::string source = std::string(StartDirectory) + "/" + lit + "/" + ShadowSettings.LitFile;
+    const char* name = ShadowSettings.LitFile;
     char drive[_MAX_DRIVE], dir[_MAX_DIR];
     _splitpath(mapPath, drive, dir, nullptr, nullptr);
     std::string target = std::string(drive) + dir + "test.lit";
     if (target[0] != '/')
         target = std::string(StartDirectory) + "/" + target;  // maps are relative to the start
     DeleteFileA(target.c_str());
-    CopyFileA(source.c_str(), target.c_str(), false);
+    // Only a file of the LIT folder: no name, or one that could lead out of it, copies nothing.
+    if (!*name || std::strpbrk(name, "/\\") || std::strcmp(name, "..") == 0) return;
+    CopyFileA((std::string(StartDirectory) + "/" + lit + "/" + name).c_str(), target.c_str(),
+              false);
 }
 
 BakeRunResult BakeMap(char* mapPath, uint8_t showViewer) {
