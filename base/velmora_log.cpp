@@ -53,14 +53,18 @@ __attribute__((format(printf, 2, 0))) static void FormatFatal(char (&message)[Ve
     if (std::vsnprintf(message, sizeof message, format, args) < 0) message[0] = '\0';
 }
 
+[[noreturn]] static void ShowAndAbort(const char* tag, const char* message) {
+    MessageBoxA(nullptr, message, tag, MB_OK);
+    std::abort();
+}
+
 void VelmoraFatal(const char* tag, const char* format, ...) {
     char message[VelmoraMessageSize];
     va_list args;
     va_start(args, format);
     FormatFatal(message, format, args);
     va_end(args);
-    MessageBoxA(nullptr, message, tag, MB_OK);
-    std::abort();
+    ShowAndAbort(tag, message);
 }
 
 void VelmoraDataFatal(const char* tag, const char* format, ...) {
@@ -69,7 +73,5 @@ void VelmoraDataFatal(const char* tag, const char* format, ...) {
     va_start(args, format);
     FormatFatal(message, format, args);
     va_end(args);
-    if (TrapFatalReport(tag, message)) return;
-    MessageBoxA(nullptr, message, tag, MB_OK);
-    std::abort();
+    if (!TrapFatalReport(tag, message)) ShowAndAbort(tag, message);
 }
