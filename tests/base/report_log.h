@@ -1,6 +1,5 @@
 // Every warning, alert, error and trace reported while it lives, in order, as "W: text",
-// "A: text", "E<code>: text" and "T: text". The handlers return, so a test watches misuse go
-// on; the old handlers come back at the end.
+// "A: text", "E<code>: text" and "T: text". The handlers return, so a test watches misuse go on.
 #pragma once
 
 #include <string>
@@ -8,6 +7,8 @@
 #include <vector>
 
 #include "base/diagnostics.h"
+
+using Texts = std::vector<std::string>;
 
 class ReportLog {
 public:
@@ -24,19 +25,10 @@ public:
         CorvaneSetAlertHandler(oldAlert);
         CorvaneSetTraceHandler(oldTrace);
         CorvaneSetErrorHandler(oldError);
-        active = nullptr;
     }
-    ReportLog(const ReportLog&) = delete;
-    ReportLog& operator=(const ReportLog&) = delete;
+    Texts Take() { return std::exchange(texts, {}); }
 
-    bool Has(const std::string& part) const {
-        for (const std::string& text : texts)
-            if (text.find(part) != std::string::npos) return true;
-        return false;
-    }
-    std::vector<std::string> Take() { return std::exchange(texts, {}); }
-
-    std::vector<std::string> texts;
+    Texts texts;
 
 private:
     static void Add(const std::string& slot, const char* text) {
@@ -46,5 +38,3 @@ private:
     CorvaneTextHandler oldWarning, oldAlert, oldTrace;
     CorvaneErrorHandler oldError;
 };
-
-using Texts = std::vector<std::string>;

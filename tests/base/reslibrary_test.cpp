@@ -2,18 +2,63 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/compression/method.h"
 #include "base/file.h"
 #include "base/memory.h"
+#include "base/reslibrary_header.h"
+#include "base/resmanager.h"
 #include "platform/debug/debug_output.h"
-#include "tests/base/reslibrary_fixture.h"
+#include "tests/base/report_log.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
+
+namespace fs = std::filesystem;
+
+struct HandEntry {
+    std::string name;
+    int32_t time;
+    std::string bytes;  // as stored
+    uint32_t method = CompressionRaw;
+    uint32_t size = 0;  // 0: the stored bytes' length
+};
+
+// Writes root%04u.RFH/.RFD with the entries one behind the other.
+void WriteVolume(const std::string& root, uint32_t volume, const std::vector<HandEntry>& entries) {
+    std::string header, data;
+    for (const HandEntry& e : entries) {
+        const uint32_t stored = uint32_t(e.bytes.size());
+        const ResourceRecord record{0,
+                                    e.time,
+                                    e.method,
+                                    stored,
+                                    e.size ? e.size : stored,
+                                    nullptr,
+                                    0,
+                                    uint32_t(data.size())};
+        uint8_t bytes[1024];
+        header.append(reinterpret_cast<char*>(bytes),
+                      WriteResourceHeaderRecord(record, e.name.c_str(), bytes, sizeof bytes));
+        data += e.bytes;
+    }
+    const std::string stem = root + std::string(3, '0') + std::to_string(volume);
+    WriteWholeFile(stem + ".RFH", header);
+    WriteWholeFile(stem + ".RFD", data);
+}
+
+void WriteLoose(const std::string& path, const std::string& bytes, int32_t seconds) {
+    fs::create_directories(fs::path(path).parent_path());
+    WriteWholeFile(path, bytes);
+    fs::last_write_time(path, std::chrono::file_clock::from_sys(
+                                  std::chrono::sys_seconds(std::chrono::seconds(seconds))));
+}
 
 std::string Extracted(ResourceLibrary& library, const char* name) {
     uint32_t size = 0;
@@ -38,63 +83,59 @@ std::string RandomBytes(size_t count, uint32_t seed) {
     return bytes;
 }
 
-// Writes lib/<name> and adds it to the library with method.
-bool AddLoose(ResourceLibrary& library, const std::string& name, const std::string& bytes,
-              uint32_t method, int32_t time = 1000000) {
-    std::filesystem::create_directories(std::filesystem::path("lib/" + name).parent_path());
-    WriteWholeFile("lib/" + name, bytes);
-    SetFileTime("lib/" + name, time);
-    return library.AddFile(("lib/" + name).c_str(), method, 9);
-}
-
-TEST(ResourceLibrary, AddedEntriesReadBackByEveryRoad) {
+TEST(ResourceLibrary, EntriesOfEveryMethodComeBackByEveryRoad) {
     TempDir dir;
-    const std::string tga = SampleFile("data/sample/textures/grass.tga");
-    const std::string vbf = SampleFile("data/sample/test.vbf");
-    ASSERT_FALSE(tga.empty() || vbf.empty());
     std::string text;
     for (int i = 0; i < 300; ++i) text += "line " + std::to_string(i % 17) + " of a text\r\n";
+    // Noise does not pay for its decoding, so it is stored raw.
     const struct {
         std::string name, bytes;
-        uint32_t method;
-    } contents[] = {{"raw.bin", RandomBytes(5000, 1), CompressionRaw},
-                    {"sub/grass.tga", tga, CompressionZlib},
-                    {"test.vbf", vbf, CompressionHuffman},
-                    {"text.txt", text, CompressionHuffman},
-                    {"zero.bin", std::string(20000, '\0'), CompressionZlib}};
+        uint32_t method, stored;
+    } rows[] = {
+        {"raw.bin", RandomBytes(5000, 1), CompressionRaw, CompressionRaw},
+        {"sub/grass.tga", ReadWholeFile(TENEBRIX_SOURCE_DIR "/data/sample/textures/grass.tga"),
+         CompressionZlib, CompressionZlib},
+        {"test.vbf", ReadWholeFile(TENEBRIX_SOURCE_DIR "/data/sample/test.vbf"), CompressionHuffman,
+         CompressionHuffman},
+        {"text.txt", text, CompressionHuffman, CompressionHuffman},
+        {"zero.bin", std::string(20000, '\0'), CompressionZlib, CompressionZlib},
+        {"noise.bin", RandomBytes(3000, 7), CompressionHuffman, CompressionRaw}};
     {
         ResourceLibrary builder;
         builder.Initialise("lib", 0, false, false);
-        for (const auto& entry : contents)
-            ASSERT_TRUE(AddLoose(builder, entry.name, entry.bytes, entry.method)) << entry.name;
-        // A second copy of a packed name is refused.
+        for (const auto& row : rows) {
+            ASSERT_GT(row.bytes.size(), 1000u);
+            WriteLoose("lib/" + row.name, row.bytes, 1000000);
+            ASSERT_TRUE(builder.AddFile(("lib/" + row.name).c_str(), row.method, 9)) << row.name;
+        }
         DebugCapture debug;
         EXPECT_FALSE(builder.AddFile("lib/raw.bin", CompressionRaw, 0));
         EXPECT_EQ(debug.Text(), "File is not more recent that the existing library\n");
     }
-    std::filesystem::remove_all("lib");  // only the volume is left to serve
+    fs::remove_all("lib");  // only the volume is left to serve
     for (bool cached : {false, true}) {
         SCOPED_TRACE(cached);
         ResourceLibrary library;
         library.Initialise("lib\\", 0, cached, true);
         ASSERT_TRUE(library.Open());
         EXPECT_EQ(library.GetNextVolume(), 2u);
-        EXPECT_LT(library.Find("test.vbf")->storedSize, vbf.size());  // really compressed
-        for (const auto& entry : contents) {
-            SCOPED_TRACE(entry.name);
-            EXPECT_TRUE(library.IsPacked(entry.name.c_str()));
-            EXPECT_EQ(Extracted(library, entry.name.c_str()), entry.bytes);
-            File* file = library.OpenFile(entry.name.c_str(), "rb", false);
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.name);
+            ASSERT_TRUE(library.IsPacked(row.name.c_str()));
+            EXPECT_EQ(library.Find(row.name.c_str())->method, row.stored);
+            EXPECT_EQ(library.Find(row.name.c_str())->storedSize < row.bytes.size(),
+                      row.stored != CompressionRaw);
+            EXPECT_EQ(Extracted(library, row.name.c_str()), row.bytes);
+            File* file = library.OpenFile(row.name.c_str(), "rb", false);
             ASSERT_NE(file, nullptr);
-            EXPECT_EQ(ReadAll(file), entry.bytes);
+            EXPECT_EQ(ReadAll(file), row.bytes);
             library.CloseFile(file);
             EXPECT_EQ(file, nullptr);
         }
         // In text mode a memory file leaves out the 13s.
         File* textFile = library.OpenFile("TEXT.TXT", "rt", false);
-        std::string lines = text;
-        std::erase(lines, '\r');
-        EXPECT_EQ(ReadAll(textFile), lines);
+        std::erase(text, '\r');
+        EXPECT_EQ(ReadAll(textFile), text);
         library.CloseFile(textFile);
         if (!cached) {
             // The entry starts the data file, so the span shows the whole file: a reader bounds
@@ -102,34 +143,17 @@ TEST(ResourceLibrary, AddedEntriesReadBackByEveryRoad) {
             File* stream = library.OpenFile("raw.bin", "rb", true);
             std::string streamed(5000, 0);
             EXPECT_EQ(stream->Read(streamed.data(), 5000), 5000u);
-            EXPECT_EQ(streamed, contents[0].bytes);
+            EXPECT_EQ(streamed, rows[0].bytes);
             library.CloseFile(stream);
         }
-        std::filesystem::create_directories("lib/sub");
+        fs::create_directories("lib/sub");
         EXPECT_TRUE(library.ExtractToFile("lib/sub/grass.tga"));
-        EXPECT_EQ(ReadWholeFile("lib/sub/grass.tga"), tga);
+        EXPECT_EQ(ReadWholeFile("lib/sub/grass.tga"), rows[1].bytes);
         EXPECT_FALSE(library.ExtractToFile("lib/missing"));
         library.Close();
-        std::filesystem::remove_all("lib");
+        fs::remove_all("lib");
     }
     EXPECT_EQ(FileOpenCount(), 0u);
-}
-
-TEST(ResourceLibrary, CompressionThatDoesNotPayIsStoredRaw) {
-    TempDir dir;
-    ResourceLibrary builder;
-    builder.Initialise("lib", 0, false, false);
-    ASSERT_TRUE(AddLoose(builder, "noise.bin", RandomBytes(3000, 7), CompressionHuffman));
-    ASSERT_TRUE(AddLoose(builder, "same.bin", std::string(3000, 'a'), CompressionHuffman));
-    ResourceLibrary library;
-    library.Initialise("lib", 0, false, false);
-    ASSERT_NE(library.Find("noise.bin"), nullptr);
-    EXPECT_EQ(library.Find("noise.bin")->method, CompressionRaw);  // as written in the header
-    EXPECT_EQ(library.Find("noise.bin")->storedSize, 3000u);
-    EXPECT_EQ(library.Find("same.bin")->method, CompressionHuffman);
-    ASSERT_TRUE(library.Open());
-    EXPECT_EQ(Extracted(library, "noise.bin"), RandomBytes(3000, 7));
-    EXPECT_EQ(Extracted(library, "same.bin"), std::string(3000, 'a'));
 }
 
 TEST(ResourceLibrary, NewestCopyWinsAndEqualTimesKeepTheFirst) {
@@ -137,26 +161,20 @@ TEST(ResourceLibrary, NewestCopyWinsAndEqualTimesKeepTheFirst) {
     WriteVolume("lib", 1, {{"a.txt", 100, "a1"}, {"b.txt", 100, "b1"}, {"c.txt", 100, "c1"}});
     WriteVolume("lib", 2, {{"A.TXT", 200, "a2"}, {"b.txt", 100, "b2"}});
     WriteVolume("lib", 4, {{"e.txt", 300, "e4"}});  // behind a gap: never read
-    std::filesystem::create_directories("lib/Dir");
-    WriteWholeFile("lib/c.txt", "c-loose");  // same time as its packed copy
-    SetFileTime("lib/c.txt", 100);
-    WriteWholeFile("lib/Dir/d.txt", "d-loose");
-    SetFileTime("lib/Dir/d.txt", 50);
-    WriteWholeFile("lib/b.txt", "b-loose");
-    SetFileTime("lib/b.txt", 101);
+    WriteLoose("lib/c.txt", "c-loose", 100);        // same time as its packed copy
+    WriteLoose("lib/Dir/d.txt", "d-loose", 50);
+    WriteLoose("lib/b.txt", "b-loose", 101);
 
     ResourceLibrary library;
     library.Initialise("lib", 0, false, true);
     ASSERT_TRUE(library.Open());
     EXPECT_EQ(library.GetNextVolume(), 3u);
-    EXPECT_EQ(Extracted(library, "a.txt"), "a2");
-    EXPECT_EQ(Extracted(library, "b.txt"), "b-loose");
+    EXPECT_EQ(Extracted(library, "a.txt") + Extracted(library, "b.txt") +
+                  Extracted(library, "c.txt") + Extracted(library, "DIR\\d.txt"),
+              "a2b-loosec1d-loose");
     EXPECT_FALSE(library.IsPacked("b.txt"));
-    EXPECT_EQ(Extracted(library, "c.txt"), "c1");
-    EXPECT_EQ(Extracted(library, "DIR\\d.txt"), "d-loose");
     // A loose file changed since the scan is read with its new size.
-    WriteWholeFile("lib/Dir/d.txt", "d-loose, longer now");
-    SetFileTime("lib/Dir/d.txt", 60);
+    WriteLoose("lib/Dir/d.txt", "d-loose, longer now", 60);
     EXPECT_EQ(Extracted(library, "dir/D.TXT"), "d-loose, longer now");
     uint32_t size = 0;
     EXPECT_TRUE(library.Exists("Dir/D.txt", &size));
@@ -166,15 +184,15 @@ TEST(ResourceLibrary, NewestCopyWinsAndEqualTimesKeepTheFirst) {
     EXPECT_EQ(ReadAll(stream), "b-loose");
     library.CloseFile(stream);
 
-    std::vector<std::string> names;
+    Texts names;
     ResourceIterator it;
     for (const char* name = library.FirstEntry(&it); name; name = library.NextEntry(&it)) {
         names.push_back(name);
         if (names.back() == "B.TXT") library.RemoveEntry(&it);
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"A.TXT", "B.TXT", "C.TXT", "DIR\\D.TXT"}));
+    EXPECT_EQ(names, (Texts{"A.TXT", "B.TXT", "C.TXT", "DIR\\D.TXT"}));
     EXPECT_FALSE(library.Exists("b.txt", nullptr));
-    EXPECT_TRUE(std::filesystem::exists("lib/b.txt"));  // the file on disk stays
+    EXPECT_TRUE(fs::exists("lib/b.txt"));  // the file on disk stays
 
     // Without the scan the loose files are not in the table, but OpenFile finds them on disk.
     library.Initialise("lib", 0, false, false);
@@ -185,75 +203,82 @@ TEST(ResourceLibrary, NewestCopyWinsAndEqualTimesKeepTheFirst) {
     ASSERT_NE(loose, nullptr);
     EXPECT_EQ(ReadAll(loose), "d-loose, longer now");
     library.CloseFile(loose);
-}
 
-TEST(ResourceLibrary, ExtractReusesTheCallersBlock) {
-    TempDir dir;
-    WriteVolume("lib", 1, {{"small", 1, "abc"}, {"large", 1, std::string(100, 'x')}});
-    ResourceLibrary library;
-    library.Initialise("lib", 0, false, false);
-    ASSERT_TRUE(library.Open());
-    uint32_t capacity = 50, size = 0;
+    // Extract grows the caller's block when it is too small, and reuses it otherwise.
+    uint32_t capacity = 1;
     auto* block = static_cast<uint8_t*>(MALLOC(capacity));
-    uint8_t* const first = block;
-    EXPECT_EQ(library.Extract("small", &size, &block, &capacity), first);
-    EXPECT_EQ(capacity, 50u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(block), size), "abc");
-    EXPECT_EQ(library.Extract("large", &size, &block, &capacity), block);
-    EXPECT_EQ(capacity, 100u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(block), size), std::string(100, 'x'));
+    uint8_t* got = library.Extract("a.txt", &size, &block, &capacity);
+    EXPECT_EQ(got, block);
+    uint8_t* const grown = block;
+    EXPECT_EQ(library.Extract("c.txt", &size, &block, &capacity), grown);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(block), size) + std::to_string(capacity), "c12");
     FREE(block);
 }
 
-TEST(ResourceLibrary, DamagedVolumesAreRefusedWithALine) {
+TEST(ResourceLibrary, DamagedEntriesAreRefusedWithALine) {
     TempDir dir;
-    const std::string packed = [] {
-        std::string out(64 + 2 * 4000, 0);
-        const std::string text(4000, 'q');
-        const uint32_t got = CompressMethods[CompressionZlib](
-            reinterpret_cast<const uint8_t*>(text.data()), reinterpret_cast<uint8_t*>(out.data()),
-            4000, uint32_t(out.size()), 9);
-        out.resize(got);
-        return out;
-    }();
+    std::string packed(10000, 0);
+    const std::string text(4000, 'q');
+    packed.resize(CompressMethods[CompressionZlib](reinterpret_cast<const uint8_t*>(text.data()),
+                                                   reinterpret_cast<uint8_t*>(packed.data()), 4000,
+                                                   10000, 9));
     std::string damaged = packed;
     damaged[damaged.size() / 2] ^= 0x55;
-    damaged[damaged.size() - 1] ^= 0x55;
-    WriteVolume("lib", 1,
-                {{"good", 1, packed, CompressionZlib, 4000},
-                 {"damaged", 1, damaged, CompressionZlib, 4000},
-                 {"method", 1, "xyz", 7},
-                 {"huge", 1, "xyz", CompressionZlib, 0xFFFFFFF0u},
-                 {"raw-mismatch", 1, "xyz", CompressionRaw, 50},
-                 {"tail", 1, "last"}});
-    // A record whose name has no terminator, behind the good ones.
-    std::string header = ReadWholeFile("lib0001.RFH");
-    header += std::string("\x05\0\0\0", 4) + std::string(20, '\0') + "abcde";
-    WriteWholeFile("lib0001.RFH", header);
-    // The data file loses its last two bytes.
-    std::string data = ReadWholeFile("lib0001.RFD");
-    WriteWholeFile("lib0001.RFD", data.substr(0, data.size() - 2));
+    damaged.back() ^= 0x55;
+    // No method expands 3 bytes to more than 3 * 1100 + 1024.
+    const struct {
+        HandEntry entry;
+        const char* problem;
+    } rows[] = {
+        {{"damaged", 1, damaged, CompressionZlib, 4000}, "does not expand"},
+        {{"method", 1, "xyz", 7}, "has an unknown method"},
+        {{"most", 1, "xyz", CompressionZlib, 4324}, "does not expand"},
+        {{"huge", 1, "xyz", CompressionZlib, 4325}, "claims more than its stored bytes can hold"},
+        {{"raw", 1, "xyz", CompressionRaw, 50}, "is raw with a stored size unlike its size"},
+        {{"tail", 1, "last"}, "lies past the end of its data"}};
+    std::vector<HandEntry> entries = {{"good", 1, packed, CompressionZlib, 4000}};
+    for (const auto& row : rows) entries.push_back(row.entry);
+    WriteVolume("lib", 1, entries);
+    const std::string data = ReadWholeFile("lib0001.RFD");
+    WriteWholeFile("lib0001.RFD", data.substr(0, data.size() - 2));  // cuts the tail
 
     ReportLog log;
     for (bool cached : {false, true}) {
         ResourceLibrary library;
         library.Initialise("lib", 0, cached, false);
-        EXPECT_TRUE(log.Has("Resource header lib0001.RFH is damaged at byte " +
-                            std::to_string(header.size() - 29)));
         ASSERT_TRUE(library.Open());
-        EXPECT_EQ(Extracted(library, "good"), std::string(4000, 'q'));
-        EXPECT_EQ(Extracted(library, "damaged"), "<null>");
-        EXPECT_TRUE(log.Has("Resource damaged of lib does not expand; refused"));
-        EXPECT_EQ(Extracted(library, "method"), "<null>");
-        EXPECT_TRUE(log.Has("Resource method of lib has an unknown method; refused"));
-        EXPECT_EQ(Extracted(library, "huge"), "<null>");
-        EXPECT_TRUE(log.Has("huge of lib claims more than its stored bytes can hold"));
-        EXPECT_EQ(Extracted(library, "raw-mismatch"), "<null>");
-        EXPECT_EQ(Extracted(library, "tail"), "<null>");
-        EXPECT_TRUE(log.Has("Resource tail of lib lies past the end of its data; refused"));
+        EXPECT_EQ(Extracted(library, "good"), text);
+        for (const auto& row : rows) {
+            EXPECT_EQ(Extracted(library, row.entry.name.c_str()), "<null>");
+            EXPECT_EQ(log.Take().back(),
+                      "W: Resource " + row.entry.name + " of lib " + row.problem + "; refused\n");
+        }
         EXPECT_EQ(library.OpenFile("tail", "rb", false), nullptr);
-        EXPECT_TRUE(log.Has("Could Not Open tail(rb)\n"));
-        log.texts.clear();
+        EXPECT_EQ(log.Take().back(), "W: Could Not Open tail(rb)\n");
+    }
+}
+
+TEST(ResourceLibrary, DamagedHeaderKeepsTheRecordsBeforeTheDamage) {
+    TempDir dir;
+    const std::string fixed(20, '\0');
+    const std::string tails[] = {
+        std::string(23, '\0'),                                         // shorter than a record
+        std::string(24, '\0') + "x",                                   // a name of length 0
+        std::string("\x05\0\0\0", 4) + fixed + "abcde",                // no terminator
+        std::string("\x40\0\0\0", 4) + fixed + std::string(10, '\0'),  // longer than the file
+    };
+    for (const std::string& tail : tails) {
+        WriteVolume("lib", 1, {{"good", 1, "g"}});
+        const std::string header = ReadWholeFile("lib0001.RFH");
+        WriteWholeFile("lib0001.RFH", header + tail);
+        ReportLog log;
+        ResourceLibrary library;
+        library.Initialise("lib", 0, false, false);
+        EXPECT_EQ(log.Take(), Texts{"W: Resource header lib0001.RFH is damaged at byte " +
+                                    std::to_string(header.size()) +
+                                    "; the records from there on are left out\n"});
+        ASSERT_TRUE(library.Open());
+        EXPECT_EQ(Extracted(library, "good"), "g");
     }
 }
 
@@ -266,14 +291,12 @@ TEST(ResourceLibrary, StreamingRefusalsAndMissingNames) {
     ReportLog log;
     ResourceLibrary library;
     library.Initialise("lib", 0, false, false);
+    library.Close();  // never opened: nothing to say
     ASSERT_TRUE(library.Open());
     File* span = library.OpenFile("INNER", "RB", true);
     ASSERT_NE(span, nullptr);
     EXPECT_EQ(span->GetSize(), 11u);
-    std::string streamed(11, 0);
-    EXPECT_EQ(span->Read(streamed.data(), 11), 11u);
-    EXPECT_EQ(streamed, "inner bytes");
-    EXPECT_TRUE(span->IsEndOfFile());
+    EXPECT_EQ(ReadAll(span).substr(0, 11), "inner bytes");
     library.CloseFile(span);
     EXPECT_EQ(library.OpenFile("packed", "rb", true), nullptr);
     EXPECT_EQ(library.OpenFile("nowhere", "rb", false), nullptr);
@@ -288,34 +311,131 @@ TEST(ResourceLibrary, StreamingRefusalsAndMissingNames) {
     cached.Initialise("lib", 0, true, false);
     ASSERT_TRUE(cached.Open());
     EXPECT_EQ(cached.OpenFile("raw", "rb", true), nullptr);
+    cached.Close();
+    ASSERT_TRUE(cached.Open());
+    cached.Close();  // opened and not used
     EXPECT_EQ(log.Take(),
               (Texts{"W: File lib0001.RFD closed without writing.  Open for read only",  // "RB"
                      "W: Cannot stream file because packed from resource file lib is compressed\n",
                      "W: Could Not Open nowhere(rb)\n",
-                     "W: Cannot stream file because raw from resource file lib is cached\n"}));
+                     "W: Cannot stream file because raw from resource file lib is cached\n",
+                     "W: ResourceLibrary lib Has not been used since it was opened"}));
+    // A volume whose data file is missing leaves the library closed.
+    fs::remove("lib0001.RFD");
+    EXPECT_FALSE(cached.Open());
+    EXPECT_FALSE(cached.IsOpen());
     EXPECT_EQ(FileOpenCount(), 0u);
 }
 
-TEST(ResourceLibrary, UnusedLibraryIsNamedAtCloseOnlyIfOpened) {
+std::string Path(const ResourceManager& manager, const std::string& key) {
+    const char* value = manager.GetResourcePath(key.c_str());
+    return value ? value : "<null>";
+}
+
+TEST(ResourceManager, ConfigurationsReadAsPairs) {
+    const std::string k399(399, 'k'), a399(399, 'a'), b399(399, 'b');
+    const std::string odd = "E513: Failed to find second line in RESOURCE.CFG\n";
+    std::string garbage = "x";
+    for (int i = 0; i < 600; ++i) garbage += char(i % 3 == 0 ? 0xFF : i % 3 == 1 ? 0x80 : 0);
+    // Tokens cut at 399 characters skip their tails; a 0xFF byte does not end the file, a zero
+    // byte ends the stored key; a later key wins; values take forward slashes.
+    const struct {
+        std::string config, keys, values;
+        Texts said;
+    } rows[] = {
+        {"A 1\nB 2\nC 3\n", "A B C", "1 2 3", {}},
+        {"A 1 B 2 C 3", "a b c", "1 2 3", {}},
+        {"A\n1\nB\t2\r\n\r\nC\v3\f", "A B C", "1 2 3", {}},
+        {"  \n\t A   1\tB\n\n2 C\r3", "A B C", "1 2 3", {}},
+        {"A 1\nB 2\nLONELY\n", "A B", "1 2", {odd + "LONELY\n"}},
+        {" \n\t\r\n", "", "", {}},
+        {std::string(1000, 'k') + " short\nLONG " + std::string(1000, 'v') + "\n" + a399 +
+             " fits " + b399 + "b cut\nLAST last\n",
+         k399 + " LONG " + a399 + " " + b399 + " LAST",
+         "short " + std::string(399, 'v') + " fits cut last",
+         {}},
+        {garbage + " value\nKEY after\n", "x\xFF\x80 KEY", "value after", {}},
+        {"LIT lit\nTEXTURE_DATA ..\\data\\textures\\\nlit later/mixed\\path\n",
+         "Lit texture_data TEXTURE_DATAX",
+         "later/mixed/path ../data/textures/ <null>",
+         {"W: Failed to find resource TEXTURE_DATAX\n"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.config.substr(0, 40));
+        TempDir dir;
+        WriteWholeFile("resource.cfg", row.config);
+        ReportLog log;
+        ResourceManager manager;
+        std::string values, key;
+        for (std::istringstream keys(row.keys); keys >> key;)
+            values += (values.empty() ? "" : " ") + Path(manager, key);
+        EXPECT_EQ(values, row.values);
+        EXPECT_EQ(log.Take(), row.said);
+    }
+}
+
+TEST(ResourceManager, MissingFileAlertsAndLeavesItEmpty) {
     TempDir dir;
-    WriteVolume("lib", 1, {{"x", 1, "x"}});
+    DebugCapture capture;
     ReportLog log;
-    ResourceLibrary library;
-    library.Initialise("lib", 0, false, false);
-    library.Close();
-    EXPECT_EQ(log.texts, Texts{});
-    ASSERT_TRUE(library.Open());
-    library.Close();
-    EXPECT_EQ(log.Take(), (Texts{"W: ResourceLibrary lib Has not been used since it was opened"}));
-    ASSERT_TRUE(library.Open());
-    EXPECT_TRUE(library.Exists("x", nullptr));  // a lookup is no use
-    EXPECT_EQ(Extracted(library, "x"), "x");
-    library.Close();
-    EXPECT_EQ(log.texts, Texts{});
-    // A volume whose data file is missing leaves the library closed.
-    std::filesystem::remove("lib0001.RFD");
-    EXPECT_FALSE(library.Open());
-    EXPECT_FALSE(library.IsOpen());
+    {
+        ResourceManager manager;
+        EXPECT_EQ(manager.GetResourcePath("LIT"), nullptr);
+    }
+    EXPECT_NE(capture.Text().find("ResourceManager Destructor"), std::string::npos);
+    // An explicit path reads that file, and alerts with the same text when it is missing.
+    WriteWholeFile("other.cfg", "LIT scripts");
+    EXPECT_EQ(Path(ResourceManager(dir.File("other.cfg").c_str()), "LIT"), "scripts");
+    ResourceManager missing("nowhere.cfg");
+    EXPECT_EQ(log.Take(),
+              (Texts{"A: Could not open RESOURCE.CFG\n", "W: Failed to find resource LIT\n",
+                     "A: Could not open RESOURCE.CFG\n"}));
+}
+
+TEST(ResourceManager, LibraryKeysAreExactAndLibrariesAreKept) {
+    TempDir dir;
+    WriteWholeFile("resource.cfg", "MAPS maps\nSOUNDS sounds\nEMPTY nothing-here\nLIB lib\n");
+    WriteVolume("maps", 1, {{"a.txt", 1, "from maps"}});
+    WriteVolume("sounds", 1, {{"b.txt", 1, "from sounds"}});
+    WriteVolume("lib", 1, {{"a", 1, "a"}});
+    fs::remove("lib0001.RFD");
+    ReportLog log;
+    {
+        ResourceManager manager;
+        EXPECT_EQ(manager.GetLibrary("maps", 0, false, true), nullptr);  // keys are exact here
+        ResourceLibrary* maps = manager.GetLibrary("MAPS", 0, false, true);
+        ASSERT_NE(maps, nullptr);
+        EXPECT_EQ(manager.GetLibrary("MAPS", 0, true, false), maps);
+        EXPECT_FALSE(maps->IsCached());  // the second call's flags change nothing
+        maps->Close();
+        EXPECT_EQ(manager.GetLibrary("MAPS", 0, false, false), maps);
+        EXPECT_TRUE(maps->IsOpen());
+
+        File* file = manager.OpenFile("SOUNDS", "B.TXT", "rb", false);
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(ReadAll(file), "from sounds");
+        manager.CloseFile(file);
+        EXPECT_EQ(file, nullptr);
+        EXPECT_EQ(manager.OpenFile("NOKEY", "b.txt", "rb", false), nullptr);
+
+        // A root without volumes opens and serves loose files; one with a volume whose data
+        // file is missing comes back not open.
+        ResourceLibrary* empty = manager.GetLibrary("EMPTY", 0, false, true);
+        ASSERT_NE(empty, nullptr);
+        EXPECT_TRUE(empty->IsOpen());
+        manager.CloseLibrary(empty);
+        EXPECT_FALSE(manager.GetLibrary("LIB", 0, false, false)->IsOpen());
+        manager.CloseLibrary("LIB");
+        manager.CloseLibrary("UNKNOWN");  // does nothing
+        EXPECT_EQ(log.Take(),
+                  (Texts{"W: ResourceLibrary maps Has not been used since it was opened",
+                         "W: ResourceLibrary nothing-here Has not been used since it was opened"}));
+    }
+    // Left open: named once each, newest first, and closed.
+    EXPECT_EQ(log.texts,
+              (Texts{"W: Resource [SOUNDS] left open\n", "W: Resource [MAPS] left open\n",
+                     "W: ResourceLibrary maps Has not been used since it was opened"}));
+    EXPECT_EQ(FileOpenCount(), 0u);
 }
 
 }  // namespace
