@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::vector<std::string> FolderListing(const std::string& folder) {
+std::vector<std::string> Listing(const std::string& folder) {
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(folder))
         names.push_back(entry.path().filename().string());
@@ -25,7 +25,6 @@ TEST(ReplacingFile, ReplacesAFileOnlyWithAWholeOne) {
     TempDir dir;
     WriteWholeFile(dir.File("out.dat"), "good");
     ASSERT_TRUE(WriteFileAtomically("out.dat", "better", 6));
-    EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "better");
     {
         ReplacingFile file("out.dat");
         ASSERT_NE(file.Stream(), nullptr);
@@ -37,14 +36,14 @@ TEST(ReplacingFile, ReplacesAFileOnlyWithAWholeOne) {
         std::fputs("abandoned", file.Stream());  // destroyed without a commit
     }
     EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "better");
-    EXPECT_EQ(FolderListing(dir.Path()), std::vector<std::string>{"out.dat"});
+    EXPECT_EQ(Listing(dir.Path()), std::vector<std::string>{"out.dat"});
 
     // Failing cleanly where nothing can be written; a device is written in place.
     ReplacingFile nowhere("no-such-dir/out.dat");
     EXPECT_EQ(nowhere.Stream(), nullptr);
     EXPECT_FALSE(nowhere.Commit(true));
     fs::create_directory(dir.File("taken"));
-    EXPECT_FALSE(WriteFileAtomically("taken", "x", 1));  // a directory stands there
+    EXPECT_FALSE(WriteFileAtomically("taken", "x", 1));
     EXPECT_TRUE(fs::is_directory(dir.File("taken")));
     ASSERT_TRUE(WriteFileAtomically("/dev/null", "x", 1));
     EXPECT_TRUE(fs::is_character_file("/dev/null"));
@@ -55,24 +54,22 @@ TEST(ReplacingFile, ReplacesAFileOnlyWithAWholeOne) {
     EXPECT_EQ(ReadWholeFile(dir.File(longest)), "long");
 }
 
-// Links planted at the temporary name of old and at the target: what they point to stays as it
-// was, and the target ends a plain file with the new bytes.
+// Links planted at the temporary name and at the target: what they point to stays as it was, and
+// the target ends a plain file with the new bytes.
 TEST(ReplacingFile, NeverWritesThroughALink) {
-    struct Case {
+    struct Row {
         bool atTemporary, atTarget, dangling;
     };
-    for (const Case& c :
-         {Case{true, false, false}, Case{true, true, false}, Case{false, true, true}}) {
-        SCOPED_TRACE(std::to_string(c.atTemporary) + std::to_string(c.atTarget) +
-                     std::to_string(c.dangling));
+    for (const Row& r : {Row{true, false, false}, Row{true, true, false}, Row{false, true, true}}) {
+        SCOPED_TRACE(std::to_string(r.atTemporary) + std::to_string(r.atTarget));
         TempDir dir;
         const std::string victim = dir.File("victim");
-        if (!c.dangling) WriteWholeFile(victim, "precious");
-        if (c.atTemporary) fs::create_symlink(victim, dir.File("out.dat.partial"));
-        if (c.atTarget) fs::create_symlink(victim, dir.File("out.dat"));
+        if (!r.dangling) WriteWholeFile(victim, "precious");
+        if (r.atTemporary) fs::create_symlink(victim, dir.File("out.dat.partial"));
+        if (r.atTarget) fs::create_symlink(victim, dir.File("out.dat"));
         ASSERT_TRUE(WriteFileAtomically("out.dat", "new", 3));
-        EXPECT_EQ(ReadWholeFile(victim), c.dangling ? "" : "precious");
-        EXPECT_EQ(fs::exists(victim), !c.dangling);
+        EXPECT_EQ(ReadWholeFile(victim), r.dangling ? "" : "precious");
+        EXPECT_EQ(fs::exists(victim), !r.dangling);
         EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(dir.File("out.dat"))));
         EXPECT_EQ(ReadWholeFile(dir.File("out.dat")), "new");
     }
@@ -81,27 +78,27 @@ TEST(ReplacingFile, NeverWritesThroughALink) {
 TEST(OpenFileNoFollow, OpensAsFopenDoesButNeverThroughALink) {
     TempDir dir;
     fs::create_symlink(dir.File("victim"), dir.File("link"));
-    struct Case {
+    struct Row {
         const char *mode, *after;  // the file held "old" before
     };
-    for (const Case& c : {Case{"wb", "new"}, Case{"ab", "oldnew"}, Case{"w+", "new"},
-                          Case{"a+", "oldnew"}, Case{"r+", "new"}}) {
-        SCOPED_TRACE(c.mode);
+    for (const Row& r : {Row{"wb", "new"}, Row{"ab", "oldnew"}, Row{"w+", "new"},
+                         Row{"a+", "oldnew"}, Row{"r+", "new"}}) {
+        SCOPED_TRACE(r.mode);
         WriteWholeFile(dir.File("victim"), "old");
-        EXPECT_EQ(OpenFileNoFollow("link", c.mode), nullptr);
+        EXPECT_EQ(OpenFileNoFollow("link", r.mode), nullptr);
         EXPECT_EQ(ReadWholeFile(dir.File("victim")), "old");
         WriteWholeFile(dir.File("plain"), "old");
-        FILE* file = OpenFileNoFollow("plain", c.mode);
+        FILE* file = OpenFileNoFollow("plain", r.mode);
         ASSERT_NE(file, nullptr);
         std::fputs("new", file);
-        if (c.mode[1] == '+') {  // reads back what the file holds now
+        if (r.mode[1] == '+') {  // reads back what the file holds now
             std::rewind(file);
             char back[8] = {};
-            EXPECT_EQ(std::fread(back, 1, sizeof back - 1, file), std::strlen(c.after));
-            EXPECT_STREQ(back, c.after);
+            EXPECT_EQ(std::fread(back, 1, sizeof back - 1, file), std::strlen(r.after));
+            EXPECT_STREQ(back, r.after);
         }
         std::fclose(file);
-        EXPECT_EQ(ReadWholeFile(dir.File("plain")), c.after);
+        EXPECT_EQ(ReadWholeFile(dir.File("plain")), r.after);
     }
 }
 
@@ -122,7 +119,7 @@ TEST(ReplacingFile, RacingWritersEachReplaceTheWholeFile) {
         const std::string result = ReadWholeFile(dir.File("out.dat"));
         ASSERT_TRUE(result == contents[0] || result == contents[1]) << "round " << round;
     }
-    EXPECT_EQ(FolderListing(dir.Path()), std::vector<std::string>{"out.dat"});
+    EXPECT_EQ(Listing(dir.Path()), std::vector<std::string>{"out.dat"});
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include "platform/crt/paths.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -22,7 +24,6 @@ std::string ReadAll(HANDLE file, uint32_t count) {
     return bytes;
 }
 
-// Opens name, writes bytes and closes it.
 void WriteAll(const char* name, uint32_t disposition, const std::string& bytes) {
     HANDLE file = Open(name, GENERIC_WRITE, disposition);
     ASSERT_NE(file, INVALID_HANDLE_VALUE) << name;
@@ -34,28 +35,25 @@ void WriteAll(const char* name, uint32_t disposition, const std::string& bytes) 
 
 TEST(WinFile, DispositionsCreateTruncateOrKeep) {
     TempDir dir;
-    EXPECT_EQ(Open("missing.bin", GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Open("missing.bin", GENERIC_READ, TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_FALSE(std::filesystem::exists("missing.bin"));
-
     WriteAll("a.bin", CREATE_ALWAYS, "0123456789");
-    EXPECT_EQ(Open("a.bin", GENERIC_WRITE, CREATE_NEW), INVALID_HANDLE_VALUE);
-    // Open-or-create keeps the content and starts at the beginning, as the platform does.
-    WriteAll("a.bin", OPEN_ALWAYS, "xy");
+    std::filesystem::create_directory("folder");
+    struct Refused {
+        const char* name;
+        uint32_t disposition;
+    };
+    for (Refused r :
+         {Refused{"missing", OPEN_EXISTING}, Refused{"missing", TRUNCATE_EXISTING},
+          Refused{"a.bin", CREATE_NEW}, Refused{"a.bin", 77}, Refused{"folder", OPEN_EXISTING},
+          Refused{"", OPEN_EXISTING}, Refused{nullptr, OPEN_EXISTING}})
+        EXPECT_EQ(Open(r.name, GENERIC_WRITE, r.disposition), INVALID_HANDLE_VALUE)
+            << (r.name ? r.name : "null") << " " << r.disposition;
+    EXPECT_FALSE(std::filesystem::exists("missing"));
+    WriteAll("a.bin", OPEN_ALWAYS, "xy");  // keeps the content and starts at the beginning
     EXPECT_EQ(ReadWholeFile("a.bin"), "xy23456789");
-    WriteAll("b.bin", OPEN_ALWAYS, "");
-    EXPECT_TRUE(std::filesystem::exists("b.bin"));
     WriteAll("a.bin", CREATE_ALWAYS, "");
     EXPECT_EQ(ReadWholeFile("a.bin"), "");
 
-    std::filesystem::create_directory("folder");
-    for (const char* name : {"folder", "", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(Open(name, GENERIC_READ, OPEN_EXISTING), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(Open("a.bin", GENERIC_READ, 77), INVALID_HANDLE_VALUE);
-}
-
-TEST(WinFile, NamesFromWindowsDataFindTheirFile) {
-    TempDir dir;
+    // Names from the maps' data find their file in any case, and a write reaches that file.
     std::filesystem::create_directories("Maps/Town");
     WriteWholeFile("Maps/Town/Test.VBF", "mesh");
     const std::string absolute = dir.File("maps/TOWN/test.vbf");
@@ -65,7 +63,6 @@ TEST(WinFile, NamesFromWindowsDataFindTheirFile) {
         EXPECT_EQ(ReadAll(file, 10), "mesh") << name;
         CloseHandle(file);
     }
-    // Writing to an existing file in another case reaches that file, not a second one.
     WriteAll("maps\\town\\TEST.vbf", CREATE_ALWAYS, "new");
     EXPECT_EQ(ReadWholeFile("Maps/Town/Test.VBF"), "new");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator("Maps/Town"), {}), 1);
@@ -79,22 +76,20 @@ TEST(WinFile, ReadsWritesAndMovesReportWhatWasDone) {
     uint32_t high = 99, done = 99;
     EXPECT_EQ(GetFileSize(file, &high), 10u);
     EXPECT_EQ(high, 0u);
-
     EXPECT_EQ(SetFilePointer(file, 3, nullptr, FILE_BEGIN), 3u);
     EXPECT_EQ(ReadAll(file, 2), "de");
     EXPECT_EQ(SetFilePointer(file, -1, nullptr, FILE_CURRENT), 4u);
     EXPECT_EQ(SetFilePointer(file, -2, nullptr, FILE_END), 8u);
     EXPECT_EQ(ReadAll(file, 100), "ij");  // the end cuts the count; still a success
     EXPECT_EQ(ReadAll(file, 5), "");
-
-    // A move before the start is refused and the position stays.
-    EXPECT_EQ(SetFilePointer(file, -11, nullptr, FILE_END), INVALID_SET_FILE_POINTER);
-    EXPECT_EQ(SetFilePointer(file, -1, nullptr, FILE_BEGIN), INVALID_SET_FILE_POINTER);
-    EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), 10u);
-    EXPECT_EQ(SetFilePointer(file, 0, nullptr, 3), INVALID_SET_FILE_POINTER);
+    // A move before the start, or of an unknown kind, is refused and the position stays.
     int32_t distanceHigh = 0;
-    EXPECT_EQ(SetFilePointer(file, 0, &distanceHigh, FILE_BEGIN), INVALID_SET_FILE_POINTER);
-
+    for (uint32_t refused :
+         {SetFilePointer(file, -11, nullptr, FILE_END),
+          SetFilePointer(file, -1, nullptr, FILE_BEGIN), SetFilePointer(file, 0, nullptr, 3),
+          SetFilePointer(file, 0, &distanceHigh, FILE_BEGIN)})
+        EXPECT_EQ(refused, INVALID_SET_FILE_POINTER);
+    EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_CURRENT), 10u);
     // Past the end is allowed; a write there fills the gap with zeros.
     EXPECT_EQ(SetFilePointer(file, 12, nullptr, FILE_BEGIN), 12u);
     EXPECT_TRUE(WriteFile(file, "z", 1, &done, nullptr));
@@ -104,42 +99,36 @@ TEST(WinFile, ReadsWritesAndMovesReportWhatWasDone) {
     EXPECT_EQ(ReadWholeFile("c.bin"), std::string("abcdefghij\0\0z", 13));
 
     file = Open("c.bin", GENERIC_READ, OPEN_EXISTING);
-    EXPECT_FALSE(FlushFileBuffers(file));  // no write access, as on the original platform
-    EXPECT_FALSE(WriteFile(file, "q", 1, &done, nullptr));
+    EXPECT_FALSE(WriteFile(file, "q", 1, &done, nullptr));  // no write access
     EXPECT_EQ(done, 0u);
     char byte;
-    EXPECT_FALSE(ReadFile(file, nullptr, 1, &done, nullptr));
     EXPECT_FALSE(ReadFile(file, &byte, 1, nullptr, nullptr));
-    CloseHandle(file);
-
+    EXPECT_TRUE(CloseHandle(file));
     done = 99;
     EXPECT_FALSE(ReadFile(INVALID_HANDLE_VALUE, &byte, 1, &done, nullptr));
     EXPECT_EQ(done, 0u);
-    EXPECT_FALSE(WriteFile(INVALID_HANDLE_VALUE, &byte, 1, &done, nullptr));
-    EXPECT_EQ(SetFilePointer(INVALID_HANDLE_VALUE, 0, nullptr, FILE_BEGIN),
-              INVALID_SET_FILE_POINTER);
     EXPECT_EQ(GetFileSize(INVALID_HANDLE_VALUE, nullptr), INVALID_FILE_SIZE);
-    EXPECT_FALSE(FlushFileBuffers(INVALID_HANDLE_VALUE));
     EXPECT_FALSE(CloseHandle(INVALID_HANDLE_VALUE));
 }
 
-TEST(WinFile, RuntimeDescriptorCalls) {
-    TempDir dir;
-    FILE* stream = std::fopen("e.bin", "wb");
-    ASSERT_NE(stream, nullptr);
-    std::fwrite("12345", 1, 5, stream);
-    // The length is the descriptor's: what waits in the stream's buffer is not in it yet.
-    EXPECT_EQ(_filelength(_fileno(stream)), 0);
-    std::fflush(stream);
-    EXPECT_EQ(_commit(_fileno(stream)), 0);
-    EXPECT_EQ(_filelength(_fileno(stream)), 5);
-    std::fclose(stream);
-    stream = std::fopen("e.bin", "rb");
-    EXPECT_EQ(_commit(_fileno(stream)), -1);  // read only
-    std::fclose(stream);
-    EXPECT_EQ(_fileno(nullptr), -1);
-    EXPECT_EQ(_filelength(-1), -1);
-    EXPECT_EQ(_commit(-1), -1);
+TEST(SplitPath, TakesDirectoryNameAndExtensionEachCutToItsBuffer) {
+    const std::string d(_MAX_DIR - 1, 'd'), n(_MAX_FNAME - 1, 'n'), e(_MAX_EXT - 2, 'e');
+    const std::string longPath =
+        std::string(400, 'd') + "/" + std::string(300, 'n') + "." + std::string(300, 'e');
+    struct Row {
+        std::string path, dir, fname, ext;
+    };
+    for (const Row& r : {Row{"maps/town/test.vbf", "maps/town/", "test", ".vbf"},
+                         Row{"maps\\town.v2\\test", "maps\\town.v2\\", "test", ""},
+                         Row{"archive.tar.gz", "", "archive.tar", ".gz"},
+                         Row{"/abs/dir/", "/abs/dir/", "", ""}, Row{longPath, d, n, "." + e}}) {
+        char drive[_MAX_DRIVE], dir[_MAX_DIR], fname[_MAX_FNAME], ext[_MAX_EXT];
+        _splitpath(r.path.c_str(), drive, dir, fname, ext);
+        EXPECT_EQ((std::vector<std::string>{drive, dir, fname, ext}),
+                  (std::vector<std::string>{"", r.dir, r.fname, r.ext}))
+            << r.path.substr(0, 40);
+    }
+    _splitpath("a/b.c", nullptr, nullptr, nullptr, nullptr);  // every output optional
 }
 
 }  // namespace

@@ -1,0 +1,93 @@
+// Finding files by wildcard and by a name in any case, as the maps and scripts name them.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/crt/directory_search.h"
+#include "platform/crt/find_file.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+Names Search(const std::string& pattern) {
+    Names names;
+    WIN32_FIND_DATAA found;
+    HANDLE search = FindFirstFileA(pattern.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return names;
+    do
+        names.push_back(found.cFileName +
+                        std::string(found.dwFileAttributes == FILE_ATTRIBUTE_DIRECTORY ? "/" : ""));
+    while (FindNextFileA(search, &found));
+    EXPECT_TRUE(FindClose(search));
+    return names;
+}
+
+TEST(DirectorySearch, ListsWildcardMatchesInNameOrderWithoutRegardToCase) {
+    TempDir dir;
+    for (const char* name :
+         {"b.ssf", "A.SSF", "c.ssf", "notes.txt", "d.ssf.old", "aXbYbZc", ".ssf"})
+        WriteWholeFile(dir.File(name), "x");
+    std::filesystem::create_directories(dir.File("folder.ssf"));
+    const std::string at = dir.Path() + "/";
+    EXPECT_EQ(Search(at + "*.ssf"), (Names{".ssf", "A.SSF", "b.ssf", "c.ssf", "folder.ssf/"}));
+    EXPECT_EQ(Search(dir.Path() + "\\*.SSF").size(), 5u);  // either separator
+    EXPECT_EQ(Search("*.txt"), Names{"notes.txt"});        // the current folder
+    EXPECT_EQ(Search(at + "a*b*c"), Names{"aXbYbZc"});     // a star must be able to give back
+    EXPECT_EQ(Search(at + "?.s?f"), (Names{"A.SSF", "b.ssf", "c.ssf"}));
+    for (std::string nothing : {at + "*.lit", at + "??.ssf", at + "missing/*", at})
+        EXPECT_EQ(Search(nothing), Names{}) << nothing;
+    EXPECT_FALSE(MatchesWildcard("", "x"));
+    EXPECT_TRUE(MatchesWildcard("*", ""));
+    WIN32_FIND_DATAA found;
+    EXPECT_EQ(FindFirstFileA(nullptr, &found), INVALID_HANDLE_VALUE);
+    EXPECT_FALSE(FindNextFileA(INVALID_HANDLE_VALUE, &found));
+    EXPECT_FALSE(FindClose(INVALID_HANDLE_VALUE));
+}
+
+// Asks with a buffer of exactly outSize bytes on the heap, so the sanitizer build sees any write
+// past it; returns the path found, or "-" for a miss (after checking the buffer was left alone).
+std::string Find(const char* folder, const char* name, size_t outSize) {
+    const std::string untouched(outSize, '#');
+    std::vector<char> buffer(untouched.begin(), untouched.end());
+    if (FileExistsAnyCase(folder, name, buffer.data(), outSize)) return buffer.data();
+    EXPECT_EQ(std::string(buffer.data(), outSize), untouched) << "written on a miss";
+    return "-";
+}
+
+TEST(FindFile, FindsNamesInAnyCaseWhereThePathFits) {
+    TempDir dir;
+    std::filesystem::create_directories("Tex/Trees");
+    for (const char* name : {"Tex/Trees/Oak.tga", "Tex/ROCK.tga", "Tex/rock.TGA", "abcdef.tga"})
+        WriteWholeFile(name, "x");
+    struct Row {
+        const char *folder, *name;
+        size_t outSize;
+        const char* found;
+    };
+    for (const Row& r : {
+             Row{"Tex/", "trees\\OAK.TGA", 260, "Tex/Trees/Oak.tga"},
+             Row{"Tex\\Trees\\", "oak.tga", 260, "Tex/Trees/Oak.tga"},
+             Row{nullptr, "tex/trees/oak.tga", 260, "Tex/Trees/Oak.tga"},
+             Row{"tex", "ROCK.tga", 260, "-"},             // the folder itself is taken as given
+             Row{"Tex", "Rock.tga", 260, "Tex/ROCK.tga"},  // of two spellings, the smaller
+             Row{"Tex", "rock.TGA", 260, "Tex/rock.TGA"},  // an exact name comes first
+             Row{"Tex", "Trees", 260, "-"},                // a folder is not a file
+             Row{"Tex", "", 260, "-"},
+             Row{"Tex", nullptr, 260, "-"},
+             Row{"Tex", "rock.tg", 260, "-"},
+             Row{"", "abcdef.tga", 11, "abcdef.tga"},  // 10 bytes and the terminator
+             Row{"", "ABCDEF.TGA", 11, "abcdef.tga"},
+             Row{"", "abcdef.tga", 10, "-"},
+             Row{"", "ABCDEF.TGA", 10, "-"},
+             Row{".", "abcdef.tga", 13, "./abcdef.tga"},
+             Row{".", "ABCDEF.tga", 12, "-"},
+         })
+        EXPECT_EQ(Find(r.folder, r.name, r.outSize), r.found)
+            << (r.folder ? r.folder : "null") << " + " << (r.name ? r.name : "null");
+}
+
+}  // namespace
