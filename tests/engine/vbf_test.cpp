@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "base/memory.h"
+#include "base/velmora_log.h"
 #include "engine/mesh/mesh.h"
 #include "engine/mesh/mesh_animation.h"
 #include "engine/mesh/vbf_reader.h"
@@ -19,50 +21,39 @@
 
 namespace {
 
-// Hand-made VBF bytes, for the layouts the writer never makes.
-struct VbfBytes {
+// Hand-made VBF bytes, for the layouts the writer never makes and for damage.
+struct Vbf {
     std::string bytes;
 
-    VbfBytes& U32(std::initializer_list<uint32_t> values) {
+    Vbf& U32(std::initializer_list<uint32_t> values) {
         for (uint32_t v : values)
             for (int i = 0; i < 4; ++i) bytes.push_back(char(v >> (8 * i)));
         return *this;
     }
-    VbfBytes& F32(float v) {
-        uint32_t bits;
-        std::memcpy(&bits, &v, 4);
-        return U32({bits});
-    }
-    VbfBytes& Text(const std::string& text) {
-        bytes += text;
-        bytes.push_back('\0');
-        return *this;
-    }
-    // An object header with the identity matrix moved by x.
-    VbfBytes& Object(int32_t vertexCount, uint32_t sections, uint32_t faceCount,
-                     uint32_t childCount, const std::string& name, double x = 0.0) {
-        U32({uint32_t(vertexCount), sections, faceCount, childCount});
+    Vbf& F32(float v) { return U32({std::bit_cast<uint32_t>(v)}); }
+    Vbf& Raw(const std::string& text) { return bytes += text, *this; }
+    Vbf& Zeros(size_t count) { return Raw(std::string(count, '\0')); }
+    // An object header with the identity matrix moved by x; nameLength < 0: the name's own.
+    Vbf& Object(int32_t vertexCount, uint32_t sections, uint32_t faceCount, uint32_t children,
+                const std::string& name, double x = 0.0, int64_t nameLength = -1) {
+        U32({uint32_t(vertexCount), sections, faceCount, children});
         for (int i = 0; i < 16; ++i) {
             double value = i == 12 ? x : (i % 5 == 0 ? 1.0 : 0.0);
             bytes.append(reinterpret_cast<const char*>(&value), 8);
         }
-        U32({uint32_t(name.size())});
-        bytes += name;
-        return *this;
+        return U32({uint32_t(nameLength < 0 ? name.size() : size_t(nameLength))}).Raw(name);
     }
-    VbfBytes& Vertex(float x) { return F32(x).F32(0).F32(0).F32(0).F32(1).F32(0); }
-    VbfBytes& Face(uint32_t a, uint32_t b, uint32_t c, uint32_t texture) {
+    Vbf& Vertex(float x) { return F32(x).F32(0).F32(0).F32(0).F32(1).F32(0); }
+    Vbf& Face(uint32_t a, uint32_t b, uint32_t c, uint32_t texture) {
         U32({a, b, c, texture, 0});
         for (int i = 0; i < 6; ++i) F32(0.25f * float(i));
         return *this;
     }
-    VbfBytes& End() { return U32({0xFFFFFFFF}); }
+    Vbf& End() { return U32({0xFFFFFFFF}); }
 };
 
-// Starts every file: header kind 0 and no textures.
-VbfBytes Plain() {
-    VbfBytes file;
-    return file.U32({0, 0});
+Vbf Plain() {  // header kind 0, no textures
+    return Vbf().U32({0, 0});
 }
 
 std::vector<std::string> LoadedPaths;
@@ -70,39 +61,8 @@ std::vector<CTexture*> LoadedTextures;
 
 CTexture* RecordingLoader(const char* path) {
     LoadedPaths.emplace_back(path);
-    LoadedTextures.push_back(CreateTexture(2, 2, 0x8888));
-    return LoadedTextures.back();
+    return LoadedTextures.emplace_back(CreateTexture(2, 2, 0x8888));
 }
-
-class Vbf : public testing::Test {
-protected:
-    void SetUp() override {
-        LoadedPaths.clear();
-        LoadedTextures.clear();
-        SetTextureLoadFunction(RecordingLoader);
-    }
-    void TearDown() override {
-        SetTextureLoadFunction(nullptr);
-        for (CTexture* texture : LoadedTextures) FreeTexture(texture);
-        for (CTexture* texture : made) FreeTexture(texture);
-    }
-
-    bool Load(CMesh& root, const VbfBytes& file, const char* name = "model.vbf") {
-        WriteWholeFile(dir.File(name), file.bytes);
-        return root.LoadVBF(dir.File(name).c_str());
-    }
-    CTexture* Texture(const char* name, uint32_t flags = 0) {
-        CTexture* texture = CreateTexture(2, 2, 0x8888);
-        texture->SetName(name);
-        texture->flags |= flags;
-        made.push_back(texture);
-        return texture;
-    }
-
-    TempDir dir;
-    DebugCapture capture;
-    std::vector<CTexture*> made;
-};
 
 CMesh* Child(const CEntity& node, int index) {
     CEntity* child = node.firstChild;
@@ -120,33 +80,34 @@ std::string NameOf(const CEntity* node) {
     return node && node->name ? node->name : "";
 }
 
-// --- The tree of the round trip -----------------------------------------------------------------
-
-void FillVertices(CMesh* mesh, int32_t count, float seed) {
-    mesh->AllocVertices(count);
-    for (int32_t i = 0; i < count; ++i)
-        mesh->vertices[i] = MeshVertex{{seed + float(i), -seed * 0.5f, float(i) * 0.125f},
-                                       {0.0f, float(i % 2), float((i + 1) % 2)}};
-}
-
-void FillFaces(CMesh* mesh, uint32_t count, uint32_t vertexCount,
-               std::initializer_list<CTexture*> textures) {
-    mesh->AllocFaces(count, 0);
-    auto texture = textures.begin();
-    for (uint32_t i = 0; i < count; ++i) {
-        MeshFace& face = mesh->faces[0][i];
-        for (uint32_t c = 0; c < 3; ++c) face.vertex[c] = (i + c) % vertexCount;
-        face.texture = texture == textures.end() ? nullptr : *texture++;
-        face.flags = 0x1000u * (i % 2) + i;
-        for (int k = 0; k < 6; ++k) face.uv[k] = float(i) + 0.1f * float(k);
-    }
-}
-
 template <typename T>
 T* Zeroed(size_t count = 1) {
     auto* block = static_cast<T*>(MALLOC(count * sizeof(T)));
     std::memset(static_cast<void*>(block), 0, count * sizeof(T));
     return block;
+}
+
+// A mesh of numbered vertices, and faces with the given textures over them.
+CMesh* Node(CEntity* parent, const char* name, int32_t vertices, float seed,
+            std::vector<CTexture*> textures = {}, float angle = 0, float x = 0, float y = 0) {
+    CMesh* mesh = new CMesh(parent);
+    mesh->SetName(name);
+    mesh->SetOrientation(Vector{std::sin(angle), 0.0f, std::cos(angle)}, Vector{0, 1, 0});
+    mesh->SetPosition(x, y, x * 0.5f);
+    mesh->AllocVertices(vertices);
+    for (int32_t i = 0; i < vertices; ++i)
+        mesh->vertices[i] = MeshVertex{{seed + float(i), -seed * 0.5f, float(i) * 0.125f},
+                                       {0.0f, float(i % 2), float((i + 1) % 2)}};
+    if (textures.empty()) return mesh;
+    mesh->AllocFaces(uint32_t(textures.size()), 0);
+    for (uint32_t i = 0; i < textures.size(); ++i) {
+        MeshFace& face = mesh->faces[0][i];
+        for (uint32_t c = 0; c < 3; ++c) face.vertex[c] = (i + c) % 3;
+        face.texture = textures[i];
+        face.flags = 0x1000u * (i % 2) + i;
+        for (int k = 0; k < 6; ++k) face.uv[k] = float(i) + 0.1f * float(k);
+    }
+    return mesh;
 }
 
 VertexAnimation* NewShape(uint32_t frameCount, std::vector<uint32_t> keys) {
@@ -178,27 +139,15 @@ KeyAnimation* NewKeys(uint32_t form, uint32_t lastFrame, size_t dataBytes) {
     keys->lastFrame = lastFrame;
     keys->owner = 1;
     keys->currentFrame = KeyAnimationNoFrame;
-    if (dataBytes) {
-        auto* bytes = Zeroed<uint8_t>(dataBytes);
-        for (size_t i = 0; i < dataBytes; ++i) bytes[i] = uint8_t(i * 13 + form);
-        keys->frameData = bytes;
-    }
+    auto* bytes = dataBytes ? Zeroed<uint8_t>(dataBytes) : nullptr;
+    for (size_t i = 0; i < dataBytes; ++i) bytes[i] = uint8_t(i * 13);
+    keys->frameData = bytes;
     return keys;
-}
-
-CMesh* Node(CEntity* parent, const char* name, float angle = 0, float x = 0, float y = 0) {
-    CMesh* mesh = new CMesh(parent);
-    mesh->SetName(name);
-    mesh->SetOrientation(Vector{std::sin(angle), 0.0f, std::cos(angle)}, Vector{0, 1, 0});
-    mesh->SetPosition(x, y, x * 0.5f);
-    return mesh;
 }
 
 // Children, grandchildren and a great-grandchild, with every section the format carries.
 void BuildTree(CMesh* root, CTexture* brick, CTexture* grass) {
-    CMesh* hull = Node(root, "hull", 0.5f, 1.0f, 2.0f);
-    FillVertices(hull, 4, 1.0f);
-    FillFaces(hull, 3, 4, {brick, nullptr, grass});
+    CMesh* hull = Node(root, "hull", 4, 1.0f, {brick, nullptr, grass}, 0.5f, 1.0f, 2.0f);
     hull->AllocColours(4);
     hull->meshFlags |= MeshFlagVertexColours;
     for (int i = 0; i < 12; ++i) hull->colours[i] = uint8_t(i * 20);
@@ -212,42 +161,32 @@ void BuildTree(CMesh* root, CTexture* brick, CTexture* grass) {
     InsertTranslationKey(hullKeys, nullptr, 20, Vector{-4, 0, 8});
     hull->SetKeyAnimation(hullKeys);
 
-    CMesh* turret = Node(hull, "turret", -1.0f, 0.0f, 4.0f);
-    FillVertices(turret, 3, 7.0f);
-    FillFaces(turret, 1, 3, {brick});
+    CMesh* turret = Node(hull, "turret", 3, 7.0f, {brick}, -1.0f, 0.0f, 4.0f);
     SetPacked(turret, NewShape(8, {2, 5}), 6, {-1, -1, 0, 0, 0, 3, 3, 3});  // as keys give
     turret->SetKeyAnimation(NewKeys(KeyFormRecords, 2, 3 * 48));
 
-    CMesh* barrel = Node(turret, "barrel");
-    FillVertices(barrel, 7, 3.0f);  // two key frames of 3 and one spare vertex
+    CMesh* barrel = Node(turret, "barrel", 7, 3.0f, {grass, grass});  // 2 frames of 3, 1 spare
     VertexAnimation* unpacked = NewShape(5, {0, 3});
     unpacked->frameData = barrel->vertices;
     unpacked->totalVertices = 7;
     for (int f = 0; f < 5; ++f) unpacked->frameTable[f] = barrel->vertices + (f < 3 ? 0 : 3);
     barrel->vertexCount = 3;
     barrel->SetVertexAnimation(unpacked);
-    FillFaces(barrel, 2, 3, {grass, grass});
     KeyAnimation* table = NewKeys(KeyFormTable, 3, 4 * 2 + 2 * 48);
     const uint16_t records[4] = {0, 1, 1, 0};
     std::memcpy(table->frameData, records, sizeof records);
     table->distinctCount = 2;
     barrel->SetKeyAnimation(table);
 
-    CMesh* muzzle = Node(barrel, "muzzle");
-    FillVertices(muzzle, 2, 9.0f);
+    CMesh* muzzle = Node(barrel, "muzzle", 2, 9.0f);
     SetPacked(muzzle, NewShape(4, {0, 3}), 4, {0, -1, 2, 2});  // a halfway frame
     KeyAnimation* matrices = NewKeys(KeyFormKeys, 1, 2 * sizeof(Matrix));
     matrices->frameCached = Zeroed<uint8_t>(2);
     matrices->frameCached[0] = matrices->frameCached[1] = 1;
     muzzle->SetKeyAnimation(matrices);
 
-    CMesh* flag = Node(hull, "flag");
-    FillVertices(flag, 3, -2.0f);
-    FillFaces(flag, 1, 3, {brick});
-
-    CMesh* ground = Node(root, "ground", 0.0f, -1.0f);
-    FillVertices(ground, 3, 0.0f);
-    FillFaces(ground, 2, 3, {grass, brick});
+    Node(hull, "flag", 3, -2.0f, {brick});
+    Node(root, "ground", 3, 0.0f, {grass, brick}, 0.0f, -1.0f);
 }
 
 // Every record of a mesh that the file carries, as bytes: pointers as offsets or texture names.
@@ -262,9 +201,7 @@ std::string Records(const CMesh* m) {
     add(m->vertices, size_t(m->vertexCount) * 24);
     for (uint32_t i = 0; i < m->faceCount[0]; ++i) {
         const MeshFace& f = m->faces[0][i];
-        add(f.vertex, 12);
-        add(f.uv, 24);
-        add(&f.flags, 4);
+        add(f.vertex, 12), add(f.uv, 24), add(&f.flags, 4);
         if (f.texture) out += f.texture->name + std::to_string(f.texture->flags & TextureFlagClamp);
     }
     add(m->colours, size_t(m->vertexCount) * 3);
@@ -283,19 +220,16 @@ std::string Records(const CMesh* m) {
     if (const KeyAnimation* k = m->keyAnimation) {
         for (uint32_t n : {k->form, k->lastFrame, k->keyCount, uint32_t(k->owner)}) add(&n, 4);
         for (uint32_t i = 0; i < k->keyCount; ++i) {
-            add(&k->keys[i].time, 4);
-            add(k->keys[i].rotation, sizeof(Quaternion));
-            add(k->keys[i].scale, sizeof(Vector));
-            add(k->keys[i].translation, sizeof(Vector));
+            add(&k->keys[i].time, 4), add(k->keys[i].rotation, sizeof(Quaternion));
+            add(k->keys[i].scale, sizeof(Vector)), add(k->keys[i].translation, sizeof(Vector));
         }
         uint32_t frames = k->lastFrame + 1;
         if (k->form == KeyFormKeys) {
             add(k->frameCached, frames);
             if (k->frameCached) add(k->frameData, frames * sizeof(Matrix));
-        } else if (k->form == KeyFormRecords) {
-            add(k->frameData, frames * 48);
         } else {
-            add(k->frameData, frames * 2 + k->distinctCount * 48);
+            add(k->frameData,
+                k->form == KeyFormRecords ? frames * 48 : frames * 2 + k->distinctCount * 48);
         }
     }
     return out;
@@ -312,9 +246,51 @@ void ExpectSameTree(const CEntity& a, const CEntity& b) {
     }
 }
 
+Vbf Nested(int depth) {  // each object holds the next, the innermost holds none
+    Vbf file = Plain();
+    for (int level = 1; level <= depth; ++level) file.Object(0, 0, 0, level < depth, "n");
+    return file.End();
+}
+
+class VbfTest : public testing::Test {
+protected:
+    void SetUp() override {
+        VelmoraLogBeginRun();
+        LoadedPaths.clear();
+        LoadedTextures.clear();
+        SetTextureLoadFunction(RecordingLoader);
+        keep = new CMesh(&root);
+    }
+    void TearDown() override {
+        SetTextureLoadFunction(nullptr);
+        for (CTexture* texture : LoadedTextures) FreeTexture(texture);
+        for (CTexture* texture : made) FreeTexture(texture);
+    }
+    bool Load(const Vbf& file, const char* name = "model.vbf") {
+        WriteWholeFile(dir.File(name), file.bytes);
+        return root.LoadVBF(dir.File(name).c_str());
+    }
+    CTexture* Texture(const char* name, uint32_t flags = 0) {
+        CTexture* texture = made.emplace_back(CreateTexture(2, 2, 0x8888));
+        texture->SetName(name);
+        texture->flags |= flags;
+        return texture;
+    }
+    void ExpectTreeAsItWas() {
+        EXPECT_EQ(root.firstChild, keep);
+        EXPECT_EQ(keep->nextSibling, nullptr);
+    }
+
+    TempDir dir;
+    DebugCapture capture;
+    std::vector<CTexture*> made;
+    CMesh root{nullptr};
+    CMesh* keep = nullptr;  // what the loading tree held before
+};
+
 }  // namespace
 
-TEST_F(Vbf, WriteThenReadGivesTheSameRecordsAndOrder) {
+TEST_F(VbfTest, WriteThenReadGivesTheSameRecordsAndOrder) {
     CMesh source(nullptr);
     BuildTree(&source, Texture("brick.tga", TextureFlagClamp), Texture("grass.tga"));
     const char data[] = "\x02\x00\x00\xA0\x08\x00\x00\x00\x40\x00\x00\x00\x20\x00\x00\x00";
@@ -335,24 +311,23 @@ TEST_F(Vbf, WriteThenReadGivesTheSameRecordsAndOrder) {
     Matrix local;
     barrel->GetLocalMatrix(local);
     EXPECT_EQ(std::memcmp(&barrel->keyAnimation->baseMatrix, &local, sizeof local), 0);
-
     // Each entry loads once, in the order of first use, and faces share the texture of an entry.
     EXPECT_EQ(LoadedPaths, (std::vector<std::string>{"grass.tga", "brick.tga"}));
     EXPECT_EQ(Child(loaded, 0)->faces[0][0].texture, barrel->faces[0][0].texture);
     EXPECT_EQ(capture.Text().find("VELMORALoadVBF"), std::string::npos) << capture.Text();
 
-    // What was read writes the same bytes again.
-    std::vector<uint8_t> first, second;
+    std::vector<uint8_t> first, second;  // what was read writes the same bytes again
     ASSERT_TRUE(BuildVBFImage(&source, data, sizeof data, first));
     ASSERT_TRUE(BuildVBFImage(&loaded, data, sizeof data, second));
     EXPECT_EQ(first, second);
+    EXPECT_TRUE(loaded.LoadVBF(dir.File("tree.vbf").c_str()));  // user data dropped
+    WriteWholeFile(dir.File("none.vbf"), Vbf().U32({1, 0, 0}).End().bytes);
+    EXPECT_EQ(loaded.LoadVBFWithData(dir.File("none.vbf").c_str()), nullptr);  // none in it
 }
 
-TEST_F(Vbf, WriterTurnsFixedKeysIntoFloatsAndKeepsOnlyWhatTheFormatHolds) {
+TEST_F(VbfTest, WriterTurnsFixedKeysIntoFloatsAndRefusesWhatTheReaderWouldNotTake) {
     CMesh source(nullptr);
-    CMesh* mesh = Node(&source, "fixed");
-    FillVertices(mesh, 3, 1.0f);
-    FillFaces(mesh, 1, 3, {});
+    CMesh* mesh = Node(&source, "fixed", 3, 1.0f, {nullptr});
     mesh->AllocFaces(1, 1);  // layer 1 has no place in the file
     KeyAnimation* fixed = NewKeys(KeyFormFixedTable, 1, 2 * 2 + 24);
     const int16_t tableAndRecord[14] = {0, 0, 2048, 0, -1024, 0, 2048, 0, 1, 0, 2048, 256, -128, 3};
@@ -366,82 +341,68 @@ TEST_F(Vbf, WriterTurnsFixedKeysIntoFloatsAndKeepsOnlyWhatTheFormatHolds) {
     EXPECT_EQ(loaded.LoadVBFWithData(dir.File("fixed.vbf").c_str()), nullptr);  // header kind 0
     ASSERT_EQ(ChildCount(loaded), 2);
     EXPECT_EQ(Child(loaded, 0)->vertexCount, 0);
-    CMesh* back = Child(loaded, 1);
-    EXPECT_EQ(back->faceCount[1], 0u);
-    const KeyAnimation* keys = back->keyAnimation;
+    EXPECT_EQ(Child(loaded, 1)->faceCount[1], 0u);
+    const KeyAnimation* keys = Child(loaded, 1)->keyAnimation;
     ASSERT_NE(keys, nullptr);
     EXPECT_EQ(keys->form, uint32_t(KeyFormTable));
     float values[12];
     std::memcpy(values, static_cast<uint8_t*>(keys->frameData) + 4, sizeof values);
     const float expected[12] = {1, 0, -0.5f, 0, 1, 0, 1.0f / 2048, 0, 1, 1, -0.5f, 3.0f / 256};
     for (int i = 0; i < 12; ++i) EXPECT_EQ(values[i], expected[i]) << i;
-}
 
-TEST_F(Vbf, WriterRefusesWhatTheReaderWouldNotTake) {
     std::vector<uint8_t> image;
-    CMesh unnamed(nullptr);
-    CMesh* mesh = new CMesh(&unnamed);
-    FillVertices(mesh, 3, 0.0f);
-    FillFaces(mesh, 1, 3, {Texture(nullptr)});
+    CMesh unnamed(nullptr), halfFrames(nullptr), deep(nullptr);
+    Node(&unnamed, "u", 3, 0.0f, {Texture(nullptr)});
     EXPECT_FALSE(BuildVBFImage(&unnamed, nullptr, 0, image));
-
-    CMesh halfFrames(nullptr);
-    KeyAnimation* keys = NewKeys(KeyFormKeys, 4, 0);
-    InsertTranslationKey(keys, nullptr, 1.5f, Vector{1, 1, 1});
-    Node(&halfFrames, "keys")->SetKeyAnimation(keys);
+    KeyAnimation* half = NewKeys(KeyFormKeys, 4, 0);
+    InsertTranslationKey(half, nullptr, 1.5f, Vector{1, 1, 1});
+    Node(&halfFrames, "keys", 0, 0.0f)->SetKeyAnimation(half);
     EXPECT_FALSE(BuildVBFImage(&halfFrames, nullptr, 0, image));
-
-    CMesh deep(nullptr);
     CEntity* node = &deep;
     for (int i = 0; i < 257; ++i) node = new CMesh(node);
     EXPECT_FALSE(deep.SaveVBF(dir.File("deep.vbf").c_str(), nullptr, 0));
     EXPECT_FALSE(std::ifstream(dir.File("deep.vbf")).good());  // nothing written
-    std::string log = capture.Text();
     for (const char* fault : {"texture without a name", "deeper than 256", "not a frame number"})
-        EXPECT_NE(log.find(fault), std::string::npos) << fault << "\n" << log;
+        EXPECT_NE(capture.Text().find(fault), std::string::npos) << fault;
 }
 
-TEST_F(Vbf, ChildrenComeBetweenHeaderAndPayloadAndListsStandNewestFirst) {
-    VbfBytes file = Plain();
-    file.Object(1, 0, 0, 2, "a", 1.0);
-    file.Object(1, 0, 0, 0, "a1").Vertex(11);
-    file.Object(1, 0, 0, 0, "a2").Vertex(12);
-    file.Vertex(10);  // a's own payload, after its descendants
-    file.Object(1, 0, 0, 0, "b").Vertex(20).End();
-    file.bytes += "trailing bytes are never read";
-
-    CMesh root(nullptr);
-    CMesh* old = new CMesh(&root);
-    ASSERT_TRUE(Load(root, file));
+TEST_F(VbfTest, ChildrenComeBetweenHeaderAndPayloadAndListsStandNewestFirst) {
+    std::string longName(300, 'n');
+    longName[254] = 'E';
+    Vbf file = Plain().Object(1, 0, 0, 2, "a", 1.0).Object(1, 0, 0, 0, "a1").Vertex(11);
+    file.Object(1, 0, 0, 0, longName).Vertex(12);  // cut with a warning, the rest read past
+    file.Vertex(10);                                // a's own payload, after its descendants
+    file.Object(1, 0, 0, 0, "b").Vertex(20).End().Raw("trailing bytes are never read");
+    ASSERT_TRUE(Load(file));
     ASSERT_EQ(ChildCount(root), 3);
     CMesh* a = Child(root, 1);
-    EXPECT_EQ(Child(root, 2), old);
+    EXPECT_EQ(Child(root, 2), keep);
     EXPECT_EQ(a->position.x, 1.0f);
     const CMesh* meshes[4] = {Child(root, 0), a, Child(*a, 0), Child(*a, 1)};
-    const char* names[4] = {"b", "a", "a2", "a1"};
+    const std::string names[4] = {"b", "a", longName.substr(0, 255), "a1"};
     const float payloads[4] = {20, 10, 12, 11};
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(NameOf(meshes[i]), names[i]);
         EXPECT_EQ(meshes[i]->vertices[0].position.x, payloads[i]) << names[i];
     }
-
-    CMesh empty(nullptr);
-    EXPECT_TRUE(Load(empty, Plain().End(), "empty.vbf"));
-    EXPECT_EQ(empty.firstChild, nullptr);
+    EXPECT_NE(capture.Text().find("Name in VBF too long - truncated..."), std::string::npos);
+    capture.Clear();
+    EXPECT_TRUE(Load(Plain().Object(1, 0, 0, 0, std::string(255, 's')).Vertex(1).End()));
+    EXPECT_EQ(capture.Text().find("too long"), std::string::npos);  // 255 fits
+    EXPECT_TRUE(Load(Plain().Object(5, VBFSectionColours, 0, 0, "c").Zeros(120).Raw("0123456789abcde")
+                         .End()));  // colours right before the end mark
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(Child(root, 0)->colours), 15), "0123456789abcde");
+    EXPECT_EQ(Child(root, 0)->meshFlags & MeshFlagVertexColours, uint32_t(MeshFlagVertexColours));
+    EXPECT_TRUE(Load(Plain().End()));
+    EXPECT_EQ(ChildCount(root), 5);
 }
 
-TEST_F(Vbf, TextureEntriesLoadOncePerEntryAndFacesResolveToThem) {
-    VbfBytes block;
-    block.Text("stone.tga").bytes.push_back(char(VBFTextureSecondName | VBFTextureClamp));
-    block.Text("stone_detail.tga");  // skipped, never looked up
-    block.Text("water.tga").bytes.push_back(0);
-    VbfBytes file;
-    file.U32({0, uint32_t(block.bytes.size())}).bytes += block.bytes;
+TEST_F(VbfTest, TextureEntriesLoadOncePerEntryAndFacesResolveToThem) {
+    std::string block("stone.tga\0\3stone_detail.tga\0water.tga\0\0", 39);  // second name skipped
+    Vbf file = Vbf().U32({0, uint32_t(block.size())}).Raw(block);
     file.Object(3, 0, 4, 0, "pond").Vertex(0).Vertex(1).Vertex(2);
     file.Face(0, 1, 2, 1).Face(0, 1, 2, 0).Face(2, 1, 0, VBFNoTexture).Face(0, 2, 1, 1).End();
-
-    CMesh root(nullptr);
-    ASSERT_TRUE(Load(root, file, "pond.vbf"));
+    ASSERT_TRUE(Load(file, "pond.vbf"));
     EXPECT_EQ(LoadedPaths, (std::vector<std::string>{"stone.tga", "water.tga"}));
     EXPECT_EQ(std::string(MeshFolder), dir.Path() + "/");
     MeshFace* faces = Child(root, 0)->faces[0];
@@ -456,26 +417,8 @@ TEST_F(Vbf, TextureEntriesLoadOncePerEntryAndFacesResolveToThem) {
     EXPECT_EQ(faces[3].uv[5], 1.25f);
 }
 
-TEST_F(Vbf, UserDataIsHandedOverOnlyWhenThereIsSome) {
-    VbfBytes map;
-    map.U32({1, 16, 0xA0000002, 8, 64, 32, 0}).End();
-    WriteWholeFile(dir.File("map.vbf"), map.bytes);
-    CMesh root(nullptr);
-    VBFUserData* data = root.LoadVBFWithData(dir.File("map.vbf").c_str());
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(std::string(data->bytes, data->bytes + data->size), map.bytes.substr(8, 16));
-    FreeVBFUserData(data);
-    EXPECT_TRUE(root.LoadVBF(dir.File("map.vbf").c_str()));  // the same file, data dropped
-
-    VbfBytes none;
-    WriteWholeFile(dir.File("none.vbf"), none.U32({1, 0, 0}).End().bytes);
-    EXPECT_EQ(root.LoadVBFWithData(dir.File("none.vbf").c_str()), nullptr);
-    EXPECT_EQ(capture.Text().find("LOG:"), std::string::npos) << capture.Text();
-}
-
-TEST_F(Vbf, VertexAnimationNeedsTwoKeysAndCutsUnpackedFrames) {
-    VbfBytes file = Plain();
-    file.Object(6, VBFSectionVertexAnimation, 0, 0, "still");
+TEST_F(VbfTest, VertexAnimationNeedsTwoKeysAndCutsUnpackedFrames) {
+    Vbf file = Plain().Object(6, VBFSectionVertexAnimation, 0, 0, "still");
     for (int i = 0; i < 6; ++i) file.Vertex(float(i));
     file.U32({10, 0, 1, 0});  // one key: no animation
     file.Object(300, VBFSectionVertexAnimation, 0, 0, "moving");
@@ -483,18 +426,13 @@ TEST_F(Vbf, VertexAnimationNeedsTwoKeysAndCutsUnpackedFrames) {
     file.U32({6, 0, 3, 1, 2, 4});
     file.Object(2, VBFSectionVertexAnimation, 0, 0, "packed").Vertex(0).Vertex(1);
     file.U32({4, 0xFFFFFFFF, 2, 1, 3, 4, 4});  // 4 fraction bits, 4 records, no table
-    for (int i = 0; i < 16; ++i) file.bytes += std::string("\x10\x00", 2);
-    file.End();
-
-    CMesh root(nullptr);
-    ASSERT_TRUE(Load(root, file));
+    for (int i = 0; i < 16; ++i) file.Raw(std::string("\x10\x00", 2));
+    ASSERT_TRUE(Load(file.End()));
     EXPECT_EQ(Child(root, 2)->vertexAnimation, nullptr);
     EXPECT_EQ(Child(root, 2)->vertexCount, 6);
-
-    CMesh* moving = Child(root, 1);
-    const VertexAnimation* shape = moving->vertexAnimation;
+    const VertexAnimation* shape = Child(root, 1)->vertexAnimation;
     ASSERT_NE(shape, nullptr);
-    EXPECT_EQ(moving->vertexCount, 100);
+    EXPECT_EQ(Child(root, 1)->vertexCount, 100);
     EXPECT_EQ(shape->totalVertices, 300u);
     MeshVertex* base = static_cast<MeshVertex*>(shape->frameData);
     const MeshVertex* table[6] = {nullptr, base, base + 100, base + 100, base + 200, base + 200};
@@ -510,19 +448,15 @@ TEST_F(Vbf, VertexAnimationNeedsTwoKeysAndCutsUnpackedFrames) {
               std::make_tuple(nullptr, data, data + 16));
 }
 
-TEST_F(Vbf, KeyRecordsMergeByFrameAndAnEmptyListLeavesNoAnimation) {
+TEST_F(VbfTest, KeyRecordsMergeByFrameAndAnEmptyListLeavesNoAnimation) {
     Quaternion q{0.5f, 0.1f, 0.2f, 0.3f};
-    VbfBytes file = Plain();
-    file.Object(0, VBFSectionKeyAnimation, 0, 0, "none").U32({9, 0});
+    Vbf file = Plain().Object(0, VBFSectionKeyAnimation, 0, 0, "none").U32({9, 0});
     file.Object(0, VBFSectionKeyAnimation, 0, 0, "keys", 7.0).U32({9, 4});
     file.U32({9 | VBFKeyTranslation}).F32(9).F32(9).F32(9);
     file.U32({5 | VBFKeyRotation}).F32(q.x).F32(q.y).F32(q.z).F32(q.s);
     file.U32({5 | VBFKeyTranslation}).F32(1).F32(2).F32(3);
     file.U32({2 | VBFKeyScale | VBFKeyTranslation}).F32(2).F32(2).F32(2).F32(0).F32(0).F32(0);
-    file.End();
-
-    CMesh root(nullptr);
-    ASSERT_TRUE(Load(root, file));
+    ASSERT_TRUE(Load(file.End()));
     EXPECT_EQ(Child(root, 1)->keyAnimation, nullptr);
     EXPECT_EQ(Child(root, 1)->features & MeshFeatureKeyAnimation, 0);
     const KeyAnimation* keys = Child(root, 0)->keyAnimation;
@@ -540,25 +474,101 @@ TEST_F(Vbf, KeyRecordsMergeByFrameAndAnEmptyListLeavesNoAnimation) {
     EXPECT_EQ(keys->lastFrame, 9u);
 }
 
-TEST_F(Vbf, LongNamesAreCutWithAWarning) {
-    std::string name(300, 'n');
-    name[254] = 'E';
-    CMesh root(nullptr);
-    ASSERT_TRUE(Load(root, Plain().Object(1, 0, 0, 0, name).Vertex(5).End()));
-    EXPECT_EQ(NameOf(Child(root, 0)), name.substr(0, 255));
-    EXPECT_EQ(Child(root, 0)->vertices[0].position.x, 5.0f);  // the rest of the name read past
-    EXPECT_NE(capture.Text().find("Name in VBF too long - truncated..."), std::string::npos);
+// Each damage is refused with a line naming the file and the fault, before anything is
+// allocated for a count it claims, and leaves the loading tree as it was.
+TEST_F(VbfTest, EachDamageIsRefusedWithItsOwnLineAndTheTreeUnchanged) {
+    const uint32_t VA = VBFSectionVertexAnimation, KA = VBFSectionKeyAnimation;
+    // Two key frames of 2 vertices, then the packing header.
+    Vbf packed = Plain().Object(2, VA, 0, 0, "p").Zeros(48).U32({4, 0xFFFFFFFF, 2, 0, 1});
+    // Two key frames of 3 vertices: an index fits the stored 6 but not one frame.
+    Vbf anim = Plain().Object(6, VA, 1, 0, "anim").Zeros(144).Face(0, 1, 4, ~0u);
+    Vbf textured = Vbf().U32({0, 7}).Raw(std::string("a.tga\0\0", 7)).Object(3, 0, 1, 0, "t");
+    auto keyed = [&](const char* name) { return Plain().Object(0, KA, 0, 0, name); };
+    auto shaped = [&](const char* name) { return Plain().Object(2, VA, 0, 0, name).Zeros(48); };
+    const struct {
+        const char* fault;  // what the log line must say
+        Vbf file;
+    } cases[] = {
+        {"the file ends before its header", Vbf().Raw("\1")},
+        {"the file ends before its user data size", Vbf().U32({1})},
+        {"user data of 4294967280 bytes", Vbf().U32({1, 0xFFFFFFF0})},
+        {"user data of 5 bytes, 4 are left", Vbf().U32({1, 5, 0})},
+        {"the file ends before its texture block", Vbf().U32({0})},
+        {"texture block of 1000 bytes", Vbf().U32({0, 1000}).End()},
+        {"texture entry 0 runs past", Vbf().U32({0, 3}).Raw("abc").End()},
+        {"texture entry 1 runs past", Vbf().U32({0, 9}).Raw(std::string("a.tga\0\0b\0", 9)).End()},
+        {"ends before the end mark", Plain()},
+        {"the file ends inside an object header", Plain().U32({1, 0, 0, 0})},
+        {"\"huge\" has 2147483647 vertices", Plain().Object(0x7FFFFFFF, 0, 0, 0, "huge").End()},
+        {"\"c\" has 2 vertices, 52 bytes", Plain().Object(2, 1, 0, 0, "c").Zeros(48).End()},
+        {"\"many\" has 4026531840 faces", Plain().Object(0, 0, 0xF0000000, 0, "many").End()},
+        {"\"s\" has 1 faces, 44 bytes", Plain().Object(0, 2, 1, 0, "s").Face(0, 0, 0, 0)},
+        {"\"crowd\" has 1073741824 children", Plain().Object(0, 0, 0, 1u << 30, "crowd").End()},
+        {"\"kids\" has 2 children, 4 bytes", Plain().Object(0, 0, 0, 2, "kids").End()},
+        {"name length 4294967295", Plain().Object(1, 0, 0, 0, "", 0, 0xFFFFFFFF).End()},
+        {"name length 2147483648", Plain().Object(1, 0, 0, 0, "", 0, 0x80000000).End()},
+        {"the vertices of \"v\" run past", Plain().Object(1, 0, 0, 1, "v").Object(0, 0, 0, 0, "w").Zeros(20)},
+        {"the faces of \"fc\" run past",
+         Plain().Object(0, 0, 1, 1, "fc").Object(0, 0, 0, 0, "w").Zeros(40)},
+        {"the colours of \"col\" run past", Plain().Object(1, 1, 0, 1, "col").Object(0, 0, 0, 0, "w").Zeros(26)},
+        {"the smoothing groups of \"sg\" run past",
+         Plain().Object(0, 2, 1, 1, "sg").Object(0, 0, 0, 0, "w").Face(0, 0, 0, ~0u).Zeros(3)},
+        {"face 1 of \"tri\" uses vertex 3, the object has 3",
+         Plain().Object(3, 0, 2, 0, "tri").Zeros(72).Face(0, 1, 2, ~0u).Face(0, 3, 2, ~0u).End()},
+        {"face 0 of \"anim\" uses vertex 4, the object has 3", Vbf(anim).U32({2, 0, 2, 0, 1}).End()},
+        {"face 0 of \"t\" uses texture 1, the file has 1", Vbf(textured).Zeros(72).Face(0, 1, 2, 1).End()},
+        {"the vertex animation of \"q\" is cut short", shaped("q").U32({4, 0})},
+        {"\"k\" has 1073741824 key frames", shaped("k").U32({4, 0, 1u << 30}).End()},
+        {"\"z\" has 0 frames", shaped("z").U32({0, 0, 2, 0, 1}).End()},
+        {"\"w\" has 2097152 frames", shaped("w").U32({1u << 21, 0, 2, 0, 1}).End()},
+        {"the vertex animations up to \"y\" come to 1048577 frames, more than 1048576",
+         shaped("x").U32({1u << 19, 0, 2, 0, 1}).Object(2, VA, 0, 0, "y").Zeros(48)
+             .U32({(1u << 19) + 1, 0, 2, 0, 1}).End()},
+        {"the packed animation of \"p\" is cut short", Vbf(packed).U32({0})},
+        {"\"p\" has 536870912 records", Vbf(packed).U32({0, 1u << 29}).End()},
+        {"\"p\" has 3 records, too few for 2 key frames of 2 vertices", Vbf(packed).U32({0, 3}).Zeros(28)},
+        {"the frame table of \"p\" runs past", Vbf(packed).U32({VBFPackFrameTable, 4}).Zeros(44)},
+        {"frame 3 of the packed animation of \"p\" lies past its data",
+         Vbf(packed).U32({VBFPackFrameTable, 4}).Zeros(32).U32({1, 0, 9, 13}).End()},
+        {"the key animation of \"h\" is cut short", keyed("h").U32({5})},
+        {"\"a\" has a last frame of 1048576", keyed("a").U32({1u << 20, 0}).End()},
+        {"\"b\" has 8 keys, 4 bytes are left", keyed("b").U32({5, 8}).End()},
+        {"key 0 of \"c\" is cut short", keyed("c").U32({5, 1, 3 | VBFKeyRotation, 0, 0})},
+        {"key 0 of \"g\" is cut short", keyed("g").U32({5, 1, 3 | VBFKeyScale, 0, 0})},
+        {"key 0 of \"i\" is cut short", keyed("i").U32({5, 1, 3 | VBFKeyTranslation, 0, 0})},
+        {"the key frames of \"d\" need 384 bytes", keyed("d").U32({5, VBFKeyMatrices}).End()},
+        {"the key frames of \"r\" need 288 bytes", keyed("r").U32({5, VBFKeyRecords}).End()},
+        {"the key animation of \"f\" is cut short", keyed("f").U32({1, VBFKeyTable})},
+        {"the key frames of \"j\" need 100 bytes", keyed("j").U32({1, VBFKeyTable, 2}).Zeros(52)},
+        {"frame 0 of \"e\" uses key record 256 of 1",  // the high byte counts
+         keyed("e").U32({1, VBFKeyTable, 1, 0x00000100}).Zeros(48).End()},
+        {"objects nest deeper than 256 levels", Nested(1000)},
+    };
+    for (const auto& c : cases) {
+        capture.Clear();
+        EXPECT_FALSE(Load(c.file, "bad.vbf")) << c.fault;
+        std::string log = capture.Text();
+        EXPECT_NE(log.find("LOG: (VELMORALoadVBF) Corrupt VBF " + dir.File("bad.vbf")),
+                  std::string::npos)
+            << log;
+        EXPECT_NE(log.find(c.fault), std::string::npos) << c.fault << "\n" << log;
+        ExpectTreeAsItWas();
+    }
+    EXPECT_TRUE(LoadedPaths.empty());  // a refused file loads no textures
+    EXPECT_NE(ReadWholeFile("velmora.log").find("key record 256 of 1"), std::string::npos);
+
+    EXPECT_TRUE(Load(Nested(256)));  // the deepest the writer makes
+    int depth = 0;
+    for (CEntity* node = root.firstChild; node; node = node->firstChild) ++depth;
+    EXPECT_EQ(depth, 256);
 }
 
 // Every section of the tree is cut somewhere among these prefixes.
-TEST_F(Vbf, EveryTruncationOfAWrittenFileIsRefusedAndLeavesTheTree) {
+TEST_F(VbfTest, EveryTruncationOfAWrittenFileIsRefusedAndLeavesTheTree) {
     CMesh source(nullptr);
     BuildTree(&source, Texture("brick.tga", TextureFlagClamp), Texture("grass.tga"));
     std::vector<uint8_t> image;
     ASSERT_TRUE(BuildVBFImage(&source, "user", 4, image));
-
-    CMesh root(nullptr);
-    CMesh* keep = new CMesh(&root);
     for (size_t size = 0; size < image.size(); ++size) {
         capture.Clear();
         // A block of exactly the prefix's size: a read past it is a sanitizer report.
@@ -572,11 +582,20 @@ TEST_F(Vbf, EveryTruncationOfAWrittenFileIsRefusedAndLeavesTheTree) {
         ASSERT_EQ(root.firstChild, keep) << size;
         ASSERT_EQ(keep->nextSibling, nullptr) << size;
     }
-    EXPECT_TRUE(LoadedPaths.empty());  // a refused file loads no textures
-
-    WriteWholeFile(dir.File("cut.vbf"), std::string(image.begin(), image.end() - 1));
-    EXPECT_EQ(root.LoadVBFWithData(dir.File("cut.vbf").c_str()), nullptr);
-    EXPECT_EQ(root.firstChild, keep);
+    EXPECT_TRUE(LoadedPaths.empty());
     EXPECT_TRUE(VELMORALoadVBF(&root, image.data(), image.size(), "whole.vbf", nullptr));
     EXPECT_EQ(ChildCount(root), 3);
+}
+
+TEST_F(VbfTest, FilesThatCannotBeReadAreLoggedUnderTheCallersTag) {
+    std::string missing = dir.File("missing.vbf");
+    EXPECT_FALSE(root.LoadVBF(missing.c_str()));
+    EXPECT_EQ(root.LoadVBFWithData(missing.c_str()), nullptr);
+    EXPECT_FALSE(root.LoadVBF(dir.Path().c_str()));  // a folder, not a file
+    std::string log = capture.Text();
+    EXPECT_NE(log.find("LOG: (CMesh::LoadVBF) Failed to open VBF: " + missing), std::string::npos);
+    EXPECT_NE(log.find("LOG: (CMesh::LoadVBFWithData) Failed to open VBF: " + missing),
+              std::string::npos);
+    ExpectTreeAsItWas();
+    EXPECT_DEATH(Load(Vbf().U32({2, 0}).End()), "VELMORALoadVBF: invalid header");
 }
