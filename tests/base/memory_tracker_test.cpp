@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/diagnostics.h"
 #include "platform/debug/debug_output.h"
 
 namespace {
