@@ -371,7 +371,7 @@ TEST_F(VbfTest, ChildrenComeBetweenHeaderAndPayloadAndListsStandNewestFirst) {
     longName[254] = 'E';
     Vbf file = Plain().Object(1, 0, 0, 2, "a", 1.0).Object(1, 0, 0, 0, "a1").Vertex(11);
     file.Object(1, 0, 0, 0, longName).Vertex(12);  // cut with a warning, the rest read past
-    file.Vertex(10);                                // a's own payload, after its descendants
+    file.Vertex(10);                               // a's own payload, after its descendants
     file.Object(1, 0, 0, 0, "b").Vertex(20).End().Raw("trailing bytes are never read");
     ASSERT_TRUE(Load(file));
     ASSERT_EQ(ChildCount(root), 3);
@@ -389,7 +389,10 @@ TEST_F(VbfTest, ChildrenComeBetweenHeaderAndPayloadAndListsStandNewestFirst) {
     capture.Clear();
     EXPECT_TRUE(Load(Plain().Object(1, 0, 0, 0, std::string(255, 's')).Vertex(1).End()));
     EXPECT_EQ(capture.Text().find("too long"), std::string::npos);  // 255 fits
-    EXPECT_TRUE(Load(Plain().Object(5, VBFSectionColours, 0, 0, "c").Zeros(120).Raw("0123456789abcde")
+    EXPECT_TRUE(Load(Plain()
+                         .Object(5, VBFSectionColours, 0, 0, "c")
+                         .Zeros(120)
+                         .Raw("0123456789abcde")
                          .End()));  // colours right before the end mark
     EXPECT_EQ(std::string(reinterpret_cast<char*>(Child(root, 0)->colours), 15), "0123456789abcde");
     EXPECT_EQ(Child(root, 0)->meshFlags & MeshFlagVertexColours, uint32_t(MeshFlagVertexColours));
@@ -485,6 +488,10 @@ TEST_F(VbfTest, EachDamageIsRefusedWithItsOwnLineAndTheTreeUnchanged) {
     Vbf textured = Vbf().U32({0, 7}).Raw(std::string("a.tga\0\0", 7)).Object(3, 0, 1, 0, "t");
     auto keyed = [&](const char* name) { return Plain().Object(0, KA, 0, 0, name); };
     auto shaped = [&](const char* name) { return Plain().Object(2, VA, 0, 0, name).Zeros(48); };
+    // A child's bytes pass the parent's header checks; then the parent's payload runs out.
+    auto parent = [&](int32_t vertices, uint32_t sections, uint32_t faces, const char* name) {
+        return Plain().Object(vertices, sections, faces, 1, name).Object(0, 0, 0, 0, "w");
+    };
     const struct {
         const char* fault;  // what the log line must say
         Vbf file;
@@ -507,26 +514,32 @@ TEST_F(VbfTest, EachDamageIsRefusedWithItsOwnLineAndTheTreeUnchanged) {
         {"\"kids\" has 2 children, 4 bytes", Plain().Object(0, 0, 0, 2, "kids").End()},
         {"name length 4294967295", Plain().Object(1, 0, 0, 0, "", 0, 0xFFFFFFFF).End()},
         {"name length 2147483648", Plain().Object(1, 0, 0, 0, "", 0, 0x80000000).End()},
-        {"the vertices of \"v\" run past", Plain().Object(1, 0, 0, 1, "v").Object(0, 0, 0, 0, "w").Zeros(20)},
-        {"the faces of \"fc\" run past",
-         Plain().Object(0, 0, 1, 1, "fc").Object(0, 0, 0, 0, "w").Zeros(40)},
-        {"the colours of \"col\" run past", Plain().Object(1, 1, 0, 1, "col").Object(0, 0, 0, 0, "w").Zeros(26)},
+        {"the vertices of \"v\" run past", parent(1, 0, 0, "v").Zeros(20)},
+        {"the faces of \"fc\" run past", parent(0, 0, 1, "fc").Zeros(40)},
+        {"the colours of \"col\" run past", parent(1, 1, 0, "col").Zeros(26)},
         {"the smoothing groups of \"sg\" run past",
-         Plain().Object(0, 2, 1, 1, "sg").Object(0, 0, 0, 0, "w").Face(0, 0, 0, ~0u).Zeros(3)},
+         parent(0, 2, 1, "sg").Face(0, 0, 0, ~0u).Zeros(3)},
         {"face 1 of \"tri\" uses vertex 3, the object has 3",
          Plain().Object(3, 0, 2, 0, "tri").Zeros(72).Face(0, 1, 2, ~0u).Face(0, 3, 2, ~0u).End()},
-        {"face 0 of \"anim\" uses vertex 4, the object has 3", Vbf(anim).U32({2, 0, 2, 0, 1}).End()},
-        {"face 0 of \"t\" uses texture 1, the file has 1", Vbf(textured).Zeros(72).Face(0, 1, 2, 1).End()},
+        {"face 0 of \"anim\" uses vertex 4, the object has 3",
+         Vbf(anim).U32({2, 0, 2, 0, 1}).End()},
+        {"face 0 of \"t\" uses texture 1, the file has 1",
+         Vbf(textured).Zeros(72).Face(0, 1, 2, 1).End()},
         {"the vertex animation of \"q\" is cut short", shaped("q").U32({4, 0})},
         {"\"k\" has 1073741824 key frames", shaped("k").U32({4, 0, 1u << 30}).End()},
         {"\"z\" has 0 frames", shaped("z").U32({0, 0, 2, 0, 1}).End()},
         {"\"w\" has 2097152 frames", shaped("w").U32({1u << 21, 0, 2, 0, 1}).End()},
         {"the vertex animations up to \"y\" come to 1048577 frames, more than 1048576",
-         shaped("x").U32({1u << 19, 0, 2, 0, 1}).Object(2, VA, 0, 0, "y").Zeros(48)
-             .U32({(1u << 19) + 1, 0, 2, 0, 1}).End()},
+         shaped("x")
+             .U32({1u << 19, 0, 2, 0, 1})
+             .Object(2, VA, 0, 0, "y")
+             .Zeros(48)
+             .U32({(1u << 19) + 1, 0, 2, 0, 1})
+             .End()},
         {"the packed animation of \"p\" is cut short", Vbf(packed).U32({0})},
         {"\"p\" has 536870912 records", Vbf(packed).U32({0, 1u << 29}).End()},
-        {"\"p\" has 3 records, too few for 2 key frames of 2 vertices", Vbf(packed).U32({0, 3}).Zeros(28)},
+        {"\"p\" has 3 records, too few for 2 key frames of 2 vertices",
+         Vbf(packed).U32({0, 3}).Zeros(28)},
         {"the frame table of \"p\" runs past", Vbf(packed).U32({VBFPackFrameTable, 4}).Zeros(44)},
         {"frame 3 of the packed animation of \"p\" lies past its data",
          Vbf(packed).U32({VBFPackFrameTable, 4}).Zeros(32).U32({1, 0, 9, 13}).End()},
