@@ -2,27 +2,22 @@
 // whole bakes byte for byte at any number of threads, on maps of varied shape and under lights
 // that meet the edge cases of both cores' arithmetic. TENEBRIX_TEST_INTENSITY=N runs N times as
 // many maps.
+#include "tool/raycast/fast_raycast.h"
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
-#include "engine/mesh/mesh.h"
 #include "tests/support/bake_fixture.h"
 #include "tests/support/random_map.h"
 #include "tests/support/report_capture.h"
 #include "tool/maps/demo_map.h"
-#include "tool/raycast/fast_raycast.h"
 
 namespace {
-
-int Intensity() {
-    const char* value = std::getenv("TENEBRIX_TEST_INTENSITY");
-    int n = value ? std::atoi(value) : 1;
-    return n > 1 ? n : 1;
-}
 
 const Vector Lights[] = {
     {0.0f, 1.0f, 0.0f},     // overhead: a and b of a flat triangle exact
@@ -34,7 +29,6 @@ const Vector Lights[] = {
     {0.0f, 0.4f, -1.0f},    // d.x exactly 0
     {1.0f, 1.0f, 0.0f},     // diagonal
 };
-constexpr int LightCount = sizeof Lights / sizeof Lights[0];
 
 struct Answers {
     int lit = 0, shadowed = 0;
@@ -51,9 +45,8 @@ void CompareQueries(CMesh* map, Vector light, float span, float step, Answers& a
     fast.Build(table, light);
     FastRayQuery query(fast);
     RayQueryState state;
-    const float border = span / 8;
-    for (float z = border; z > -span - border; z -= step)
-        for (float x = -border; x < span + border; x += step) {
+    for (float z = span / 8; z > -span * 9 / 8; z -= step)
+        for (float x = -span / 8; x < span * 9 / 8; x += step) {
             bool miss = RayCastDown(table, state, x, 10000.0f, z, x, -20000.0f, z);
             ASSERT_EQ(query.CastDown(x, 10000.0f, z, x, -20000.0f, z), miss) << x << ", " << z;
             ASSERT_EQ(std::memcmp(&query.Ground(), &state.Ground, sizeof state.Ground), 0)
@@ -68,13 +61,7 @@ void CompareQueries(CMesh* map, Vector light, float span, float step, Answers& a
         }
 }
 
-class FastRayCore : public BakeFixture {
-protected:
-    std::string BakeBoth(CMesh* map) {
-        std::string bytes = Bake(map);
-        return bytes + ReadWholeFile(dir->File("texture.dah"));
-    }
-};
+using FastRayCore = BakeFixture;
 
 TEST_F(FastRayCore, AnswersAsTheLiteralWalkOnTheDemoMap) {
     std::unique_ptr<CMesh> map(BuildDemoMap());
@@ -97,25 +84,30 @@ TEST_F(FastRayCore, BakesAndAnswersAsTheLiteralWalkOnRandomMaps) {
     ShadowSettings.Oversample = 4;
     ShadowSettings.WriteHeightData = 1;
     const int threadCounts[] = {1, 2, 4};
+    const char* intensity = std::getenv("TENEBRIX_TEST_INTENSITY");
+    const int maps = 50 * std::max(1, intensity ? std::atoi(intensity) : 1);
+    auto bake = [&](CMesh* map) {
+        std::string bytes = Bake(map);
+        return bytes + ReadWholeFile(dir->File("texture.dah"));
+    };
     Answers answers;
-    for (int seed = 1; seed <= 50 * Intensity(); ++seed) {
-        const int cells = 2 + seed % 5;
-        const Vector& light = Lights[seed % LightCount];
-        SCOPED_TRACE(testing::Message() << "seed " << seed << ", light " << seed % LightCount);
+    for (int seed = 1; seed <= maps; ++seed) {
+        const int cells = 2 + seed % 5, light = seed % 8;
+        SCOPED_TRACE(testing::Message() << "seed " << seed << ", light " << light);
         std::unique_ptr<CMesh> map(BuildRandomMap(uint32_t(seed), cells));
-        ShadowSettings.Light = light;
+        ShadowSettings.Light = Lights[light];
         ShadowSettings.MapCellsX = cells;
         ShadowSettings.MapCellsY = cells - seed % 2;
         core = {true, CrossingRule::HalfOpen, threadCounts[seed % 3]};
-        const std::string literal = BakeBoth(map.get());
+        const std::string literal = bake(map.get());
         ASSERT_GT(literal.size(), 512u * 512u);
         for (int threads : threadCounts) {
             core = {false, CrossingRule::HalfOpen, threads};
-            std::string fast = BakeBoth(map.get());
+            std::string fast = bake(map.get());
             ASSERT_FALSE(stats.literalWalk);
             ASSERT_TRUE(fast == literal) << threads << " threads";
         }
-        CompareQueries(map.get(), light, cells * 32.0f, 2.0f, answers);
+        CompareQueries(map.get(), Lights[light], cells * 32.0f, 2.0f, answers);
         if (HasFatalFailure()) return;
     }
     EXPECT_GT(answers.lit, 0);  // the maps exercise both answers
