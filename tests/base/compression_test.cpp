@@ -22,9 +22,7 @@ uint16_t TreeValue(const Bytes& stored, uint32_t index) {
     return uint16_t(stored[8 + 2 * index] | stored[9 + 2 * index] << 8);
 }
 
-Bytes Huffman(const Bytes& input) {
-    return CompressWith(HuffmanCompress, input, 9);
-}
+Bytes Huffman(const Bytes& input) { return CompressWith(HuffmanCompress, input, 9); }
 
 // Skewed, so Huffman codes of many lengths occur.
 Bytes Random(uint32_t size, uint32_t seed, uint32_t values) {
@@ -39,13 +37,12 @@ TEST(Compression, RandomAndRealDataComeBackByteForByte) {
     std::vector<std::pair<std::string, Bytes>> inputs;
     for (uint32_t size : {0u, 1u, 2u, 3u, 255u, 4096u, 65537u, 1u << 20})
         for (uint32_t values : {2u, 17u, 256u})
-            inputs.push_back({std::to_string(size) + "/" + std::to_string(values),
-                              Random(size, size + values, values)});
+            inputs.push_back(
+                {std::to_string(size) + "/" + std::to_string(values), Random(size, size + values, values)});
     std::mt19937 generator(7);  // uniform bytes: every value, Huffman codes of 7 to 9 bits
     inputs.push_back({"uniform", Bytes(100000)});
     for (uint8_t& b : inputs.back().second) b = uint8_t(generator());
-    for (const char* sample :
-         {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
+    for (const char* sample : {"README.md", "data/sample/textures/grass.tga", "data/sample/test.vbf"}) {
         inputs.push_back({sample, ReadSourceFile(sample)});
         ASSERT_GT(inputs.back().second.size(), 1000u) << sample;
     }
@@ -65,15 +62,13 @@ TEST(Compression, RandomAndRealDataComeBackByteForByte) {
             EXPECT_EQ(Load32(zlib, 0), size);
             Bytes plain(size + 1);
             uLongf plainLength = plain.size();
-            ASSERT_EQ(uncompress(plain.data(), &plainLength, zlib.data() + 4, zlib.size() - 4),
-                      Z_OK);
+            ASSERT_EQ(uncompress(plain.data(), &plainLength, zlib.data() + 4, zlib.size() - 4), Z_OK);
             EXPECT_EQ(plainLength, size);
             ASSERT_TRUE(ExpandWith(ZlibExpand, zlib, size, &output));
             EXPECT_TRUE(output == input);
         }
     }
-    EXPECT_LT(Huffman(inputs[inputs.size() - 3].second).size(),
-              inputs[inputs.size() - 3].second.size());
+    EXPECT_LT(Huffman(inputs[inputs.size() - 3].second).size(), inputs[inputs.size() - 3].second.size());
     // A weight of ten million takes part in the merges like any other.
     Bytes large(10000005, 'a');
     for (uint32_t i = 0; i < 5; ++i) large[i * 1000003] = uint8_t('b' + i);
@@ -108,8 +103,8 @@ TEST(Compression, HuffmanTreeAndBitsAreLaidOutExactly) {
     stored = Huffman({'a', 'a', 'a', 'b', 'b', 'c'});
     ASSERT_EQ(stored.size(), 2060u);
     EXPECT_EQ(Load32(stored, 4), 257u);
-    EXPECT_EQ(std::vector<uint16_t>({TreeValue(stored, 512), TreeValue(stored, 513),
-                                     TreeValue(stored, 514), TreeValue(stored, 515)}),
+    EXPECT_EQ(std::vector<uint16_t>({TreeValue(stored, 512), TreeValue(stored, 513), TreeValue(stored, 514),
+                                     TreeValue(stored, 515)}),
               std::vector<uint16_t>({'c', 'b', 'a', 256}));
     EXPECT_EQ(Load32(stored, 2056), 0b011111000u);
 
@@ -138,8 +133,8 @@ TEST(Compression, TooLittleRoomOrAnUnknownLevelIsRefused) {
     Bytes stored(5000);
     for (const auto& row : rows) {
         ReportCapture warnings;
-        EXPECT_EQ(row.compress(row.input.data(), stored.data(), uint32_t(row.input.size()),
-                               row.capacity, row.level),
+        EXPECT_EQ(row.compress(row.input.data(), stored.data(), uint32_t(row.input.size()), row.capacity,
+                               row.level),
                   row.length);
         EXPECT_EQ(warnings.warnings, row.length ? 0 : 1);
     }
@@ -186,8 +181,7 @@ TEST(Compression, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.said);
         ReportCapture warnings;
-        EXPECT_FALSE(
-            ExpandWith(row.huffman ? HuffmanExpand : ZlibExpand, row.stored, row.size, &output));
+        EXPECT_FALSE(ExpandWith(row.huffman ? HuffmanExpand : ZlibExpand, row.stored, row.size, &output));
         EXPECT_EQ(warnings.warnings, 1);
         EXPECT_EQ(warnings.lastWarning.substr(0, row.said.size()), row.said);
     }

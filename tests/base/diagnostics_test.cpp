@@ -21,9 +21,9 @@ TEST(Diagnostics, DefaultHandlersWriteTheirPiecesInOrder) {
     CorvaneSetWarningHandler(CorvaneSetWarningHandler(nullptr));  // null puts the default back
     CorvaneWarning("w");
     EXPECT_EQ(capture.Pieces(),
-              (Texts{"WARNING: ", "low on space", "\n", "ALERT: ", "Could not open RESOURCE.CFG\n",
-                     "\n", "engine/scene.cpp(17) : TRACE entering\n", "DEBUG: ", "3 meshes", "\n",
-                     "WARNING: ", "w", "\n"}));
+              (Texts{"WARNING: ", "low on space", "\n", "ALERT: ", "Could not open RESOURCE.CFG\n", "\n",
+                     "engine/scene.cpp(17) : TRACE entering\n", "DEBUG: ", "3 meshes", "\n", "WARNING: ", "w",
+                     "\n"}));
     EXPECT_EQ(capture.Boxes(), (Texts{"ALERT: Could not open RESOURCE.CFG\n"}));
 }
 
@@ -80,9 +80,8 @@ TEST(Diagnostics, AssertionReportsTwoTextsAndGoesOnWithAReturningHandler) {
     const std::string here = std::string(__FILE__) + "(" + std::to_string(line) + ")";
     ASSERT_EQ(log.texts.size(), 3u);
     EXPECT_EQ(log.texts[0], "E512: Assertion Failed: " + std::string(39, ' ') + "src/a.cpp(42)\n");
-    EXPECT_EQ(
-        log.texts[1],
-        "E512: Assertion Failed: a/very/long/path/of/more/than/forty-eight/characters.cpp(3)\n");
+    EXPECT_EQ(log.texts[1],
+              "E512: Assertion Failed: a/very/long/path/of/more/than/forty-eight/characters.cpp(3)\n");
     EXPECT_NE(log.texts[2].find(here + "\n"), std::string::npos) << log.texts[2];
     ASSERT_EQ(capture.Pieces().size(), 3u);
     EXPECT_EQ(capture.Pieces()[0], "src/a.cpp(42) : ASSERTION FAILED\n");

@@ -42,8 +42,7 @@ protected:
         Pauses = &pauses;
         MemorySetOutput([](const char* text) { Log->push_back(text); });
         MemorySetErrorHandler([](const char* message, const char*, int line, uint32_t code) {
-            Log->push_back("!" + std::to_string(code) + " " + std::to_string(line) + ": " +
-                           message);
+            Log->push_back("!" + std::to_string(code) + " " + std::to_string(line) + ": " + message);
         });
         MemorySetPauseForTesting([](uint32_t ms) { Pauses->push_back(ms); });
     }
@@ -89,10 +88,10 @@ TEST_F(MemoryTracker, BlocksStartFilledBetweenGuardsAndDamageIsDumped) {
     char where[160];
     std::snprintf(where, sizeof where, "%s(%d) : Block %s 0x00000010\n", __FILE__, tailLine,
                   Hex(tail).c_str());
-    const std::string tailReport =
-        std::string("**********\nERROR: Memory Block Has Tail Damage\n") + where +
-        "Boundary Block\n" + Dump("58 BD BD BD BD BD BD BD", "X.......") + "Memory Block\n" +
-        Dump("41 42 43 44 45 46 47 48", "ABCDEFGH") + Dump("49 4A", "IJ") + "**********\n";
+    const std::string tailReport = std::string("**********\nERROR: Memory Block Has Tail Damage\n") + where +
+                                   "Boundary Block\n" + Dump("58 BD BD BD BD BD BD BD", "X.......") +
+                                   "Memory Block\n" + Dump("41 42 43 44 45 46 47 48", "ABCDEFGH") +
+                                   Dump("49 4A", "IJ") + "**********\n";
     EXPECT_EQ(Output(), tailReport);
     log.clear();
     FREE(tail);
@@ -106,12 +105,11 @@ TEST_F(MemoryTracker, BlocksStartFilledBetweenGuardsAndDamageIsDumped) {
     for (int i = 0; i < 40; ++i) head[i] = uint8_t(0x30 + i);
     head[-1] = 0x7E;
     EXPECT_TRUE(MemoryCheckBlock(MemoryFindBlock(head)));
-    std::snprintf(where, sizeof where, "%s(%d) : Block %s %8d\n", __FILE__, headLine,
-                  Hex(head).c_str(), 40);
+    std::snprintf(where, sizeof where, "%s(%d) : Block %s %8d\n", __FILE__, headLine, Hex(head).c_str(), 40);
     // The block's start shows its first 32 bytes only.
     EXPECT_EQ(Output(), std::string("ERROR: Memory Block Has Header Damage\n**********\n") + where +
-                            "**********\n" + Dump("BD BD BD BD BD BD BD 7E", ".......~") +
-                            "**********\n" + Dump("30 31 32 33 34 35 36 37", "01234567") +
+                            "**********\n" + Dump("BD BD BD BD BD BD BD 7E", ".......~") + "**********\n" +
+                            Dump("30 31 32 33 34 35 36 37", "01234567") +
                             Dump("38 39 3A 3B 3C 3D 3E 3F", "89:;<=>?") +
                             Dump("40 41 42 43 44 45 46 47", "@ABCDEFG") +
                             Dump("48 49 4A 4B 4C 4D 4E 4F", "HIJKLMNO") + "**********\n");
@@ -140,20 +138,18 @@ TEST_F(MemoryTracker, MisusedReleasesAreReportedAndStillRelease) {
     DELETE(array);  // the elements stand behind the array's length, so this misses the block
     FREE(twice);
     FREE(twice);
-    EXPECT_EQ(
-        Errors(),
-        (Texts{"256" + At(line) + "Attempting to FREE a NULL pointer.",
-               "256" + At(line + 1) + "Attempting to DELETE a NULL pointer.",
-               "257" + At(line + 2) + "Using FREE on a pointer allocated with NEW",
-               "258" + At(line + 3) + "Using DELETE on a pointer allocated with MALLOC",
-               "259" + At(line + 4) +
-                   "Trying to FREE a memory block which has not been allocated: " + Hex(array),
-               "259" + At(line + 4) + "Possible Array missmatch use DELETEARRAY?",
-               "259" + At(line + 6) +
-                   "Trying to FREE a memory block which has not been allocated: " + Hex(twice)}));
+    EXPECT_EQ(Errors(),
+              (Texts{"256" + At(line) + "Attempting to FREE a NULL pointer.",
+                     "256" + At(line + 1) + "Attempting to DELETE a NULL pointer.",
+                     "257" + At(line + 2) + "Using FREE on a pointer allocated with NEW",
+                     "258" + At(line + 3) + "Using DELETE on a pointer allocated with MALLOC",
+                     "259" + At(line + 4) +
+                         "Trying to FREE a memory block which has not been allocated: " + Hex(array),
+                     "259" + At(line + 4) + "Possible Array missmatch use DELETEARRAY?",
+                     "259" + At(line + 6) +
+                         "Trying to FREE a memory block which has not been allocated: " + Hex(twice)}));
     // The second release of a block lists its history before the report.
-    const std::string file = __FILE__, history = "HISTORY\n" + file + "(" +
-                                                 std::to_string(line - 3) +
+    const std::string file = __FILE__, history = "HISTORY\n" + file + "(" + std::to_string(line - 3) +
                                                  ") : Allocated as 24\n" + file + "(" +
                                                  std::to_string(line + 5) + ") : Freed\n";
     EXPECT_NE(Output().find(history), std::string::npos) << Output();
@@ -205,8 +201,7 @@ TEST_F(MemoryTracker, TableReportsLiveBytesByFileAndLine) {
     const size_t alpha = text.find("\nprobe/alpha.cpp : 600\n");
     EXPECT_NE(alpha, std::string::npos);
     EXPECT_LT(text.find("\nprobe/beta.cpp : 5000\n"), alpha);  // largest first
-    EXPECT_NE(text.find("\n" + longName.substr(longName.size() - 80) + " : 3\n"),
-              std::string::npos);
+    EXPECT_NE(text.find("\n" + longName.substr(longName.size() - 80) + " : 3\n"), std::string::npos);
     EXPECT_EQ(text.substr(text.size() - 32), "**********\nTable End\n**********\n");
     EXPECT_EQ(pauses, (std::vector<uint32_t>{1000, 1000}));
 
@@ -215,8 +210,8 @@ TEST_F(MemoryTracker, TableReportsLiveBytesByFileAndLine) {
     std::string line20 = "probe/alpha.cpp(20) : ", line10 = "probe/alpha.cpp(10) : ";
     line20.resize(80, ' ');
     line10.resize(80, ' ');
-    EXPECT_NE(Output().find("probe/alpha.cpp : 600\n" + line20 + ":        1 blocks =      400\n" +
-                            line10 + ":        2 blocks =      200\n\n"),
+    EXPECT_NE(Output().find("probe/alpha.cpp : 600\n" + line20 + ":        1 blocks =      400\n" + line10 +
+                            ":        2 blocks =      200\n\n"),
               std::string::npos);
     for (void* block : blocks) FREE(block);
 }
@@ -248,8 +243,7 @@ TEST_F(MemoryTracker, ChecksAndFailuresAreReported) {
 }
 
 TEST_F(MemoryTracker, CloseListsLeaksAndEmptiesTheTables) {
-    auto* leak =
-        static_cast<unsigned char*>(MemoryAllocate(12, "probe/leak.cpp", 77, MemoryKindMalloc));
+    auto* leak = static_cast<unsigned char*>(MemoryAllocate(12, "probe/leak.cpp", 77, MemoryKindMalloc));
     MemoryClose();
     ASSERT_GE(log.size(), 2u);
     EXPECT_EQ(log[0] + log[1],
@@ -281,8 +275,7 @@ TEST(PlainMemory, ReallocCopyCopiesTheSmallerSizeAndCloseSaysTrackingIsOff) {
     EXPECT_EQ(capture.Pieces()[0] + capture.Pieces()[1],
               "\nCorvane DEBUG_MEMORY checking is OFF\n"
               "No DEBUG memory allocation information can be displayed.\n");
-    EXPECT_EQ(
-        capture.Pieces()[2].rfind("** Add the CV_DEBUG_MEMORY define in 'Project Settings", 0), 0u);
+    EXPECT_EQ(capture.Pieces()[2].rfind("** Add the CV_DEBUG_MEMORY define in 'Project Settings", 0), 0u);
 }
 
 #endif

@@ -31,9 +31,7 @@ public:
     Texts texts;
 
 private:
-    static void Add(const std::string& slot, const char* text) {
-        active->texts.push_back(slot + text);
-    }
+    static void Add(const std::string& slot, const char* text) { active->texts.push_back(slot + text); }
     static inline ReportLog* active = nullptr;
     CorvaneTextHandler oldWarning, oldAlert, oldTrace;
     CorvaneErrorHandler oldError;
