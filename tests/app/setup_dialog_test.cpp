@@ -7,7 +7,6 @@
 
 namespace {
 
-// The application brought up on a headless screen for one test, and taken down after it.
 class SetupDialogTest : public AppFixture {
 protected:
     void Open() {
@@ -19,8 +18,8 @@ protected:
         AppFixture::TearDown();
     }
 
-    // The user's click on "&Create Shadows", and everything it sets off.
-    void PressCreate() {
+    void Create(const std::string& typed) {
+        ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, typed));
         ASSERT_TRUE(ui.Click(dialog, IdCreateShadows));
         DrainWindowMessages();
     }
@@ -28,14 +27,12 @@ protected:
     // Types dir, presses the button and says whether the one error box came up (and only it).
     bool Refused(const std::string& typed) {
         size_t before = ui.Boxes().size();
-        EXPECT_TRUE(ui.Type(dialog, IdMapDirectory, typed));
-        PressCreate();
+        Create(typed);
         if (ui.Boxes().size() == before) return false;
         EXPECT_EQ(ui.Boxes().size(), before + 1);
         const HeadlessUi::Box& box = ui.Boxes().back();
-        EXPECT_EQ(box.text, ErrorText);
-        EXPECT_EQ(box.caption, "ERROR");
-        EXPECT_EQ(box.type, 16u);
+        EXPECT_EQ(box.text + "|" + box.caption + "|" + std::to_string(box.type),
+                  ErrorText + std::string("|ERROR|16"));
         EXPECT_EQ(box.owner, WindowId(reinterpret_cast<uintptr_t>(dialog)));
         return true;
     }
@@ -44,42 +41,30 @@ protected:
     HWND dialog = nullptr;
 };
 
-TEST_F(SetupDialogTest, OpensWithItsControlsTextsAndScripts) {
+TEST_F(SetupDialogTest, OpensWithTheScriptsTheLastDirectoryAndTheViewerBoxOff) {
     WriteScript("B_second.ssf", "AMBIENT 10\n");
     WriteScript("a_first.ssf", "AMBIENT 20\n");
     WriteWholeFile(dir.File("lit/notes.txt"), "not a script");
+    WriteWholeFile(dir.File("LastShadow.txt"), "maps/with a blank\n");
     Open();
-    char title[64];
-    GetWindowTextA(dialog, title, sizeof title);
-    EXPECT_STREQ(title, "Parameters for Shadow Generator");
     EXPECT_TRUE(IsWindowVisible(dialog));
     EXPECT_EQ(GetFocus(), dialog);
-    EXPECT_EQ(ItemText(dialog, IdCreateShadows), "&Create Shadows");
-    EXPECT_EQ(ItemText(dialog, IdExit), "E&xit");
-    EXPECT_EQ(ItemText(dialog, IdProgressLabel), "Shadow Build Progress:");
-
-    // The scripts of the LIT folder in the order of the search, the first one chosen.
+    EXPECT_EQ(ItemText(dialog, IdMapDirectory), "maps/with a blank");
+    // The scripts of the LIT folder in name order whatever the case, the first one chosen.
+    const char* scripts[] = {"a_first.ssf", "B_second.ssf", "quick.ssf"};
     HWND list = GetDlgItem(dialog, IdScript);
-    ASSERT_EQ(SendMessageA(list, CB_GETCOUNT, 0, 0), 3);
-    char entry[64];
-    const char* expected[] = {"a_first.ssf", "B_second.ssf", "quick.ssf"};
-    for (int i = 0; i < 3; ++i) {
-        SendMessageA(list, CB_GETLBTEXT, WPARAM(i), reinterpret_cast<LPARAM>(entry));
-        EXPECT_STREQ(entry, expected[i]);
+    EXPECT_EQ(SendMessageA(list, CB_GETCOUNT, 0, 0), 3);
+    EXPECT_EQ(ItemText(dialog, IdScript), scripts[0]);
+    for (int i : {2, 1}) {
+        SendMessageA(list, CB_SETCURSEL, WPARAM(i), 0);
+        EXPECT_EQ(ItemText(dialog, IdScript), scripts[i]);
     }
-    EXPECT_EQ(SendMessageA(list, CB_GETCURSEL, 0, 0), 0);
-    EXPECT_EQ(ItemText(dialog, IdScript), "a_first.ssf");
-
-    // Laid out in dialog units of the classic font: 6 by 13 pixels a character.
-    PixelRect create = ui.Geometry(GetDlgItem(dialog, IdCreateShadows));
-    EXPECT_EQ(create.x, 8);
-    EXPECT_EQ(create.y, 146);
-    EXPECT_EQ(create.width, 97);
-    EXPECT_EQ(create.height, 23);
-    PixelRect whole = ui.Geometry(dialog);
-    EXPECT_EQ(whole.width, 408);
-    EXPECT_EQ(whole.height, 180);
-
+    // Laid out in dialog units of the classic font, 6 by 13 pixels a character, 7.5 rounding up.
+    const PixelRect create = ui.Geometry(GetDlgItem(dialog, IdCreateShadows)),
+                    whole = ui.Geometry(dialog);
+    EXPECT_EQ((std::vector<int>{create.x, create.y, create.width, create.height, whole.width,
+                                whole.height}),
+              (std::vector<int>{8, 146, 97, 23, 408, 180}));
     // Without a display device the viewer box is shown but can't be ticked, and says why.
     HWND display = GetDlgItem(dialog, IdDisplayMap);
     EXPECT_TRUE(IsWindowVisible(display));
@@ -88,97 +73,73 @@ TEST_F(SetupDialogTest, OpensWithItsControlsTextsAndScripts) {
     EXPECT_FALSE(ui.Click(dialog, IdDisplayMap));
 }
 
-TEST_F(SetupDialogTest, TheLastMapDirectoryComesBackWholeBlanksIncluded) {
-    WriteWholeFile(dir.File("LastShadow.txt"), "maps/with a blank\n");
-    Open();
-    EXPECT_EQ(ItemText(dialog, IdMapDirectory), "maps/with a blank");
-}
-
-TEST_F(SetupDialogTest, EmptyListAndMissingLastDirectoryLeaveEmptyControls) {
-    std::filesystem::remove(dir.File("lit/quick.ssf"));
-    Open();
-    EXPECT_EQ(ItemText(dialog, IdMapDirectory), "");
-    EXPECT_EQ(SendMessageA(GetDlgItem(dialog, IdScript), CB_GETCOUNT, 0, 0), 0);
-    EXPECT_EQ(ItemText(dialog, IdScript), "");
-    // No script to choose: the selection names the folder, which is no script.
-    EXPECT_TRUE(Refused("maps/good"));
-    EXPECT_FALSE(Exists("LastShadow.txt"));
-}
-
-TEST_F(SetupDialogTest, TheLengthRuleAllowsExactly250Characters) {
-    std::string longest(250, 'd'), tooLong(251, 'e');
+// Each bad map directory or script gets the one box, nothing of a bake happens and the last
+// directory is kept; a path of exactly 250 characters is still good.
+TEST_F(SetupDialogTest, EveryBadDirectoryOrScriptGetsTheOneBox) {
+    const std::string longest(250, 'd'), tooLong(251, 'e');
     WriteMap(longest);
     WriteMap(tooLong);
+    std::filesystem::create_directories(dir.File("maps/empty"));
+    std::filesystem::create_directories(dir.File("maps/folder/test.vbf"));
+    WriteWholeFile(dir.File("maps/plain-file"), "x");
+    WriteWholeFile(dir.File("LastShadow.txt"), "maps/old");
     Open();
-    EXPECT_TRUE(Refused(tooLong));
-    EXPECT_FALSE(Exists("LastShadow.txt"));
+    for (const std::string& typed :
+         {std::string(), std::string("maps/nowhere"), std::string("maps/plain-file"),
+          std::string("maps/empty"), std::string("maps/folder"), tooLong}) {
+        EXPECT_TRUE(Refused(typed)) << typed;
+        EXPECT_EQ(MessageLogCount(), 0) << typed;  // the script is read only for a good map
+    }
+    std::filesystem::remove(dir.File("lit/quick.ssf"));  // since the list was filled
+    EXPECT_TRUE(Refused("maps/good"));
+    ASSERT_GT(MessageLogCount(), 0);
+    EXPECT_STREQ(MessageLogLine(MessageLogCount() - 1),
+                 "***** FAILED TO OPEN SCRIPT lit/quick.ssf *****");
+    EXPECT_EQ(ReadWholeFile(dir.File("LastShadow.txt")), "maps/old");
+    EXPECT_FALSE(Exists("maps/good/texture.dat") || Exists(tooLong + "/texture.dat"));
+    EXPECT_TRUE(Enabled(dialog, IdCreateShadows));
+
+    WriteScript("quick.ssf", "LIGHT 1 2 1\nSCRIPT quick.lit\n");
     EXPECT_FALSE(Refused(longest));
     EXPECT_TRUE(Exists(longest + "/texture.dat"));
     EXPECT_EQ(ReadWholeFile(dir.File("LastShadow.txt")), longest);
 }
 
-TEST_F(SetupDialogTest, EveryBadMapDirectoryGetsTheOneBox) {
-    std::filesystem::create_directories(dir.File("maps/empty"));
-    std::filesystem::create_directories(dir.File("maps/folder/test.vbf"));
-    WriteWholeFile(dir.File("maps/plain-file"), "x");
-    Open();
-    EXPECT_TRUE(Refused(""));
-    EXPECT_TRUE(Refused("maps/nowhere"));
-    EXPECT_TRUE(Refused("maps/plain-file"));
-    EXPECT_TRUE(Refused("maps/empty"));   // no test.vbf
-    EXPECT_TRUE(Refused("maps/folder"));  // test.vbf is itself a directory
-    EXPECT_FALSE(Exists("LastShadow.txt"));
-    // Nothing of a bake happened, and the dialog still takes input.
-    EXPECT_FALSE(Exists("maps/folder/texture.dat"));
-    EXPECT_TRUE(Enabled(dialog, IdCreateShadows));
-}
-
-TEST_F(SetupDialogTest, AScriptThatVanishedSinceTheListWasFilledIsRefusedAndLogged) {
-    WriteWholeFile(dir.File("LastShadow.txt"), "maps/old");
-    Open();
+TEST_F(SetupDialogTest, WithoutScriptsOrALastDirectoryTheControlsStayEmpty) {
     std::filesystem::remove(dir.File("lit/quick.ssf"));
-    EXPECT_TRUE(Refused("maps/good"));
-    std::string expected = "***** FAILED TO OPEN SCRIPT lit/quick.ssf *****";
-    ASSERT_GT(MessageLogCount(), 0);
-    EXPECT_EQ(MessageLogLine(MessageLogCount() - 1), expected);
-    EXPECT_EQ(ReadWholeFile(dir.File("LastShadow.txt")), "maps/old");  // untouched
+    Open();
+    EXPECT_EQ(ItemText(dialog, IdMapDirectory), "");
+    EXPECT_EQ(ItemText(dialog, IdScript), "");
+    EXPECT_TRUE(Refused("maps/good"));  // the selection names the folder, which is no script
+    EXPECT_FALSE(Exists("LastShadow.txt"));
 }
 
 // What the user sees while the bake runs: the bar moving and nothing that could start another.
-struct BakeView {
-    std::vector<int> percents;
-    std::vector<std::vector<bool>> controls;
-};
-BakeView* Watching = nullptr;
+std::vector<int> Percents;
+std::vector<std::vector<bool>> ControlStates;
 HWND WatchedDialog = nullptr;
 ProgressHooks AppHooks;
 
 void WatchProgress(int percent) {
     AppHooks.setProgress(percent);
-    Watching->percents.push_back(Progress(WatchedDialog) == percent ? percent : -1);
-    Watching->controls.push_back(BakeControlsEnabled(WatchedDialog));
+    Percents.push_back(Progress(WatchedDialog) == percent ? percent : -1);
+    ControlStates.push_back(BakeControlsEnabled(WatchedDialog));
 }
 
 TEST_F(SetupDialogTest, ABakeDisablesTheControlsMovesTheBarAndHandsBack) {
     Open();
-    ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, "maps/good"));
-    BakeView view;
-    Watching = &view;
     WatchedDialog = dialog;
     AppHooks = SetProgressHooks(nullptr);
     ProgressHooks watch = AppHooks;
     watch.setProgress = WatchProgress;
     SetProgressHooks(&watch);
-    int pumpsBefore = ui.PumpCount();
-
-    PressCreate();
+    const int pumpsBefore = ui.PumpCount();
+    Create("maps/good");
     SetProgressHooks(&AppHooks);
 
-    EXPECT_EQ(view.percents, (std::vector<int>{0, 25, 50, 75}));
-    for (const std::vector<bool>& state : view.controls)
-        EXPECT_EQ(state, std::vector<bool>(6, false));
+    EXPECT_EQ(Percents, (std::vector<int>{0, 25, 50, 75}));
+    EXPECT_EQ(ControlStates, std::vector<std::vector<bool>>(4, std::vector<bool>(6, false)));
     EXPECT_GE(ui.PumpCount() - pumpsBefore, 4);  // the window kept being served mid-bake
-
     // Handed back: controls as at the start, the bar at 0, the start directory current.
     EXPECT_EQ(BakeControlsEnabled(dialog),
               (std::vector<bool>{true, true, true, false, true, true}));
@@ -196,8 +157,7 @@ TEST_F(SetupDialogTest, ABakeDisablesTheControlsMovesTheBarAndHandsBack) {
 TEST_F(SetupDialogTest, AMapTheRunRefusesSaysWhyAndHandsBack) {
     WriteWholeFile(dir.File("maps/good/test.vbf"), std::string("\0\0\0\0\x05", 5));
     Open();
-    ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, "maps/good"));
-    PressCreate();
+    Create("maps/good");
     ASSERT_EQ(ui.Boxes().size(), 1u);
     EXPECT_EQ(ui.Boxes()[0].caption, "ERROR");
     EXPECT_NE(ui.Boxes()[0].text.find("***** MAP REFUSED"), std::string::npos);
@@ -209,39 +169,29 @@ TEST_F(SetupDialogTest, AMapTheRunRefusesSaysWhyAndHandsBack) {
 TEST_F(SetupDialogTest, TheFolderPickerFillsTheDirectoryUnlessCancelled) {
     Open();
     ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, "typed"));
-    ui.SetFolderPickerAnswer(nullptr);
-    ASSERT_TRUE(ui.Click(dialog, IdBrowse));
-    DrainWindowMessages();
-    EXPECT_EQ(ui.FolderPickerCalls(), 1);
+    const std::string picked = dir.File("maps/good");
+    for (const char* answer : {static_cast<const char*>(nullptr), picked.c_str()}) {
+        ui.SetFolderPickerAnswer(answer);
+        ASSERT_TRUE(ui.Click(dialog, IdBrowse));
+        DrainWindowMessages();
+        EXPECT_EQ(ItemText(dialog, IdMapDirectory), answer ? picked : "typed");
+    }
+    EXPECT_EQ(ui.FolderPickerCalls(), 2);
     EXPECT_EQ(ui.FolderPickerTitle(), "Select Map Directory");
-    EXPECT_EQ(ItemText(dialog, IdMapDirectory), "typed");
-
-    std::string picked = dir.File("maps/good");
-    ui.SetFolderPickerAnswer(picked.c_str());
-    ASSERT_TRUE(ui.Click(dialog, IdBrowse));
-    DrainWindowMessages();
-    EXPECT_EQ(ItemText(dialog, IdMapDirectory), picked);
 }
 
 TEST_F(SetupDialogTest, WithoutTheComponentLibraryBrowseStaysOffEvenAfterABake) {
     ui.SetComponentLibraryResult(HRESULT(0x80004005u));
     Open();
-    EXPECT_EQ(NoFolderPicker, 1);
     EXPECT_FALSE(Enabled(dialog, IdBrowse));
-    // A message that reaches the dialog anyway opens no picker.
+    // A message that reaches the dialog anyway opens no picker; the user can still type.
     PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(IdBrowse, BN_CLICKED), 0);
-    DrainWindowMessages();
+    Create("maps/good");
     EXPECT_EQ(ui.FolderPickerCalls(), 0);
-    // The user can still type a directory.
-    ASSERT_TRUE(ui.Type(dialog, IdMapDirectory, "maps/good"));
-    PressCreate();
     EXPECT_TRUE(Exists("maps/good/texture.dat"));
     EXPECT_FALSE(Enabled(dialog, IdBrowse));
     EXPECT_TRUE(Enabled(dialog, IdCreateShadows));
-}
-
-TEST_F(SetupDialogTest, OnlyTheLowWordOfACommandCounts) {
-    Open();
+    // Only the low word of a command counts.
     PostMessageA(dialog, WM_COMMAND, MAKEWPARAM(IdExit, 0x300), 0);
     EXPECT_TRUE(DrainWindowMessages());
 }

@@ -1,12 +1,9 @@
-// The window calls over the screenless window system: handles, the queue, dispatch and the
-// controls' messages, as the dialog and the main loop rely on them.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "platform/ui/headless_ui.h"
-#include "platform/ui/shell_api.h"
 #include "platform/ui/window_api.h"
 
 namespace {
@@ -44,11 +41,8 @@ protected:
 
     std::vector<UINT> Drain() {
         std::vector<UINT> seen;
-        MSG message;
-        while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
-            seen.push_back(message.message);
-            DispatchMessageA(&message);
-        }
+        for (MSG m; PeekMessageA(&m, nullptr, 0, 0, PM_REMOVE); DispatchMessageA(&m))
+            seen.push_back(m.message);
         return seen;
     }
 
@@ -56,42 +50,19 @@ protected:
     HWND dialog = nullptr;
 };
 
-TEST(DialogUnits, NeighboursThatTouchInUnitsTouchInPixelsWhateverTheFont) {
-    for (DialogBaseUnits units : {DialogBaseUnits{6, 13}, {7, 16}, {9, 19}}) {
-        PixelRect left = DialogUnitsToPixels(0, 0, 37, 11, units);
-        PixelRect right = DialogUnitsToPixels(37, 11, 20, 9, units);
-        EXPECT_EQ(left.x + left.width, right.x);
-        EXPECT_EQ(left.y + left.height, right.y);
-    }
-}
-
-TEST_F(WindowSystemTest, ADialogIsMadeFromItsTemplateAndNothingElse) {
-    ASSERT_FALSE(Calls.empty());
-    EXPECT_EQ(Calls[0].first, UINT(WM_INITDIALOG));
-    for (const ControlTemplate& control : Controls)
-        EXPECT_EQ(GetDlgCtrlID(GetDlgItem(dialog, control.id)), control.id);
-    EXPECT_EQ(GetDlgItem(dialog, 1234), nullptr);
-    char text[16];
-    EXPECT_EQ(GetDlgItemTextA(dialog, 1, text, 3), 2u);  // what fits, terminated
-    EXPECT_STREQ(text, "&G");
-    EXPECT_EQ(CreateDialogParamA(nullptr, MAKEINTRESOURCEA(4242), nullptr, RecordingProcedure, 0),
-              nullptr);
-}
-
 TEST_F(WindowSystemTest, StaleAndMadeUpHandlesAreRefused) {
     HWND control = GetDlgItem(dialog, 10);
-    HWND madeUp = reinterpret_cast<HWND>(uintptr_t(0xBADBAD));
-    EXPECT_FALSE(IsWindow(madeUp));
-    EXPECT_FALSE(SetWindowTextA(madeUp, "x"));
-    EXPECT_FALSE(PostMessageA(madeUp, WM_COMMAND, 1, 0));
     EXPECT_FALSE(DestroyWindow(control));  // a control goes with its dialog only
     EXPECT_TRUE(DestroyWindow(dialog));
-    EXPECT_FALSE(IsWindow(dialog));
-    EXPECT_FALSE(IsWindow(control));
-    EXPECT_FALSE(SetWindowTextA(control, "x"));
-    EXPECT_EQ(SendMessageA(control, PBM_GETPOS, 0, 0), 0);
-    EXPECT_EQ(GetDlgItem(dialog, 10), nullptr);
-    EXPECT_EQ(GetWindowLongPtrA(dialog, GWLP_USERDATA), 0);
+    for (HWND gone : {control, dialog, reinterpret_cast<HWND>(uintptr_t(0xBADBAD))}) {
+        EXPECT_FALSE(IsWindow(gone));
+        EXPECT_FALSE(SetWindowTextA(gone, "x"));
+        EXPECT_FALSE(PostMessageA(gone, WM_COMMAND, 1, 0));
+        EXPECT_FALSE(DestroyWindow(gone));
+        EXPECT_EQ(SendMessageA(gone, PBM_GETPOS, 0, 0), 0);
+        EXPECT_EQ(GetDlgItem(gone, 10), nullptr);
+        EXPECT_EQ(GetWindowLongPtrA(gone, GWLP_USERDATA), 0);
+    }
 }
 
 TEST_F(WindowSystemTest, TheQuitComesBehindEveryPostedMessageAndOnce) {
@@ -112,28 +83,21 @@ TEST_F(WindowSystemTest, TheQuitComesBehindEveryPostedMessageAndOnce) {
 TEST_F(WindowSystemTest, ControlsHoldTheirStateInRange) {
     HWND list = GetDlgItem(dialog, 8);
     EXPECT_EQ(SendMessageA(list, CB_SETCURSEL, 0, 0), CB_ERR);  // nothing to choose yet
-    EXPECT_EQ(SendMessageA(list, CB_ADDSTRING, 0, LPARAM("one")), 0);
-    EXPECT_EQ(SendMessageA(list, CB_ADDSTRING, 0, LPARAM("two")), 1);
+    for (const char* entry : {"one", "two"}) SendMessageA(list, CB_ADDSTRING, 0, LPARAM(entry));
     EXPECT_EQ(SendMessageA(list, CB_SETCURSEL, 1, 0), 1);
     char text[16];
     GetDlgItemTextA(dialog, 8, text, sizeof text);
     EXPECT_STREQ(text, "two");
     EXPECT_EQ(SendMessageA(list, CB_SETCURSEL, 5, 0), CB_ERR);
-    EXPECT_EQ(SendMessageA(list, CB_GETCURSEL, 0, 0), CB_ERR);
-    EXPECT_EQ(SendMessageA(list, CB_GETLBTEXTLEN, 9, 0), CB_ERR);
+    EXPECT_EQ(SendMessageA(list, CB_GETCURSEL, 0, 0), CB_ERR);  // a bad choice clears it
     HWND bar = GetDlgItem(dialog, 9);
     EXPECT_EQ(SendMessageA(bar, PBM_SETPOS, 40, 0), 0);
     EXPECT_EQ(SendMessageA(bar, PBM_SETPOS, 150, 0), 40);  // the previous position
     EXPECT_EQ(SendMessageA(bar, PBM_GETPOS, 0, 0), 100);   // held to the range
-    EXPECT_FALSE(EnableWindow(GetDlgItem(dialog, 1), 0));  // was enabled
-    EXPECT_TRUE(EnableWindow(GetDlgItem(dialog, 1), 1));   // was disabled
     // The cursor hides once the count drops below zero and shows again once it is back.
-    EXPECT_EQ(ShowCursor(0), -1);
-    EXPECT_EQ(ShowCursor(0), -2);
-    EXPECT_EQ(ShowCursor(1), -1);
-    EXPECT_FALSE(ui.CursorVisible());
-    EXPECT_EQ(ShowCursor(1), 0);
-    EXPECT_TRUE(ui.CursorVisible());
+    std::vector<int> counts;
+    for (BOOL show : {0, 0, 1, 1}) counts.push_back(ShowCursor(show) * 2 + ui.CursorVisible());
+    EXPECT_EQ(counts, (std::vector<int>{-2, -4, -2, 1}));
 }
 
 TEST_F(WindowSystemTest, UserActionsArriveAsCommandsOnlyFromReachableControls) {
@@ -151,25 +115,10 @@ TEST_F(WindowSystemTest, UserActionsArriveAsCommandsOnlyFromReachableControls) {
     EXPECT_FALSE(ui.Click(dialog, 7));  // nobody clicks what isn't on the screen
 }
 
-TEST_F(WindowSystemTest, TheFolderPickerNeedsTheComponentLibraryAndAPathThatFits) {
-    BROWSEINFOA info = {};
-    info.hwndOwner = dialog;
-    ui.SetFolderPickerAnswer("/maps/one");
-    EXPECT_EQ(SHBrowseForFolderA(&info), nullptr);  // not started
-    EXPECT_EQ(ui.FolderPickerCalls(), 0);
-    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
-    const std::string deep = "/" + std::string(300, 'd');  // can't be handed back in 260 bytes
-    ui.SetFolderPickerAnswer(deep.c_str());
-    EXPECT_EQ(SHBrowseForFolderA(&info), nullptr);
-    EXPECT_EQ(ui.FolderPickerCalls(), 1);
-    CoUninitialize();
-}
-
 TEST(WindowSystem, WithoutAnImplementationNothingIsMadeAndNothingWaits) {
     UiBackend* none = SetUiBackend(nullptr);
     EXPECT_EQ(MakeDialog(), nullptr);
     EXPECT_FALSE(WaitMessage());  // nothing could ever arrive
-    EXPECT_NE(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
     SetUiBackend(none);
 }
 
