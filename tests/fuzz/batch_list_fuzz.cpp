@@ -1,6 +1,5 @@
-// Fuzz target: any bytes as a batch list must read without a crash, every job kept must hold
-// terminated words, the count returned must be the jobs in the list, and all must free again.
-#include <cstdint>
+// Fuzz target: any bytes as a batch list read without a crash, every job kept holds terminated
+// words no longer than the input, the count returned is the jobs in the list, and all free again.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,7 +8,7 @@
 #include "tool/run/batch_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::string path = WriteFuzzInput("batch", data, size);
+    const std::string path = WriteFuzzInput("batch", data, size);
     int count = OpenBatchFile(path.c_str());
     size_t length = 0;
     for (const BatchJob* job = JobList; job; job = job->Next, --count)

@@ -4,14 +4,11 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
+#include <fstream>
 #include <string>
 
 inline std::string WriteFuzzInput(const char* kind, const uint8_t* data, size_t size) {
-    std::string path = "/tmp/tenebrix-fuzz-" + std::string(kind) + "-" + std::to_string(getpid());
-    if (FILE* file = std::fopen(path.c_str(), "wb")) {
-        std::fwrite(data, 1, size, file);
-        std::fclose(file);
-    }
+    const std::string path = "/tmp/tenebrix-fuzz-" + std::string(kind) + "-" + std::to_string(getpid());
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(data), std::streamsize(size));
     return path;
 }

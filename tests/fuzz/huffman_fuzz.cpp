@@ -2,10 +2,9 @@
 #include "base/compression/huffman.h"
 #include "tests/fuzz/method_fuzz.h"
 
-static bool PackedSizeOk(uint32_t length, uint32_t stored) {
-    return length >= HuffmanHeaderSize && length <= stored + HuffmanHeaderSize + 4;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    return FuzzMethod(data, size, HuffmanExpand, HuffmanCompress, 0, PackedSizeOk);
+    const auto sizeOk = [](uint32_t length, uint32_t stored) {
+        return length >= HuffmanHeaderSize && length <= stored + HuffmanHeaderSize + 4;
+    };
+    return FuzzMethod(data, size, HuffmanExpand, HuffmanCompress, 0, sizeOk);
 }

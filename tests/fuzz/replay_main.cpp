@@ -1,5 +1,5 @@
-// Runs a fuzz target over saved inputs without libFuzzer: every file named on the command line,
-// or every file in a directory named there. The suite replays the inputs that once failed.
+// Runs a fuzz target without libFuzzer over saved inputs: each file named, and each file in a
+// directory named. Finding no input at all is a failure, so a wrong path cannot pass.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -9,24 +9,19 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-static void Replay(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-}
-
 int main(int argc, char** argv) {
+    std::vector<std::filesystem::path> paths(argv + 1, argv + argc);
+    for (int i = 1; i < argc; ++i)
+        if (std::filesystem::is_directory(argv[i]))
+            for (const auto& entry : std::filesystem::directory_iterator(argv[i])) paths.push_back(entry);
     int replayed = 0;
-    for (int i = 1; i < argc; ++i) {
-        std::filesystem::path path(argv[i]);
-        if (std::filesystem::is_directory(path)) {
-            for (const auto& entry : std::filesystem::directory_iterator(path))
-                if (entry.is_regular_file()) Replay(entry.path()), ++replayed;
-        } else {
-            Replay(path), ++replayed;
-        }
+    for (const auto& path : paths) {
+        if (!std::filesystem::is_regular_file(path)) continue;
+        std::ifstream in(path, std::ios::binary);
+        std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+        ++replayed;
     }
     std::printf("replayed %d inputs\n", replayed);
-    return 0;
+    return replayed ? 0 : 1;
 }

@@ -1,8 +1,7 @@
-// Fuzz target: any bytes as a resource library's header and data files must load, extract and
-// open as files, or be refused, without a crash. The first two bytes give the header's length;
-// the rest of that span is the header file, what follows the data file; bit 0 of the third byte
+// Fuzz target: any bytes as a resource library's header and data files load, extract and open
+// as files, or are refused, without a crash. The first two bytes give the header's length; the
+// rest of that span is the header file, what follows the data file; bit 0 of the third byte
 // caches the library.
-#include <cstdint>
 #include <cstdio>
 #include <string>
 
@@ -16,21 +15,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 3) return 0;
     CorvaneSetWarningHandler([](const char*) {});
     const size_t split = size_t(data[0] | data[1] << 8) % (size - 2);
-    const bool cached = data[2] & 1;
-    const std::string headerPath = WriteFuzzInput("rfh", data + 3, split);
-    const std::string root = headerPath.substr(0, headerPath.size() - 4) + "lib";
-    std::rename(headerPath.c_str(), (root + "0001.RFH").c_str());
-    const std::string dataPath = WriteFuzzInput("rfd", data + 3 + split, size - 3 - split);
-    std::rename(dataPath.c_str(), (root + "0001.RFD").c_str());
+    const std::string root = WriteFuzzInput("rfd", data + 3 + split, size - 3 - split);
+    std::rename(root.c_str(), (root + "0001.RFD").c_str());
+    std::rename(WriteFuzzInput("rfh", data + 3, split).c_str(), (root + "0001.RFH").c_str());
     {
         ResourceLibrary library;
-        library.Initialise(root.c_str(), 0, cached, false);
+        library.Initialise(root.c_str(), 0, data[2] & 1, false);
         library.Open();
         ResourceIterator it;
         uint8_t* block = nullptr;
-        uint32_t capacity = 0;
+        uint32_t capacity = 0, entrySize = 0;
         for (const char* name = library.FirstEntry(&it); name; name = library.NextEntry(&it)) {
-            uint32_t entrySize = 0;
             FREE(library.Extract(name, &entrySize, nullptr, nullptr));
             library.Extract(name, &entrySize, &block, &capacity);
             for (bool stream : {false, true}) {

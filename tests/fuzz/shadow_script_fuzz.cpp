@@ -1,4 +1,4 @@
-// Fuzz target: any bytes as a shadow script must read without a crash or a hang.
+// Fuzz target: any bytes as a shadow script read without a crash or a hang.
 #include <cstdio>
 
 #include "tests/fuzz/fuzz_file.h"
@@ -7,7 +7,7 @@
 #include "tool/bake/shadow_settings.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::string path = WriteFuzzInput("script", data, size);
+    const std::string path = WriteFuzzInput("script", data, size);
     ShadowSettings = DefaultShadowSettings();
     ParseShadowScript(path.c_str());
     MessageLogClear();

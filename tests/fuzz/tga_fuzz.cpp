@@ -1,5 +1,5 @@
-// Fuzz target: any bytes as a TGA image must load or be refused without a crash, and always give
-// a usable texture.
+// Fuzz target: any bytes as a TGA image load or are refused without a crash, and always give a
+// usable texture.
 #include <cstdint>
 #include <cstdlib>
 

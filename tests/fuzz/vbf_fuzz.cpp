@@ -1,7 +1,6 @@
-// Fuzz target: any bytes as a VBF file must load or be refused without a crash. A header kind
-// other than 0 or 1 is a fatal report by design, so such inputs are passed over. Textures come
-// from a stand-in loader: the TGA branch ends the process on a name that isn't a TGA, by design.
-#include <cstdint>
+// Fuzz target: any bytes as a VBF file load or are refused without a crash. A header kind other
+// than 0 or 1 is a fatal report by design, so such inputs are passed over. Textures come from a
+// stand-in loader: the TGA branch ends the process on a name that isn't a TGA, by design.
 #include <cstdio>
 #include <cstring>
 
@@ -10,22 +9,12 @@
 #include "engine/texture/texture_lookup.h"
 #include "tests/fuzz/fuzz_file.h"
 
-namespace {
-
-CTexture* BlankTexture(const char* /*path*/) {
-    return CreateTexture(1, 1, 0x8888);
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size >= 4) {
-        uint32_t headerKind;
-        std::memcpy(&headerKind, data, 4);
-        if (headerKind > 1) return 0;
-    }
-    SetTextureLoadFunction(BlankTexture);
-    std::string path = WriteFuzzInput("vbf", data, size);
+    uint32_t headerKind = 0;
+    if (size >= 4) std::memcpy(&headerKind, data, 4);
+    if (headerKind > 1) return 0;
+    SetTextureLoadFunction([](const char*) { return CreateTexture(1, 1, 0x8888); });
+    const std::string path = WriteFuzzInput("vbf", data, size);
     {
         CMesh root(nullptr);
         FreeVBFUserData(root.LoadVBFWithData(path.c_str()));

@@ -3,9 +3,8 @@
 #include "base/compression/zlib_method.h"
 #include "tests/fuzz/method_fuzz.h"
 
-static bool PackedSizeOk(uint32_t length, uint32_t) { return length > ZlibPrefixSize; }
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int32_t level = size ? int32_t(data[0] % 11) - 1 : -1;
-    return FuzzMethod(data, size, ZlibExpand, ZlibCompress, level, PackedSizeOk);
+    return FuzzMethod(data, size, ZlibExpand, ZlibCompress, level,
+                      [](uint32_t length, uint32_t) { return length > ZlibPrefixSize; });
 }
