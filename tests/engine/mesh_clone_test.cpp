@@ -1,3 +1,5 @@
+// Each clone is deleted before its source; the sanitizer build catches a double free of what was
+// lent, and a leak of what the clone made.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,22 +11,25 @@
 
 namespace {
 
-CMesh* MakeSource(CEntity* parent) {
+template <typename T>
+T* Zeroed(size_t count = 1) {
+    auto* block = static_cast<T*>(MALLOC(count * sizeof(T)));
+    std::memset(static_cast<void*>(block), 0, count * sizeof(T));
+    return block;
+}
+
+CMesh* MakeSource(CEntity* parent, const char* name) {
     CMesh* mesh = new CMesh(parent);
-    mesh->SetName("source");
-    mesh->SetPosition(1.0f, 2.0f, 3.0f);
+    mesh->SetName(name);
     mesh->rotation[1] = 0.5f;
-    mesh->hidden = 1;
     mesh->AllocVertices(3);
-    for (int i = 0; i < 3; ++i)
-        mesh->vertices[i] = MeshVertex{{float(i), 0.0f, 0.0f}, {0.0f, 1.0f, 0.0f}};
-    mesh->AllocFaces(2, 0);
-    mesh->AllocFaces(2, 1);
-    for (int layer = 0; layer < 2; ++layer)
+    for (int i = 0; i < 3; ++i) mesh->vertices[i] = MeshVertex{{float(i), 0, 0}, {0, 1, 0}};
+    for (int layer = 0; layer < 2; ++layer) {
+        mesh->AllocFaces(2, layer);
         for (int f = 0; f < 2; ++f) mesh->faces[layer][f] = MeshFace{{0, 1, 2}, nullptr, 0, {}};
+    }
     mesh->AllocColours(3);
     std::memset(mesh->colours, 7, 9);
-    mesh->boundCentre = Vector{1.0f, 0.0f, 0.0f};
     mesh->boundRadius = 1.0f;
     mesh->meshFlags |= MeshFlagSpecular | MeshFlagVertexColours;
     return mesh;
@@ -32,21 +37,16 @@ CMesh* MakeSource(CEntity* parent) {
 
 }  // namespace
 
-// Each clone is deleted before its source; the sanitizer build catches a double free of what
-// was lent, and a leak of what the clone made.
-TEST(MeshClone, CopiesVerticesAndFacesAndLendsColours) {
-    CMesh* source = MakeSource(nullptr);
+TEST(MeshClone, CopiesVerticesAndFacesLendsColoursAndSharesOnlyWhatTheFlagsSay) {
+    CMesh* source = MakeSource(nullptr, "source");
     uint8_t shade[3] = {1, 2, 3};
     source->vertexShade = shade;
     new CFrame(source);
-    CMesh* older = MakeSource(source);
-    older->SetName("older");
-    MakeSource(source)->SetName("newer");
-
+    CMesh* older = MakeSource(source, "older");
+    MakeSource(source, "newer");
     CMesh* copy = source->Clone(nullptr, 0);
-    EXPECT_EQ(copy->rotation[1], 0.5f);
+    EXPECT_EQ(copy->rotation[1] + copy->boundRadius, 1.5f);
     EXPECT_EQ(copy->meshFlags, source->meshFlags);
-    EXPECT_EQ(copy->boundRadius + copy->boundCentre.x, 2.0f);
     ASSERT_NE(copy->vertices, source->vertices);
     ASSERT_EQ(copy->vertexCount, 3);
     copy->vertices[2].position.x = 42.0f;
@@ -59,9 +59,8 @@ TEST(MeshClone, CopiesVerticesAndFacesAndLendsColours) {
     EXPECT_EQ(copy->colours, source->colours);
     EXPECT_EQ(copy->ownership, uint32_t(MeshLentColours));
     EXPECT_EQ(copy->vertexShade, nullptr);
-
     // Children in reverse order (source: newer, older, frame), each of its own class.
-    ASSERT_NE(copy->firstChild, nullptr);
+    EXPECT_EQ(dynamic_cast<CMesh*>(copy->firstChild), nullptr);
     EXPECT_STREQ(copy->firstChild->nextSibling->name, "older");
     EXPECT_STREQ(copy->firstChild->nextSibling->nextSibling->name, "newer");
     delete copy;
@@ -70,23 +69,30 @@ TEST(MeshClone, CopiesVerticesAndFacesAndLendsColours) {
     EXPECT_EQ(sharing->vertices, source->vertices);
     EXPECT_EQ(sharing->vertexShade, shade);
     EXPECT_EQ(sharing->ownership, uint32_t(MeshLentVertices | MeshSharedShade | MeshLentColours));
-    // The flags go on to the children.
-    CMesh* sharingChild = static_cast<CMesh*>(sharing->firstChild->nextSibling);
-    EXPECT_EQ(sharingChild->vertices, older->vertices);
+    EXPECT_EQ(static_cast<CMesh*>(sharing->firstChild->nextSibling)->vertices, older->vertices);
     delete sharing;
     delete source;
+
+    MeshVertex vertices[3] = {};
+    MeshFace faces[1] = {};
+    CMesh borrower(nullptr);
+    borrower.BorrowGeometry(faces, 1, vertices, 3, 0);
+    CMesh* own = borrower.Clone(nullptr, 0);  // owns what it copied: a leak would be reported
+    EXPECT_EQ(own->meshFlags & MeshFlagBorrowed, 0u);
+    EXPECT_NE(own->faces[0], faces);
+    delete own;
 }
 
 TEST(MeshClone, SharesTheDeviceFormAndMovesItsGroupsToItsOwnFaces) {
-    CMesh* source = MakeSource(nullptr);
+    CMesh* source = MakeSource(nullptr, "source");
     source->vertexBuffer = reinterpret_cast<VertexBufferInfo*>(uintptr_t(0x1000));  // never read
     source->ownership |= MeshOwnsDeviceForm;
     source->renderVertexCount = 3;
-    source->indices = static_cast<uint16_t*>(MALLOC(6 * sizeof(uint16_t)));
+    source->indices = Zeroed<uint16_t>(6);
     for (uint16_t i = 0; i < 6; ++i) source->indices[i] = i;
     source->groupCount = 2;
-    source->drawGroups = static_cast<DrawGroup*>(MALLOC(2 * sizeof(DrawGroup)));
-    for (int g = 0; g < 2; ++g) {
+    source->drawGroups = Zeroed<DrawGroup>(2);
+    for (int g = 0; g < 2; ++g)
         source->drawGroups[g] = {&source->worldMatrix,
                                  0,
                                  3,
@@ -94,8 +100,6 @@ TEST(MeshClone, SharesTheDeviceFormAndMovesItsGroupsToItsOwnFaces) {
                                  &source->faces[1][g].texture,
                                  3,
                                  source->indices + 3 * g};
-    }
-
     CMesh* copy = source->Clone(nullptr, 0);
     EXPECT_EQ(copy->vertexBuffer, source->vertexBuffer);
     EXPECT_EQ(copy->indices, source->indices);
@@ -105,7 +109,6 @@ TEST(MeshClone, SharesTheDeviceFormAndMovesItsGroupsToItsOwnFaces) {
     EXPECT_EQ(copy->drawGroups[1].texture2, &copy->faces[1][1].texture);
     EXPECT_EQ(copy->drawGroups[1].groupIndices, source->indices + 3);
     EXPECT_EQ(copy->drawGroups[0].world, &copy->worldMatrix);
-
     delete copy;  // frees its own groups and leaves the buffer's indices to the source
     EXPECT_EQ(source->indices[5], 5);
     EXPECT_EQ(source->drawGroups[1].texture, &source->faces[0][1].texture);
@@ -116,26 +119,23 @@ TEST(MeshClone, CopiesAnimationRecordsThatShareTheSourceArrays) {
     CMesh* source = new CMesh(nullptr);
     source->AllocVertices(4);  // two frames of two vertices
     for (int i = 0; i < 4; ++i) source->vertices[i].position = Vector{float(i), 0.0f, 0.0f};
-    auto* shape = static_cast<VertexAnimation*>(MALLOC(sizeof(VertexAnimation)));
-    std::memset(shape, 0, sizeof *shape);
+    auto* shape = Zeroed<VertexAnimation>();
     shape->flags = VertexAnimationOwnsArrays;
     shape->frameCount = 2;
     shape->totalVertices = 4;
     shape->frameData = source->vertices;
-    shape->frameTable = static_cast<void**>(MALLOC(2 * sizeof(void*)));
+    shape->frameTable = Zeroed<void*>(2);
     shape->frameTable[0] = source->vertices;
     shape->frameTable[1] = source->vertices + 2;
     shape->currentFrame = 1;
     source->vertexCount = 2;
     source->SetVertexAnimation(shape);
     source->vertices += 2;  // frame 1 in use
-    auto* keys = static_cast<KeyAnimation*>(MALLOC(sizeof(KeyAnimation)));
-    std::memset(keys, 0, sizeof *keys);
+    auto* keys = Zeroed<KeyAnimation>();
     keys->owner = 1;
     keys->keyCount = 1;
-    keys->keys = static_cast<AnimationKey*>(MALLOC(sizeof(AnimationKey)));
-    std::memset(keys->keys, 0, sizeof(AnimationKey));
-    keys->keys[0].scale = static_cast<Vector*>(MALLOC(sizeof(Vector)));
+    keys->keys = Zeroed<AnimationKey>();
+    keys->keys[0].scale = Zeroed<Vector>();
     source->SetKeyAnimation(keys);
 
     CMesh* copy = source->Clone(nullptr, 0);
@@ -153,16 +153,4 @@ TEST(MeshClone, CopiesAnimationRecordsThatShareTheSourceArrays) {
     delete copy;
     EXPECT_NE(keys->keys[0].scale, nullptr);  // still there for the source
     delete source;
-}
-
-TEST(MeshClone, OwnsWhatItCopiedFromBorrowedGeometry) {
-    MeshVertex vertices[3] = {};
-    MeshFace faces[1] = {};
-    CMesh* borrower = new CMesh(nullptr);
-    borrower->BorrowGeometry(faces, 1, vertices, 3, 0);
-    CMesh* copy = borrower->Clone(nullptr, 0);
-    EXPECT_EQ(copy->meshFlags & MeshFlagBorrowed, 0u);
-    EXPECT_NE(copy->faces[0], faces);
-    delete copy;  // frees its own copies: a leak would be reported
-    delete borrower;
 }

@@ -1,3 +1,5 @@
+// The sanitizer build turns a wrong free below (a lent, borrowed, shared or mid-block pointer)
+// into a failure, and a forgotten one into a leak report.
 #include "engine/mesh/mesh.h"
 
 #include <gtest/gtest.h>
@@ -5,37 +7,58 @@
 #include <cstring>
 #include <vector>
 
-#include "engine/mesh/draw_group.h"
-#include "engine/scene/render_list.h"
-#include "engine/scene/visibility.h"
+#include "base/memory.h"
+#include "engine/mesh/mesh_animation.h"
 
 namespace {
 
-void Fill(CMesh* mesh, std::initializer_list<Vector> positions) {
-    mesh->AllocVertices(int32_t(positions.size()));
-    int32_t i = 0;
-    for (const Vector& p : positions) mesh->vertices[i++] = MeshVertex{p, {0.0f, 1.0f, 0.0f}};
+template <typename T>
+T* Zeroed(size_t count = 1) {
+    auto* block = static_cast<T*>(MALLOC(count * sizeof(T)));
+    std::memset(static_cast<void*>(block), 0, count * sizeof(T));
+    return block;
 }
 
-void ExpectVector(const Vector& v, float x, float y, float z) {
-    EXPECT_FLOAT_EQ(v.x, x);
-    EXPECT_FLOAT_EQ(v.y, y);
-    EXPECT_FLOAT_EQ(v.z, z);
+// An unpacked animation of `frames` frames of `perFrame` vertices, attached as a reader would:
+// frameData is the mesh's whole vertex block.
+VertexAnimation* AttachUnpacked(CMesh* mesh, uint32_t frames, int32_t perFrame) {
+    mesh->AllocVertices(int32_t(frames) * perFrame);
+    auto* animation = Zeroed<VertexAnimation>();
+    animation->flags = VertexAnimationOwnsArrays;
+    animation->frameCount = animation->keyCount = frames;
+    animation->totalVertices = frames * uint32_t(perFrame);
+    animation->frameData = mesh->vertices;
+    animation->frameTable = Zeroed<void*>(frames);
+    animation->keyFrames = Zeroed<uint32_t>(frames);
+    for (uint32_t f = 0; f < frames; ++f) {
+        animation->frameTable[f] = mesh->vertices + f * uint32_t(perFrame);
+        animation->keyFrames[f] = f;
+    }
+    animation->currentData = animation->frameTable[0];
+    mesh->vertexCount = perFrame;
+    mesh->SetVertexAnimation(animation);
+    return animation;
 }
 
-void CullNamedCull(CEntity* entity, uint8_t /*valid*/) {
-    entity->culled = entity->name && std::strcmp(entity->name, "cull") == 0;
+KeyAnimation* MakeKeys(uint32_t lastFrame, uint8_t owner) {
+    auto* animation = Zeroed<KeyAnimation>();
+    animation->owner = owner;
+    animation->lastFrame = lastFrame;
+    animation->currentFrame = KeyAnimationNoFrame;
+    if (!owner) return animation;
+    animation->keyCount = 2;
+    animation->keys = Zeroed<AnimationKey>(2);
+    animation->keys[1].translation = Zeroed<Vector>();
+    animation->keys[1].rotation = Zeroed<Quaternion>();
+    return animation;
 }
 
 }  // namespace
 
-// The sanitizer build turns any wrong free below (a lent, borrowed or mid-block pointer) into a
-// failure, and any forgotten one into a leak report.
-TEST(Mesh, LentAndBorrowedArraysAreNeverFreedHere) {
-    std::vector<MeshVertex> sharedVertices(4);
+TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
+    std::vector<MeshVertex> sharedVertices(6);
     std::vector<MeshFace> sharedFaces(2);
     std::vector<uint8_t> sharedColours(12);
-
     CMesh* lent = new CMesh(nullptr);
     lent->vertices = sharedVertices.data();
     lent->vertexCount = 4;
@@ -44,6 +67,10 @@ TEST(Mesh, LentAndBorrowedArraysAreNeverFreedHere) {
     lent->AllocVertices(3);  // replaces the lent array and owns the new one
     lent->AllocColours(3);
     EXPECT_EQ(lent->ownership & (MeshLentVertices | MeshLentColours), 0u);
+    lent->AllocFaces(3, 0);
+    lent->AllocSmoothingGroups();
+    lent->AllocFaces(2, 1);  // faces of any layer drop the smoothing groups
+    EXPECT_EQ(lent->smoothingGroups, nullptr);
     delete lent;
 
     CMesh* borrower = new CMesh(nullptr);
@@ -55,193 +82,114 @@ TEST(Mesh, LentAndBorrowedArraysAreNeverFreedHere) {
     EXPECT_EQ(borrower->faces[0], sharedFaces.data());
     EXPECT_EQ(borrower->smoothingGroups, nullptr);
     delete borrower;
-
     CMesh released(nullptr);
     released.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 1);
     released.ReleaseBorrowedGeometry(1);
     EXPECT_EQ(released.meshFlags & MeshFlagBorrowed, 0u);
     EXPECT_EQ(released.vertices, nullptr);
     EXPECT_EQ(released.faces[1], nullptr);
-    EXPECT_EQ(released.vertexCount + int(released.faceCount[1]), 0);
-
     CMesh cleared(nullptr);
     cleared.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 0);
     cleared.AllocSpeculars(4);
     cleared.ClearGeometry();
     EXPECT_EQ(cleared.faces[0], nullptr);
     EXPECT_EQ(cleared.speculars, nullptr);
+
+    // A vertex animation goes with its base block, whatever frame is in use.
+    CMesh* animated = new CMesh(nullptr);
+    AttachUnpacked(animated, 2, 3);
+    MeshVertex* base = animated->vertices;
+    animated->vertices = base + 3;  // frame 1 in use
+    animated->ClearVertexAnimation();
+    EXPECT_EQ(animated->vertices, base);
+    EXPECT_EQ(animated->features & MeshFeatureVertexAnimation, 0);
+    AttachUnpacked(animated, 2, 3);
+    animated->vertices += 3;
+    animated->colours = sharedColours.data();
+    animated->ownership |= MeshLentColours;
+    delete animated;                 // freeing base + 3 or the lent colours would be caught
+    CMesh borrowerOfTable(nullptr);  // a clone's record shares its arrays: only the record goes
+    void* table[2] = {nullptr, nullptr};
+    borrowerOfTable.AllocVertices(2);
+    auto* shared = Zeroed<VertexAnimation>();
+    shared->frameCount = 2;
+    shared->frameTable = table;
+    shared->frameData = borrowerOfTable.vertices;
+    borrowerOfTable.SetVertexAnimation(shared);
+
+    CMesh* keyed = new CMesh(nullptr);  // clearing frees nothing; the owner frees keys and values
+    KeyAnimation* first = MakeKeys(9, 1);
+    keyed->SetKeyAnimation(first);
+    keyed->ClearKeyAnimation();
+    EXPECT_EQ(keyed->features & MeshFeatureKeyAnimation, 0);
+    keyed->SetKeyAnimation(first);
+    EXPECT_EQ(keyed->features & MeshFeatureKeyAnimation, MeshFeatureKeyAnimation);
+    KeyAnimation* owned = MakeKeys(4, 1);
+    KeyAnimation* sharer = MakeKeys(4, 0);
+    sharer->keys = owned->keys;
+    sharer->keyCount = owned->keyCount;
+    (new CMesh(keyed))->SetKeyAnimation(sharer);
+    delete keyed;  // the shared keys stay with their owner
+    EXPECT_NE(owned->keys[1].translation, nullptr);
+    FreeKeyAnimation(owned);
 }
 
-TEST(Mesh, FacesOfAnyLayerDropTheSmoothingGroups) {
+TEST(MeshAnimation, FrameNumbersRoundToEvenAndWrapPerAnimation) {
+    const float frames[] = {0.4f, 0.5f, 0.6f, 1.5f, -1.5f, -4194304.0f};
+    const int32_t numbers[] = {0, 0, 1, 2, -2, -4194304};
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(AnimationFrameNumber(frames[i]), numbers[i]) << i;
+
     CMesh mesh(nullptr);
-    mesh.AllocFaces(3, 0);
-    mesh.AllocSmoothingGroups();
-    ASSERT_NE(mesh.smoothingGroups, nullptr);
-    mesh.AllocFaces(2, 1);
-    EXPECT_EQ(mesh.smoothingGroups, nullptr);
-    EXPECT_EQ(mesh.faceCount[0], 3u);
-    mesh.AllocVertices(5);
-    mesh.AllocVertices(0);
-    EXPECT_EQ(mesh.vertices, nullptr);
+    VertexAnimation* shape = AttachUnpacked(&mesh, 4, 1);
+    shape->frameTable[3] = shape->frameTable[2];  // frames 2 and 3 share their data
+    KeyAnimation* keys = MakeKeys(2, 1);          // frames 0 to 2
+    mesh.SetKeyAnimation(keys);
+    mesh.SetAnimationFrame(6.0f, 0);  // vertex frame 6 mod 4 = 2, key frame 2 mod 3 = 2
+    EXPECT_EQ(shape->currentFrame, 2u);
+    EXPECT_EQ(shape->currentData, shape->frameTable[2]);
+    EXPECT_EQ(mesh.dirtyMask, uint32_t(MeshDirtyAnimationFrame));
+    EXPECT_EQ(keys->currentFrame, 2u);
+    mesh.dirtyMask = 0;
+    mesh.SetAnimationFrame(3.0f, 0);  // same data: nothing to rewrite
+    EXPECT_EQ(shape->currentFrame, 3u);
+    EXPECT_EQ(mesh.dirtyMask, 0u);
+    EXPECT_EQ(keys->currentFrame, 0u);
+    mesh.SetAnimationFrame(-1.0f, 0);
+    EXPECT_EQ(shape->currentFrame, 3u);
+    // The walk wraps the key frame from the rounded number: 5 mod 3, not (5 mod 4) mod 3.
+    mesh.SetAnimationFrame(5.0f, AnimationRecursive | AnimationWalk);
+    EXPECT_EQ(shape->currentFrame, 1u);
+    EXPECT_EQ(keys->currentFrame, 2u);
+    mesh.SetAnimationFrame(5.0f, 0);
+    EXPECT_EQ(keys->currentFrame, 1u);
 }
 
-TEST(Mesh, CalculateBoundsCoversEveryMeshBelowAndInvalidates) {
+TEST(MeshAnimation, WalksReachTheChildrenAsTheFlagsSayAndCacheOwnedKeys) {
     CMesh root(nullptr);
-    root.SetPosition(7.0f, 8.0f, 9.0f);
-    CMesh* single = new CMesh(new CFrame(&root));
-    Fill(single, {{1.0f, 2.0f, 3.0f}});
-    CMesh* pair = new CMesh(&root);
-    Fill(pair, {{0.0f, 0.0f, 0.0f}, {6.0f, 8.0f, 0.0f}});
-    single->matrixValid = pair->matrixValid = root.matrixValid = 1;
+    CMesh* belowFrame = new CMesh(new CFrame(&root));
+    CMesh* marked = new CMesh(&root);
+    marked->meshFlags |= MeshFlagStopAnimation;
+    CMesh* belowMarked = new CMesh(marked);
+    KeyAnimation *a = MakeKeys(9, 1), *b = MakeKeys(9, 1), *c = MakeKeys(9, 1);
+    belowFrame->SetKeyAnimation(a);
+    marked->SetKeyAnimation(b);
+    belowMarked->SetKeyAnimation(c);
+    root.SetAnimationFrame(1.0f, 0);
+    EXPECT_EQ(a->currentFrame, KeyAnimationNoFrame);
+    root.SetAnimationFrame(2.0f, AnimationRecursive);
+    EXPECT_EQ(a->currentFrame + c->currentFrame, 4u);
+    root.SetAnimationFrame(3.0f, AnimationRecursive | AnimationWalk | AnimationStopAtMarked);
+    EXPECT_EQ(a->currentFrame, 3u);  // through the plain frame
+    EXPECT_EQ(b->currentFrame, 3u);  // the marked mesh itself moves
+    EXPECT_EQ(c->currentFrame, 2u);  // but not what lies below it
+    root.SetAnimationFrame(4.0f, AnimationRecursive | AnimationWalk);
+    EXPECT_EQ(c->currentFrame, 4u);
 
-    root.CalculateBounds();
-    ExpectVector(single->boundCentre, 1.0f, 2.0f, 3.0f);
-    EXPECT_EQ(single->boundRadius, 0.0f);
-    ExpectVector(pair->boundCentre, 3.0f, 4.0f, 0.0f);
-    EXPECT_FLOAT_EQ(pair->boundRadius, 5.0f);
-    ExpectVector(root.boundCentre, 7.0f, 8.0f, 9.0f);  // no vertices: its own position
-    EXPECT_EQ(single->matrixValid + pair->matrixValid + root.matrixValid, 0);
-}
-
-TEST(Mesh, SetVisibleChangesMeshesAndLeavesPlainFrames) {
-    CMesh root(nullptr);
-    CFrame* shownFrame = new CFrame(&root);
-    CFrame* hiddenFrame = new CFrame(&root);
-    hiddenFrame->hidden = 1;
-    CMesh* deep = new CMesh(shownFrame);
-    CMesh* near = new CMesh(&root);
-    auto hidden = [&] {
-        return std::vector<int>{root.hidden, deep->hidden, near->hidden, shownFrame->hidden,
-                                hiddenFrame->hidden};
-    };
-
-    root.SetVisible(0, 1);
-    EXPECT_EQ(hidden(), (std::vector<int>{1, 1, 1, 0, 1}));
-    root.SetVisible(0x101, 0);  // only the low byte counts, and only the root without recursion
-    EXPECT_EQ(hidden(), (std::vector<int>{0, 1, 1, 0, 1}));
-    root.SetVisible(1, 1);
-    EXPECT_EQ(hidden(), (std::vector<int>{0, 0, 0, 0, 1}));
-    root.SetVisible(0x100, 0x100);  // a recursive word without a low byte doesn't recurse
-    EXPECT_EQ(hidden(), (std::vector<int>{1, 0, 0, 0, 1}));
-}
-
-TEST(Mesh, CountContentsAddsFacesVerticesAndTextureRunsOfTheTree) {
-    CMesh root(nullptr);  // no geometry: still counted as a frame and walked
-    CMesh* a = new CMesh(new CFrame(&root));
-    Fill(a, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
-    a->AllocFaces(1, 0);
-    CMesh* b = new CMesh(&root);
-    Fill(b, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}});
-    b->AllocFaces(2, 0);
-    b->AllocFaces(5, 1);  // only layer 0 counts
-
-    // Groups with textures x, x, null, y: a texture counts where it differs from the one before.
-    CTexture* x = reinterpret_cast<CTexture*>(uintptr_t(0x100));
-    CTexture* y = reinterpret_cast<CTexture*>(uintptr_t(0x200));
-    CTexture* groupTextures[4] = {x, x, nullptr, y};
-    DrawGroup groups[4] = {};
-    for (int g = 0; g < 4; ++g) groups[g].texture = &groupTextures[g];
-    b->drawGroups = groups;
-    b->groupCount = 4;
-
-    uint32_t counts[5] = {};
-    root.CountContents(&counts[0], &counts[1], &counts[2], &counts[3], &counts[4]);
-    const uint32_t expected[5] = {4, 3, 7, 4, 3};  // frames, faces, vertices, groups, textures
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(counts[i], expected[i]) << i;
-    b->drawGroups = nullptr;
-    b->groupCount = 0;
-}
-
-TEST(Mesh, CollectSkipsMarkedSubtreesAndKeepsWorldCentres) {
-    VisibilityTest = CullNamedCull;
-    CMesh root(nullptr);
-    root.SetPosition(0.0f, 0.0f, 10.0f);
-    CMesh* empty = new CMesh(&root);  // no vertices: walked, centre left alone
-    empty->SetPosition(1.0f, 0.0f, 0.0f);
-    empty->worldCentre = Vector{-1.0f, -1.0f, -1.0f};
-    CMesh* underEmpty = new CMesh(empty);
-    CMesh* skipped = new CMesh(&root);
-    skipped->meshFlags |= MeshFlagSkipCollect;
-    CMesh* underSkipped = new CMesh(skipped);
-    CMesh* culledBounds = new CMesh(&root);
-    culledBounds->SetName("cull");
-    culledBounds->meshFlags |= MeshFlagBoundsSubtree;
-    CMesh* underCulledBounds = new CMesh(culledBounds);
-    CMesh* culledPlain = new CMesh(&root);
-    culledPlain->SetName("cull");
-    Fill(culledPlain, {{0, 0, 0}});
-    culledPlain->boundCentre = Vector{0.0f, 2.0f, 0.0f};
-    culledPlain->SetPosition(3.0f, 0.0f, 0.0f);
-    CMesh* underCulledPlain = new CMesh(culledPlain);
-
-    RenderList list;
-    root.Collect(&list, 1);
-    VisibilityTest = VisibilityTestNone;
-    const CEntity* expected[] = {&root, underCulledPlain, empty, underEmpty};
-    ASSERT_EQ(list.count, 4u);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(list.items[i], expected[i]) << i;
-    EXPECT_EQ(skipped->matrixValid + underSkipped->matrixValid + underCulledBounds->matrixValid, 0);
-    ExpectVector(culledPlain->worldCentre, 3.0f, 2.0f, 10.0f);  // boundCentre through the world
-    ExpectVector(empty->worldCentre, -1.0f, -1.0f, -1.0f);
-    ExpectVector(culledBounds->worldCentre, 0.0f, 0.0f, 10.0f);  // kept without vertices
-    EXPECT_FLOAT_EQ(underEmpty->worldMatrix[12], 1.0f);
-    EXPECT_FLOAT_EQ(underEmpty->worldMatrix[14], 10.0f);
-}
-
-TEST(Mesh, TransformVerticesCarriesThroughTheParentsUpToRef) {
-    CFrame top(nullptr);
-    top.SetPosition(0.0f, 5.0f, 0.0f);
-    CFrame* turned = new CFrame(&top);
-    // A quarter turn about y: x goes to -z, z to x; then moved by (10, 0, 0).
-    Matrix m;
-    MatrixIdentity(m);
-    m[0] = m[10] = 0.0f;
-    m[2] = -1.0f;
-    m[8] = 1.0f;
-    m[12] = 10.0f;
-    turned->SetMatrix(m);
-    CMesh* mesh = new CMesh(turned);
-    mesh->SetPosition(100.0f, 100.0f, 100.0f);  // not part of the chain
-    MeshVertex source[2] = {{{1.0f, 0.0f, 0.0f}, {1.0f, 0.0f, 0.0f}},
-                            {{0.0f, 2.0f, 3.0f}, {0.0f, 0.0f, 1.0f}}};
-    Vector out[2];
-    mesh->TransformVertices(nullptr, source, out, 2);
-    ExpectVector(out[0], 10.0f, 5.0f, -1.0f);
-    ExpectVector(out[1], 13.0f, 7.0f, 0.0f);
-    mesh->TransformNormals(nullptr, source, out, 2);
-    ExpectVector(out[0], 0.0f, 0.0f, -1.0f);
-    ExpectVector(out[1], 1.0f, 0.0f, 0.0f);
-    mesh->TransformVertices(turned, source, out, 2);  // own parent: unchanged
-    ExpectVector(out[1], 0.0f, 2.0f, 3.0f);
-    mesh->TransformVertices(&top, source, out, 1);  // stops below top: no lift by 5
-    ExpectVector(out[0], 10.0f, 0.0f, -1.0f);
-}
-
-TEST(Mesh, FlattenMergesTheTreeIntoTheRootThroughEachPlacement) {
-    CMesh root(nullptr);
-    Fill(&root, {{1.0f, 1.0f, 1.0f}});
-    root.AllocFaces(1, 0);
-    root.faces[0][0] = MeshFace{{0, 0, 0}, nullptr, 0, {}};
-    root.AllocColours(1);
-    std::memset(root.colours, 200, 3);
-    CFrame* frame = new CFrame(&root);
-    frame->SetPosition(0.0f, 10.0f, 0.0f);
-    CMesh* child = new CMesh(frame);
-    child->SetPosition(5.0f, 0.0f, 0.0f);
-    Fill(child, {{0.0f, 0.0f, 0.0f}, {1.0f, 0.0f, 0.0f}});
-    child->AllocFaces(1, 0);
-    child->faces[0][0] = MeshFace{{0, 1, 1}, nullptr, 7, {}};
-
-    root.Flatten(nullptr);
-    EXPECT_EQ(root.firstChild, nullptr);
-    ASSERT_EQ(root.vertexCount, 3);
-    ASSERT_EQ(root.faceCount[0], 2u);
-    ExpectVector(root.vertices[0].position, 1.0f, 1.0f, 1.0f);  // its own geometry first
-    ExpectVector(root.vertices[1].position, 5.0f, 10.0f, 0.0f);
-    ExpectVector(root.vertices[2].position, 6.0f, 10.0f, 0.0f);
-    const MeshFace& moved = root.faces[0][1];
-    EXPECT_EQ(moved.vertex[0] * 100 + moved.vertex[1] * 10 + moved.vertex[2], 122u);
-    EXPECT_EQ(moved.flags, 7u);
-    EXPECT_EQ(root.colours[0], 200);
-    EXPECT_EQ(root.colours[3], 0);  // a mesh without colours adds black
+    KeyAnimation* shared = MakeKeys(3, 0);
+    (new CMesh(&root))->SetKeyAnimation(shared);
+    root.CacheAnimation();
+    EXPECT_NE(a->frameCached, nullptr);
+    EXPECT_NE(a->frameData, nullptr);
+    EXPECT_EQ(a->currentFrame, 9u);  // every frame was set in turn
+    EXPECT_EQ(shared->frameCached, nullptr);
 }

@@ -15,49 +15,50 @@
 
 namespace {
 
+using Strings = std::vector<std::string>;
+
 // A square TGA whose side tells the tests which file a lookup read.
 void WriteTga(const std::string& path, int side) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     CTexture* texture = CreateTexture(side, side, TextureFormat8880);
-    for (int i = 0; i < side * side * 3; ++i) texture->pixels[i] = uint8_t(i * 7 + side);
+    std::memset(texture->pixels, side, size_t(side) * side * 3);
     ASSERT_TRUE(texture->SaveAsTGA(path.c_str()));
     FreeTexture(texture);
 }
 
-enum LoaderMode { LoaderReads, LoaderGivesNull, LoaderGivesEmpty };
-LoaderMode Mode = LoaderReads;
-std::vector<std::string> LoaderPaths;  // every path the installed loader was handed
+CTexture* LoaderGives = nullptr;  // what the installed loader returns; null: it reads the file
+Strings LoaderPaths;              // every path the installed loader was handed
 
 CTexture* RecordingLoader(const char* path) {
     LoaderPaths.emplace_back(path);
-    if (Mode == LoaderGivesNull) return nullptr;
-    if (Mode == LoaderGivesEmpty) return CreateEmptyTexture();
-    return CreateTextureFromFile(path);
+    return LoaderGives ? LoaderGives : CreateTextureFromFile(path);
+}
+
+Strings Folders(const PathList& list) {
+    Strings folders;
+    for (const PathNode* node = list.head; node; node = node->next) folders.push_back(node->value);
+    return folders;
 }
 
 class TextureLookup : public testing::Test {
 protected:
     void SetUp() override {
-        savedLoader = TextureLoadFunction;
-        savedSearch = TextureSearchEnabled;
-        std::memcpy(savedMeshFolder, MeshFolder, sizeof savedMeshFolder);
         savedPaths = TexturePaths;
+        TexturePaths = &paths;
         TextureLoadFunction = nullptr;
         TextureSearchEnabled = 1;
         MeshFolder[0] = '\0';
-        TexturePaths = &paths;
         VelmoraLogBeginRun();
-        Mode = LoaderReads;
+        LoaderGives = nullptr;
         LoaderPaths.clear();
     }
     void TearDown() override {
         for (CTexture* texture : made) FreeTexture(texture);
-        TextureLoadFunction = savedLoader;
-        TextureSearchEnabled = savedSearch;
-        std::memcpy(MeshFolder, savedMeshFolder, sizeof savedMeshFolder);
+        TextureLoadFunction = nullptr;
+        TextureSearchEnabled = 1;
+        MeshFolder[0] = '\0';
         TexturePaths = savedPaths;
     }
-
     CTexture* Load(const char* name) {
         CTexture* texture = VALoadTexture(name);
         if (texture) made.insert(texture);
@@ -68,18 +69,20 @@ protected:
     TempDir dir;
     PathList paths;  // the folders' strings are literals: the list doesn't own them
     std::set<CTexture*> made;
-    TextureLoader savedLoader = nullptr;
-    uint8_t savedSearch = 0;
-    char savedMeshFolder[PathBufferSize] = {};
     PathList* savedPaths = nullptr;
+    DebugCapture capture;
 };
 
-TEST_F(TextureLookup, MeshFolderComesFirstThenTheSearchFoldersInAnyCase) {
+}  // namespace
+
+TEST_F(TextureLookup, MeshFolderComesFirstThenTheEnabledSearchFoldersInAnyCase) {
     WriteTga("mesh/GRASS.TGA", 2);
     WriteTga("mesh/sub/rock.tga", 3);
     WriteTga("textures/Grass.Tga", 4);
-    paths.Push("textures");
-
+    WriteTga("more/grass.tga", 5);
+    WriteTga("v1.2/plain", 6);
+    const int32_t textures = paths.Push("textures");
+    paths.Push("more");
     SetMeshFolderFromPath("mesh\\test.vbf");  // Windows data names the mesh with "\"
     EXPECT_STREQ(MeshFolder, "mesh/");
     CTexture* first = Load("grass.tga");
@@ -89,70 +92,41 @@ TEST_F(TextureLookup, MeshFolderComesFirstThenTheSearchFoldersInAnyCase) {
     EXPECT_STREQ(Load("sub\\rock.tga")->name, "sub\\rock.tga");
     SetMeshFolderFromPath("elsewhere/test.vbf");
     EXPECT_EQ(Load("GRASS.tga")->width, 4);
+    paths.Disable(textures);
+    EXPECT_EQ(Load("grass.tga")->width, 5);
+    paths.DisableAll();
+    EXPECT_EQ(Load("grass.tga")->width, 64);
+    paths.EnableAll();
     SetMeshFolderFromPath("test.vbf");
     EXPECT_STREQ(MeshFolder, "");
     EXPECT_EQ(Load("grass.tga")->width, 4);
-    EXPECT_EQ(Log().find("Failed to open"), std::string::npos) << Log();
+    SetMeshFolderFromPath("v1.2/test.vbf");  // a dot in a folder is no extension
+    EXPECT_EQ(Load("plain")->width, 6);
 
     TextureLoadFunction = RecordingLoader;
     SetMeshFolderFromPath("mesh/test.vbf");
     EXPECT_EQ(Load("sub\\rock.tga")->width, 3);
-    SetTextureSearch(0);  // the name goes to the loader unchanged
-    DebugCapture capture;
+    SetTextureSearch(0);                      // the name goes to the loader unchanged
     EXPECT_EQ(Load("grass.tga")->width, 64);  // nothing by that name in the current directory
-    EXPECT_EQ(LoaderPaths, (std::vector<std::string>{"mesh/sub/rock.tga", "grass.tga"}));
-    EXPECT_EQ(capture.Text().find("Find failed"), std::string::npos);
+    EXPECT_EQ(LoaderPaths, (Strings{"mesh/sub/rock.tga", "grass.tga"}));
+    EXPECT_EQ(Log().find("(LoadTexture)"), std::string::npos) << Log();
 }
 
-TEST_F(TextureLookup, AMissingFileGivesThePatternAndALogLine) {
-    DebugCapture capture;
+TEST_F(TextureLookup, WhatCannotBeFoundGivesThePatternUnderItsNameAndALogLine) {
     CTexture* texture = Load("nowhere.tga");
-    ASSERT_NE(texture, nullptr);
     EXPECT_EQ(texture->width, 64);
     EXPECT_STREQ(texture->name, "nowhere.tga");
     EXPECT_NE(Log().find("LOG: (CTexture::LoadTGA) Failed to open TGA: nowhere.tga"),
-              std::string::npos)
-        << Log();
+              std::string::npos);
     EXPECT_NE(capture.Text().find("VALoadTexture: Find failed to locate texture: nowhere.tga.\n"),
-              std::string::npos)
-        << capture.Text();
-
-    // No name and a name without an extension are not fatal either: the pattern shows instead.
+              std::string::npos);
     for (const char* name : {static_cast<const char*>(nullptr), "", "MISSING"}) {
         CTexture* missing = Load(name);
         EXPECT_EQ(missing->width, 64);
         EXPECT_STREQ(missing->name, "MISSING");
     }
-    EXPECT_NE(Log().find("Texture MISSING has no file extension"), std::string::npos) << Log();
-}
+    EXPECT_NE(Log().find("Texture MISSING has no file extension"), std::string::npos);
 
-TEST_F(TextureLookup, TheLoadFunctionsFailureIsLoggedAndPassedOn) {
-    TextureLoadFunction = RecordingLoader;
-    Mode = LoaderGivesNull;
-    EXPECT_EQ(Load("grass.tga"), nullptr);
-    Mode = LoaderGivesEmpty;
-    CTexture* empty = Load("rock.tga");
-    ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(empty->width, 0);
-    EXPECT_STREQ(empty->name, "rock.tga");
-    const std::string log = Log();
-    EXPECT_NE(log.find("LOG: (LoadTexture) User load function failed to find texture grass.tga"),
-              std::string::npos)
-        << log;
-    EXPECT_NE(log.find("User load function failed to find texture rock.tga"), std::string::npos);
-}
-
-TEST_F(TextureLookup, TheReaderJudgesTheLastDotOfTheFileName) {
-    WriteTga("mesh/grass.old.tga", 2);
-    WriteTga("v1.2/plain", 4);
-    SetMeshFolderFromPath("mesh/test.vbf");
-    EXPECT_EQ(Load("grass.old.tga")->width, 2);
-    // A dot in a folder is no extension: this file has none, and still loads.
-    SetMeshFolderFromPath("v1.2/test.vbf");
-    EXPECT_EQ(Load("plain")->width, 4);
-}
-
-TEST_F(TextureLookup, NamesTooLongForThePathBuffersAreRefused) {
     TextureLoadFunction = RecordingLoader;
     const std::string overlong(PathBufferSize + 40, 'a');
     CTexture* refused = Load((overlong + ".tga").c_str());
@@ -160,25 +134,78 @@ TEST_F(TextureLookup, NamesTooLongForThePathBuffersAreRefused) {
     EXPECT_EQ(refused->width, 64);
     EXPECT_EQ(std::string(refused->name), overlong + ".tga");
     EXPECT_NE(Log().find("Texture name too long: aaa"), std::string::npos);
-
     // A name that fits alone but not behind the mesh folder is searched on without the folder.
     const std::string longest = std::string(PathBufferSize - 5, 'b') + ".tga";
     SetMeshFolderFromPath("mesh/test.vbf");
     paths.Push("textures");
     Load(longest.c_str());
-    EXPECT_EQ(LoaderPaths, std::vector<std::string>{longest});
-
+    EXPECT_EQ(LoaderPaths, Strings{longest});
     SetMeshFolderFromPath((std::string(PathBufferSize, 'c') + "/test.vbf").c_str());
     EXPECT_STREQ(MeshFolder, "");
     EXPECT_NE(Log().find("Mesh folder too long: ccc"), std::string::npos);
-}
 
-using TextureLookupDeathTest = TextureLookup;
-
-TEST_F(TextureLookupDeathTest, AnExtensionOtherThanTgaIsFatal) {
+    LoaderGives = CreateEmptyTexture();  // a loader's failure is logged and passed on
+    EXPECT_STREQ(Load("rock.tga")->name, "rock.tga");
+    EXPECT_EQ(made.count(LoaderGives), 1u);
+    LoaderGives = nullptr;
+    TextureLoadFunction = [](const char*) -> CTexture* { return nullptr; };
+    EXPECT_EQ(Load("grass.tga"), nullptr);
+    EXPECT_NE(Log().find("LOG: (LoadTexture) User load function failed to find texture grass.tga"),
+              std::string::npos);
+    EXPECT_NE(Log().find("User load function failed to find texture rock.tga"), std::string::npos);
+    TextureLoadFunction = nullptr;
     EXPECT_DEATH(Load("grass.tga.bak"),
                  "VELMORALoadTexture: Texture grass.tga.bak is an Invalid File Format");
-    EXPECT_DEATH(Load("grass.tgax"), "Texture grass.tgax is an Invalid File Format");
 }
 
-}  // namespace
+TEST(PathList, HandlesCountUpAndTheOrderSurvivesRemoveAndInsert) {
+    DebugCapture capture;
+    PathList list;
+    list.Pop();
+    list.Remove(0);
+    EXPECT_EQ(list.InsertBefore("a", 0), -1);  // spends handle 0
+    EXPECT_EQ(capture.Pieces(), (Strings{"Attempting to pop from an empty stack.\n",
+                                         "Attempting to delete from an empty list.\n",
+                                         "Attempting to insert into an empty list.\n"}));
+    const int32_t a = list.Push("a");
+    list.Push("b");
+    const int32_t c = list.Push("c");
+    EXPECT_EQ(a * 10 + c, 13);
+    list.Remove(a);
+    list.Remove(99);  // no such handle
+    EXPECT_EQ(list.InsertBefore("x", list.head->id), 4);
+    EXPECT_EQ(list.InsertBefore("y", c), 5);  // before the last
+    EXPECT_EQ(Folders(list), (Strings{"x", "b", "y", "c"}));
+    list.Pop();
+    list.Remove(5);                            // from the middle
+    EXPECT_EQ(list.InsertBefore("z", 42), 6);  // nowhere to go: the handle is spent
+    EXPECT_EQ(Folders(list), (Strings{"x", "b"}));
+    EXPECT_EQ(list.Push("w"), 7);
+    capture.Clear();
+    list.Clear();
+    list.Clear();  // clearing an empty list is quiet
+    EXPECT_EQ(list.head, nullptr);
+    EXPECT_TRUE(capture.Pieces().empty());
+}
+
+TEST(PathList, FindFileTakesWindowsNamesAndNoPathLongerThanTheBuffer) {
+    TempDir dir;
+    std::filesystem::create_directories("Textures/Sub");
+    WriteWholeFile("Textures/Grass.TGA", "g");
+    WriteWholeFile("Textures/Sub/Rock.tga", "r");
+    const std::string name(std::max<size_t>(PathBufferSize - dir.Path().size(), 1) + 4, 'n');
+    WriteWholeFile(name, "x");
+    PathList list;
+    char out[PathBufferSize] = "untouched";
+    EXPECT_EQ(list.FindFile("grass.tga", out), 0);  // empty list
+    const std::string windowsFolder = dir.Path() + "\\Textures\\";  // the list keeps no copy
+    list.Push(windowsFolder.c_str());
+    list.Push(dir.Path().c_str());
+    ASSERT_EQ(list.FindFile("grass.tga", out), 1);
+    EXPECT_EQ(std::string(out), dir.File("Textures/Grass.TGA"));  // the real name, one separator
+    ASSERT_EQ(list.FindFile("sub\\ROCK.tga", out), 1);
+    EXPECT_EQ(std::string(out), dir.File("Textures/Sub/Rock.tga"));
+    char* exact = new char[PathBufferSize];  // exact size, so the sanitizer sees any overrun
+    EXPECT_EQ(list.FindFile(name.c_str(), exact), 0);
+    delete[] exact;
+}

@@ -3,131 +3,73 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 #include <tuple>
 #include <vector>
 
-#include "base/diagnostics.h"
 #include "base/memory.h"
-#include "base/velmora_log.h"
-#include "tests/support/temp_dir.h"
 
 namespace {
 
-std::vector<std::string> Warnings;
+using Bytes = std::vector<uint8_t>;
+using Rgba = std::tuple<int, int, int, int>;
 
-// Collects the warnings of one test in order.
-class WarningCapture {
-public:
-    WarningCapture() {
-        Warnings.clear();
-        old = CorvaneSetWarningHandler([](const char* text) { Warnings.emplace_back(text); });
+Rgba Read(uint32_t format, const Bytes& block) {
+    uint8_t r, g, b, a;
+    GetTexturePixel(1, 1, 2, block.data(), format, r, g, b, a);
+    return {r, g, b, a};
+}
+
+}  // namespace
+
+// Pixel (1, 1) of a 2 x 2 block: where the layout puts each channel, and how it widens back.
+TEST(PixelFormat, EachFormatStoresItsLayoutAndKeyAndReadsBackWidened) {
+    const Rgba magenta = {255, 0, 255, 0};
+    const struct {
+        uint32_t format;
+        Rgba in;
+        Bytes stored;
+        Rgba out;
+    } cases[] = {
+        {TextureFormat4444, {0x1F, 0x2F, 0x3F, 0x4F}, {0x23, 0x41}, {0x11, 0x22, 0x33, 0x44}},
+        {TextureFormat5550, {0x08, 0x10, 0x18, 255}, {0x43, 0x04}, {8, 16, 24, 255}},
+        {TextureFormat5551, {0x08, 0x10, 0x18, 128}, {0x43, 0x84}, {8, 16, 24, 255}},
+        {TextureFormat5551, {0xFF, 0xFF, 0xFF, 127}, {0xFF, 0x7F}, {255, 255, 255, 0}},
+        {TextureFormat5650, {0x08, 0x0C, 0x18, 255}, {0x63, 0x08}, {8, 12, 24, 255}},
+        {TextureFormat5650, {0xFF, 0xFF, 0xFF, 255}, {0xFF, 0xFF}, {255, 255, 255, 255}},
+        {TextureFormat8880, {1, 2, 3, 255}, {3, 2, 1}, {1, 2, 3, 255}},
+        {TextureFormat8888, {1, 2, 3, 4}, {3, 2, 1, 4}, {1, 2, 3, 4}},
+        // Alpha 0 stores the key whatever the colour; opaque magenta is the key all the same.
+        {TextureFormat5550, {1, 2, 3, 0}, {0x1F, 0x7C}, magenta},
+        {TextureFormat5650, {1, 2, 3, 0}, {0x1F, 0xF8}, magenta},
+        {TextureFormat8880, {1, 2, 3, 0}, {255, 0, 255}, magenta},
+        {TextureFormat8880, {255, 0, 255, 255}, {255, 0, 255}, magenta},
+        {TextureFormat8888, {255, 0, 255, 200}, {255, 0, 255, 200}, {255, 0, 255, 200}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << std::hex << c.format << " " << int(c.stored[0]));
+        const size_t bpp = size_t(GetTextureBPP(c.format));
+        ASSERT_EQ(bpp, c.stored.size());
+        Bytes block(4 * bpp, 0xEE);
+        auto [r, g, b, a] = c.in;
+        SetTexturePixel(1, 1, 2, block.data(), c.format, uint8_t(r), uint8_t(g), uint8_t(b),
+                        uint8_t(a));
+        EXPECT_EQ(Bytes(block.begin() + 3 * bpp, block.end()), c.stored);
+        EXPECT_EQ(Bytes(block.begin(), block.begin() + 3 * bpp), Bytes(3 * bpp, 0xEE));
+        EXPECT_EQ(Read(c.format, block), c.out);
     }
-    ~WarningCapture() { CorvaneSetWarningHandler(old); }
-
-private:
-    CorvaneTextHandler old;
-};
-
-using Texts = std::vector<std::string>;
-
-TEST(TextureList, CreateAndFreeKeepTheListInStep) {
-    int before = CountTextures();
-    CTexture* a = CreateTexture(4, 2, TextureFormat8888);
-    CTexture* b = CreateTexture(3, 3, TextureFormat5650);
-    CTexture* empty = CreateEmptyTexture();
-    EXPECT_EQ(empty->pixels, nullptr);
-    CTexture stranger;
-    FreeTexture(&stranger);  // not in the list: nothing happens
-    FreeTexture(nullptr);
-    EXPECT_EQ(CountTextures(), before + 3);
-
-    FreeTexture(a);
-    FreeTexture(a);  // already gone
-    EXPECT_EQ(CountTextures(), before + 2);
-    FreeTexture(b);
-    FreeTexture(empty);
-    EXPECT_EQ(CountTextures(), before);
-}
-
-std::vector<CTexture*> Released;
-int ReleaseAllCalls = 0;
-
-TEST(TextureList, DeviceHooksHearOfEveryTextureThatGoes) {
-    TextureDeviceHooks hooks = {[](CTexture* t) { Released.push_back(t); },
-                                [] { ++ReleaseAllCalls; }};
-    SetTextureDeviceHooks(&hooks);
-    Released.clear();
-    ReleaseAllCalls = 0;
-
-    CTexture* a = CreateTexture(1, 1, TextureFormat8888);
-    CTexture* b = CreateTexture(1, 1, TextureFormat8888);
-    CTexture stranger;
-    FreeTexture(&stranger);
-    FreeTexture(a);
-    EXPECT_EQ(Released, (std::vector<CTexture*>{a}));
-
-    FreeAllTextures();
-    EXPECT_EQ(ReleaseAllCalls, 1);
-    EXPECT_EQ(Released.back(), b);
-    EXPECT_EQ(CountTextures(), 0);
-    SetTextureDeviceHooks(nullptr);
-}
-
-TEST(TextureList, CloseLogsEveryTextureStillAllocatedWithoutFreeingIt) {
-    TempDir dir;
-    VelmoraLogBeginRun();
-    int before = CountTextures();
-    CTexture* a = CreateTexture(1, 1, TextureFormat8880);
-    a->SetName("grass.tga");
-    CTexture* b = CreateEmptyTexture();
-    b->SetName("rock.tga");
-
-    LogTexturesStillAllocated();
-    std::string log = ReadWholeFile("velmora.log");
-    EXPECT_EQ(log.rfind("LOG: (CloseVelmora()) Texture still allocated rock.tga"
-                        "LOG: (CloseVelmora()) Texture still allocated grass.tga",
-                        0),
-              0u)
-        << log;
-    EXPECT_EQ(CountTextures(), before + 2);
-    FreeTexture(a);
-    FreeTexture(b);
-}
-
-TEST(Texture, LockTwiceKeepsTheFirstLockAndUnlockWithoutLockOnlyWarns) {
-    WarningCapture capture;
-    CTexture* texture = CreateTexture(5, 3, TextureFormat8888);
-    TextureLock lock = {nullptr, 0, 7};
-    EXPECT_EQ(texture->Lock(nullptr, 0, &lock), 4);
-    EXPECT_EQ(lock.status, 0);
-    EXPECT_EQ(lock.pixels, texture->pixels);
-    EXPECT_EQ(lock.pitch, 20);
-    EXPECT_TRUE(texture->locked);
-
-    TextureLock second = {nullptr, 0, 0};
-    EXPECT_EQ(texture->Lock(nullptr, 0, &second), 0);
-    EXPECT_EQ(second.status, -1);
-    EXPECT_TRUE(texture->locked);
-
-    texture->Unlock(nullptr, 0);
-    EXPECT_FALSE(texture->locked);
-    texture->Unlock(nullptr, 0);
-    EXPECT_EQ(Warnings,
-              (Texts{"Texture already locked!\n", "Unlocking a non-locked texture....\n"}));
-
-    // Going away locked ends the lock quietly; going away unlocked doesn't unlock again.
-    Warnings.clear();
-    EXPECT_EQ(texture->Lock(nullptr, 0, &lock), 4);
-    FreeTexture(texture);
-    { CTexture unlocked; }
-    EXPECT_EQ(Warnings, Texts{});
+    // 0x5550 compares all 16 bits: the unused top bit makes the key opaque magenta.
+    EXPECT_EQ(Read(TextureFormat5550, {0, 0, 0, 0, 0, 0, 0x1F, 0xFC}), (Rgba{255, 0, 255, 255}));
+    EXPECT_EQ(Read(TextureFormat5551, {0, 0, 0, 0, 0, 0, 0x1F, 0x7C}), (Rgba{255, 0, 255, 0}));
+    uint8_t r, g, b, a;
+    uint8_t block[4] = {};
+    EXPECT_DEATH(GetTexturePixel(0, 0, 1, block, 0x8800, r, g, b, a),
+                 "GetTexturePixel: Unknown format 8800");
 }
 
 TEST(Texture, ColourKeyIsLookedForInTheFormatsWithoutAlphaOnly) {
     const struct {
         uint32_t format;
-        std::vector<uint8_t> pixels;
+        Bytes pixels;
         bool keyed;
     } cases[] = {
         {TextureFormat5550, {0x34, 0x12, 0x1E, 0x7C}, false},
@@ -147,16 +89,12 @@ TEST(Texture, ColourKeyIsLookedForInTheFormatsWithoutAlphaOnly) {
     }
 }
 
-TEST(Texture, CopyHasItsOwnBlockWithEveryMipLevelAndItsOwnName) {
-    // 8 x 4 with levels 4 x 2 and 2 x 1: 42 pixels of 3 bytes.
-    EXPECT_EQ(TextureBlockSize(8, 4, TextureFormat8880, 2), 126u);
+TEST(Texture, CopyHasItsOwnBlockWithEveryMipLevelAndTheListKeepsInStep) {
+    EXPECT_EQ(TextureBlockSize(8, 4, TextureFormat8880, 2), 126u);  // 8 x 4, 4 x 2 and 2 x 1
     EXPECT_EQ(TextureBlockSize(8, 4, TextureFormat8880, 9), 126u);  // 1 x 0 holds nothing
-    EXPECT_EQ(TextureBlockSize(8, 4, TextureFormat8888, 0), 128u);
-
+    int before = CountTextures();
     CTexture* source = CreateEmptyTexture();
-    source->width = 8;
-    source->height = 4;
-    source->format = TextureFormat8880;
+    source->width = 8, source->height = 4, source->format = TextureFormat8880;
     source->mipLevels = 2;
     source->pixels = static_cast<uint8_t*>(MALLOC(126));
     for (int i = 0; i < 126; ++i) source->pixels[i] = uint8_t(i * 7 + 1);
@@ -167,11 +105,8 @@ TEST(Texture, CopyHasItsOwnBlockWithEveryMipLevelAndItsOwnName) {
     name[0] = 'X';  // the texture keeps a copy
     int dummy = 0;
     source->surface = source->stagingSurface = &dummy;
-
-    int before = CountTextures();
     CTexture* copy = CopyTexture(source);
-    EXPECT_EQ(CountTextures(), before + 1);
-    EXPECT_NE(copy->name, source->name);
+    EXPECT_EQ(CountTextures(), before + 2);
     EXPECT_STREQ(copy->name, "cliff.tga");
     EXPECT_EQ(std::tie(copy->width, copy->height, copy->format, copy->mipLevels, copy->flags,
                        copy->alphaSetting),
@@ -179,12 +114,15 @@ TEST(Texture, CopyHasItsOwnBlockWithEveryMipLevelAndItsOwnName) {
                        source->flags, source->alphaSetting));
     EXPECT_EQ(copy->surface, nullptr);
     EXPECT_EQ(copy->stagingSurface, nullptr);
-
     source->surface = source->stagingSurface = nullptr;
-    std::vector<uint8_t> pixels(source->pixels, source->pixels + 126);
+    Bytes pixels(source->pixels, source->pixels + 126);
     FreeTexture(source);
-    EXPECT_EQ(std::vector<uint8_t>(copy->pixels, copy->pixels + 126), pixels);  // still its own
+    FreeTexture(source);  // already gone: nothing happens
+    CTexture stranger;
+    FreeTexture(&stranger);  // not in the list either
+    FreeTexture(nullptr);
+    EXPECT_EQ(CountTextures(), before + 1);
+    EXPECT_EQ(Bytes(copy->pixels, copy->pixels + 126), pixels);  // still its own
     FreeTexture(copy);
+    EXPECT_EQ(CountTextures(), before);
 }
-
-}  // namespace
