@@ -1,13 +1,9 @@
-// tenebrix-bake's failures as a pipeline sees them: the exit status, a line that names the file,
-// and never a torn or partial file where a good one stood.
-#include <fcntl.h>
+// The tools' failures as a pipeline sees them: the exit status, a line that names the file, and
+// never a torn or partial file where a good one stood.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -16,38 +12,65 @@
 
 #include "engine/mesh/mesh.h"
 #include "tests/apps/cli_run.h"
-#include "tests/support/temp_dir.h"
 #include "tool/maps/map_chunks.h"
 #include "tool/maps/map_generator.h"
-
-extern char** environ;
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// A small generated map saved in folder with the given user data (null: none).
-void SaveGeneratedMap(const std::string& folder, const std::vector<uint8_t>* userData) {
-    fs::create_directories(folder);
-    MapRecipe recipe;
-    recipe.cells = 4;
-    CMesh* map = GenerateMap(recipe, nullptr);
-    ASSERT_TRUE(map->SaveVBF((folder + "/test.vbf").c_str(), userData ? userData->data() : nullptr,
-                             userData ? uint32_t(userData->size()) : 0));
-    delete map;
-}
-
-TEST(BakeUsageErrors, ExitTwoWithAPointerToTheHelp) {
+// Help and version exit 0; a usage error exits 2, its first line saying what is wrong.
+TEST(ToolUsage, HelpVersionAndUsageErrors) {
     TempDir dir;
     ASSERT_TRUE(MakeMap("m", 4));
-    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-             {}, {"m", "--texture-size", "100"}, {"--batch", "jobs.bat", "--png", "x.png"}}) {
-        ToolRun run = RunBake(args);
-        EXPECT_EQ(run.status, 2) << run.output;
-        EXPECT_EQ(run.output.rfind("tenebrix-bake: ", 0), 0u) << run.output;
-        EXPECT_TRUE(Contains(run.output, "\nTry 'tenebrix-bake --help'.\n")) << run.output;
+    const std::string bake = TENEBRIX_BAKE, mkmap = TENEBRIX_MKMAP;
+    const std::string size = "--texture-size must be a power of two from 64 to 8192\n";
+    const std::string threads = "--threads must be a number from 1 to 1024\n";
+    const std::string cells = "--cells needs a number from 1 to 256\n";
+    std::vector<std::tuple<std::string, std::string, int, std::string>> cases = {
+        {bake, "--help", 0, "Usage: tenebrix-bake MAP"},
+        {bake, "m --stats -h", 0, "Usage: tenebrix-bake MAP"},
+        {bake, "m --version", 0, "tenebrix-bake 0.1.0\n"},
+        {bake, "", 2, "no map given\nTry 'tenebrix-bake --help'.\n"},
+        {bake, "m -x", 2, "unknown option -x\n"},
+        {bake, "m --bogus=1", 2, "unknown option --bogus\n"},
+        {bake, "m --texture-size", 2, size},
+        {bake, "m --threads 1025", 2, threads},
+        {bake, "m --threads=-1", 2, threads},
+        {bake, "m --script=", 2, "--script needs a file\n"},
+        {bake, "m --out=", 2, "--out needs a name\n"},
+        {bake, "--batch", 2, "--batch needs a file\n"},
+        {bake, "--batch b m", 2, "a map or --batch, not both\n"},
+        {bake, "--batch b --png x.png", 2, "--png takes one map; use --png-beside with --batch\n"},
+        {bake, "--batch b --out x.dat", 2, "--out takes one map; a batch names each job's output\n"},
+        {bake, "m n", 2, "one map at a time (a second map: n); use --batch for more\n"},
+        {bake, "m --png-beside=x.png", 2, "--png-beside takes no value\n"},
+        {bake, "--help=all", 2, "--help takes no value\n"},
+        {bake, "m --crossing open", 2, "--crossing must be half-open or closed\n"},
+        {bake, "m --verify 0", 2, "--verify must be a number of rows from 1 to 100000\n"},
+        {bake, "m --verify 3 --reference", 2, "--verify checks the fast core; it takes neither"},
+        {mkmap, "--help", 0, "Usage: tenebrix-mkmap OUTDIR"},
+        {mkmap, "n --cells 0", 2, cells},
+        {mkmap, "n --cells 257", 2, cells},
+        {mkmap, "n --cells 8x", 2, cells},
+        {mkmap, "n --cells", 2, cells},
+        {mkmap, "n --seed -1", 2, "--seed needs a number from 0 to 2000000000\n"},
+        {mkmap, "n --chunks 65", 2, "--chunks needs a number from 1 to 64\n"},
+        {mkmap, "n --hills 1e3", 2, "--hills needs a number from 0 to 1000\n"},
+        {mkmap, "--cells 4", 2, "no output directory\nTry 'tenebrix-mkmap --help'.\n"},
+        {mkmap, "n --wide", 2, "unexpected --wide\n"},
+    };
+    // 2^32 + 64 must not wrap to 64.
+    for (const char* bad : {"100", "16384", "32", "+64", "64k", "4294967360", ""})
+        cases.push_back({bake, std::string("m --texture-size=") + bad, 2, size});
+    for (const auto& [tool, args, status, text] : cases) {
+        std::string name = fs::path(tool).filename().string(), start = status ? name + ": " + text : text;
+        ToolRun run = RunTool(tool, Words(args));
+        EXPECT_EQ(run.status, status) << name << " " << args;
+        EXPECT_EQ(run.output.substr(0, start.size()), start) << name << " " << args;
     }
     EXPECT_FALSE(fs::exists("m/texture.dat"));
+    EXPECT_FALSE(fs::exists("n"));
 }
 
 // Each failure leaves the map's earlier shadow map as it was and no temporary file anywhere.
@@ -59,134 +82,115 @@ protected:
         good = ReadWholeFile("m/texture.dat");
         ASSERT_EQ(good.size(), 64u * 64u);
     }
-
-    // Runs the bake and expects exit 1 with every part of message in one line of its output.
-    void ExpectFailure(const std::vector<std::string>& args,
-                       const std::vector<std::string>& message) {
-        ToolRun run = RunBake(args);
-        EXPECT_EQ(run.status, 1) << run.output;
-        bool found = false;
-        for (size_t start = 0; start < run.output.size() && !found;) {
-            size_t end = std::min(run.output.find('\n', start), run.output.size());
-            std::string line = run.output.substr(start, end - start);
-            found = true;
-            for (const std::string& part : message) found = found && Contains(line, part);
-            start = end + 1;
-        }
-        EXPECT_TRUE(found) << "wanted a line with \"" << message.front() << "\" in:\n"
-                           << run.output;
+    void ExpectUntouched() {
         EXPECT_EQ(ReadWholeFile("m/texture.dat"), good);
         EXPECT_TRUE(PartialFiles(dir.Path()).empty());
     }
-
     TempDir dir;
     std::string good;
 };
 
-TEST_F(BakeFailures, MapsThatAreNotThereOrAreDamaged) {
-    ExpectFailure({"nowhere"}, {"error: ", dir.File("nowhere"), "no such file or directory"});
-    fs::create_directory("empty");
-    ExpectFailure({"empty"}, {"error: ", dir.File("empty"), "the directory holds no test.vbf"});
+// Exit 1 with every part of the message in one line of the output.
+TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
+    fs::create_directories("empty");
     WriteWholeFile("m/notes.txt", "x");
-    ExpectFailure({"m/notes.txt"}, {dir.File("m/notes.txt"), "not a map"});
-    ExpectFailure({"m", "--config", "nowhere.cfg"}, {"nowhere.cfg: no such config file"});
-
-    fs::create_directories("cut");
     std::string bytes = ReadWholeFile("m/test.vbf");
-    WriteWholeFile("cut/test.vbf", bytes.substr(0, bytes.size() / 2));
-    ExpectFailure({"cut", "--texture-size", "64"},
-                  {"MAP REFUSED", "cut/test.vbf", "could not be read"});
-    WriteWholeFile("cut/test.vbf", bytes.substr(0, 10));
-    ExpectFailure({"cut", "--texture-size", "64"}, {"MAP REFUSED", "cut/test.vbf"});
-    ASSERT_NO_FATAL_FAILURE(SaveGeneratedMap("bare", nullptr));
-    ExpectFailure({"bare/test.vbf"}, {"MAP REFUSED", "bare/test.vbf", "no user data"});
+    for (auto [folder, size] : {std::pair{"half", bytes.size() / 2}, {"ten", size_t(10)}}) {
+        fs::create_directories(folder);
+        WriteWholeFile(std::string(folder) + "/test.vbf", bytes.substr(0, size));
+    }
     std::vector<uint8_t> chunks = MakeMapChunks(4, 4);
     chunks.resize(chunks.size() - 8);  // the end mark goes
-    ASSERT_NO_FATAL_FAILURE(SaveGeneratedMap("unended", &chunks));
-    ExpectFailure({"unended"}, {"MAP REFUSED", "unended/test.vbf"});
-    // A header of an unknown kind is fatal to the reader: a clean exit naming the map, no core.
-    fs::create_directories("kind");
+    for (auto [folder, data] : {std::pair{"bare", std::vector<uint8_t>()}, {"unended", chunks}}) {
+        fs::create_directories(folder);
+        CMesh* map = GenerateMap(MapRecipe{.cells = 4}, nullptr);
+        EXPECT_TRUE(map->SaveVBF((std::string(folder) + "/test.vbf").c_str(),
+                                 data.empty() ? nullptr : data.data(), uint32_t(data.size())));
+        delete map;
+    }
+    fs::create_directories("kind");  // a header of an unknown kind is fatal to the reader
     WriteWholeFile("kind/test.vbf", std::string("\x02\0\0\0\0\0\0\0", 8));
-    ExpectFailure({"kind"}, {"invalid header", "kind/test.vbf"});
-    for (const char* folder : {"cut", "bare", "unended", "kind"})
-        EXPECT_FALSE(fs::exists(std::string(folder) + "/texture.dat")) << folder;
-}
-
-TEST_F(BakeFailures, ScriptsThatAreNotScripts) {
     WriteWholeFile("words.ssf", "the sun stands low over the harbour\n");
-    ExpectFailure({"m", "--script", "words.ssf"},
-                  {dir.File("words.ssf"), "no key of a shadow script in it (7 other words)"});
-    ExpectFailure({"m", "--script", "missing.ssf"}, {"script", "missing.ssf", "not found"});
-    // Through a config, the LIT folder's candidates are listed too.
     fs::create_directories("conf/lit");
     WriteWholeFile("conf/resource.cfg", "LIT lit\n");
-    ExpectFailure({"m", "--config", "conf/resource.cfg", "--script", "dawn"},
-                  {dir.File("conf/lit/dawn.ssf")});
-
-    // Words that are no keys beside keys only warn.
-    WriteWholeFile("mixed.ssf", "AMBIENT 90 sunset\n");
-    ToolRun mixed = RunBake({"m", "--texture-size", "64", "--script", "mixed.ssf"});
-    EXPECT_EQ(mixed.status, 0) << mixed.output;
-    EXPECT_TRUE(Contains(mixed.output, "warning: ")) << mixed.output;
-    EXPECT_TRUE(Contains(mixed.output, "1 words are no keys")) << mixed.output;
-}
-
-TEST_F(BakeFailures, OutputsThatCannotBeWritten) {
-    ExpectFailure({"m", "--texture-size", "64", "--out", "no/such/folder.dat"},
-                  {"MAP REFUSED", "m/test.vbf", "no/such/folder.dat could not be written"});
+    fs::create_directory("m/taken.dat");
     std::string overlong = "texture.data";  // 264 characters, once cut to 259 and written so
     while (overlong.size() < 264) overlong = "./" + overlong;
-    ExpectFailure({"m", "--out", overlong}, {"--out ./././", "longer than 259 characters"});
-    EXPECT_FALSE(fs::exists("m/texture"));
-    fs::create_directory("m/taken.dat");
-    ExpectFailure({"m", "--texture-size", "64", "--out", "taken.dat"},
-                  {"MAP REFUSED", "taken.dat could not be written"});
-}
-
-TEST_F(BakeFailures, MapFolderWithoutWritePermission) {
-    fs::permissions("m", fs::perms(0555));
-    bool locked = access("m", W_OK) != 0;
-    if (locked)
-        ExpectFailure({"m", "--texture-size", "64"},
-                      {"MAP REFUSED", "m/test.vbf", "texture.dat could not be written"});
-    fs::permissions("m", fs::perms(0755));
-    if (!locked) GTEST_SKIP() << "permissions do not stop this user's writes (superuser)";
-}
-
-TEST_F(BakeFailures, BatchesWithoutJobsOrWithABadJob) {
     WriteWholeFile("empty.bat", "  \n\n");
-    ExpectFailure({"--batch", "empty.bat"}, {dir.File("empty.bat"), "no job in the batch"});
-    ExpectFailure({"--batch", "none.bat"}, {dir.File("none.bat"), "no job in the batch"});
     WriteWholeFile("short.bat", "m/test.vbf texture.dat\n");  // two words make no job
-    ExpectFailure({"--batch", "short.bat"}, {"no job in the batch"});
+    ASSERT_TRUE(MakeMap("locked", 4));
+    fs::permissions("locked", fs::perms(0555));
 
-    // The bad jobs run first; the good one is baked all the same, and the run fails.
-    ASSERT_TRUE(MakeMap("n", 4));
+    std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+        {"nowhere", {"error: ", dir.File("nowhere"), "no such file or directory"}},
+        {"empty", {"error: ", dir.File("empty"), "the directory holds no test.vbf"}},
+        {"m/notes.txt", {dir.File("m/notes.txt"), "not a map"}},
+        {"m --config nowhere.cfg", {"nowhere.cfg: no such config file"}},
+        {"half", {"MAP REFUSED", "half/test.vbf", "could not be read"}},
+        {"ten", {"MAP REFUSED", "ten/test.vbf"}},
+        {"bare/test.vbf", {"MAP REFUSED", "bare/test.vbf", "no user data"}},
+        {"unended", {"MAP REFUSED", "unended/test.vbf"}},
+        {"kind", {"invalid header", "kind/test.vbf"}},
+        {"m --script words.ssf", {dir.File("words.ssf"), "no key of a shadow script in it (7 other words)"}},
+        {"m --script missing.ssf", {"script", "missing.ssf", "not found"}},
+        {"m --config conf/resource.cfg --script dawn", {dir.File("conf/lit/dawn.ssf")}},
+        {"m --out no/such/folder.dat", {"MAP REFUSED", "m/test.vbf", "no/such/folder.dat could not be written"}},
+        {"m --out " + overlong, {"--out ./././", "longer than 259 characters"}},
+        {"m --out taken.dat", {"MAP REFUSED", "taken.dat could not be written"}},
+        {"--batch empty.bat", {dir.File("empty.bat"), "no job in the batch"}},
+        {"--batch none.bat", {dir.File("none.bat"), "no job in the batch"}},
+        {"--batch short.bat", {"no job in the batch"}},
+    };
+    if (access("locked", W_OK) != 0)  // the superuser writes anyway
+        cases.push_back({"locked", {"MAP REFUSED", "locked/test.vbf", "texture.dat could not be written"}});
+    for (const auto& [args, message] : cases) {
+        ToolRun run = RunBake(Words(args + " --texture-size 64"));
+        EXPECT_EQ(run.status, 1) << args << ":\n" << run.output;
+        bool found = false;
+        for (std::istringstream lines(run.output); !found;) {
+            std::string line;
+            if (!std::getline(lines, line)) break;
+            found = true;
+            for (const std::string& part : message) found = found && Contains(line, part);
+        }
+        EXPECT_TRUE(found) << args << ": wanted \"" << message.back() << "\" in:\n" << run.output;
+        ExpectUntouched();
+    }
+    fs::permissions("locked", fs::perms(0755));
+    for (const char* folder : {"half", "ten", "bare", "unended", "kind", "locked"})
+        EXPECT_FALSE(fs::exists(std::string(folder) + "/texture.dat")) << folder;
+    EXPECT_FALSE(fs::exists("m/texture"));
+}
+
+// Jobs run last first, each with its own names, and may spread over lines. A bad job fails the
+// run but no other job.
+TEST_F(BakeFailures, ABatchRunsEveryGoodJobAndFailsForABadOne) {
+    ASSERT_TRUE(MakeMap("n", 4, 2));
     WriteWholeFile("plain.ssf", "AMBIENT 100\n");
     fs::create_directories("kind");
-    WriteWholeFile("kind/test.vbf", std::string("\x02\0\0\0\0\0\0\0", 8));  // fatal to the reader
+    WriteWholeFile("kind/test.vbf", std::string("\x02\0\0\0\0\0\0\0", 8));
     WriteWholeFile("jobs.bat",
                    "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n"
                    "kind/test.vbf bad.dat plain.ssf\nn/test.vbf ../../out.dat plain.ssf\n"
-                   "n/test.xyz odd.dat plain.ssf\n");
-    ToolRun run = RunBake({"--batch", "jobs.bat", "--texture-size", "64"});
+                   "n/test.xyz odd.dat plain.ssf\nm/test.vbf\nsecond.dat plain.ssf\n");
+    ToolRun run = RunBake({"--batch=jobs.bat", "--texture-size", "64", "--png-beside"});
     EXPECT_EQ(run.status, 1) << run.output;
-    EXPECT_TRUE(Contains(run.output, "MAP REFUSED gone/test.vbf")) << run.output;
-    EXPECT_TRUE(Contains(run.output, "MAP REFUSED kind/test.vbf: VELMORALoadVBF: invalid header"))
-        << run.output;
-    EXPECT_TRUE(Contains(run.output, "jobs.bat line 4: the output name ../../out.dat climbs out"))
-        << run.output;
-    EXPECT_TRUE(Contains(run.output, "Invalid file extension on n/test.xyz")) << run.output;
-    EXPECT_EQ(FileSize("n/good.dat"), 64 * 64);
+    for (const char* line : {"MAP REFUSED gone/test.vbf", "MAP REFUSED kind/test.vbf: VELMORALoadVBF: invalid header",
+                             "jobs.bat line 4: the output name ../../out.dat climbs out",
+                             "Invalid file extension on n/test.xyz", "2 maps baked"})
+        EXPECT_TRUE(Contains(run.output, line)) << line << " in " << run.output;
+    EXPECT_EQ(ReadWholeFile("n/good.dat").size(), 64u * 64u);
+    EXPECT_EQ(ReadWholeFile("m/second.dat").size(), 64u * 64u);
+    EXPECT_TRUE(fs::exists("m/second.dat.png"));
+    EXPECT_LT(run.output.find("MAP: m/test.vbf"), run.output.find("gone/test.vbf"));
     EXPECT_LT(run.output.find("gone/test.vbf"), run.output.rfind("MAP: n/test.vbf"));
-    EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+    ExpectUntouched();
 }
 
 TEST_F(BakeFailures, QuietRunsStillSayWhatFailed) {
     ToolRun run = RunBake({"nowhere", "--quiet"});
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.output,
-              "tenebrix-bake: error: " + dir.File("nowhere") + ": no such file or directory\n");
+    EXPECT_EQ(run.output, "tenebrix-bake: error: " + dir.File("nowhere") + ": no such file or directory\n");
     ToolRun refused = RunBake({"m", "--quiet", "--texture-size", "64", "--out", "x/y.dat"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.output.rfind("tenebrix-bake: ***** MAP REFUSED", 0), 0u) << refused.output;
@@ -197,24 +201,10 @@ TEST_F(BakeFailures, QuietRunsStillSayWhatFailed) {
 TEST_F(BakeFailures, InterruptLeavesTheOldShadowMap) {
     ASSERT_TRUE(MakeMap("big", 64));
     ASSERT_EQ(RunBake({"big", "--texture-size", "64"}).status, 0);
-    std::string old = ReadWholeFile("big/texture.dat");
+    std::string old = ReadWholeFile("big/texture.dat"), log = dir.File("interrupted.txt");
     WriteWholeFile("fine.ssf", "OVERSAMPLE 4\n");
-
-    std::string log = dir.File("interrupted.txt");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 2, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, 2, 1);
-    std::vector<std::string> args = {TENEBRIX_BAKE, "big",      "--texture-size",
-                                     "2048",        "--script", "fine.ssf"};
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    int spawned = posix_spawn(&pid, TENEBRIX_BAKE, &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ASSERT_EQ(spawned, 0);
-
+    pid_t pid = SpawnTool(TENEBRIX_BAKE, Words("big --texture-size 2048 --script fine.ssf"), log);
+    ASSERT_GT(pid, 0);
     // The first progress line says the handlers are in and the pass is under way.
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!Contains(ReadWholeFile(log), "  0%") && std::chrono::steady_clock::now() < deadline)
@@ -227,8 +217,7 @@ TEST_F(BakeFailures, InterruptLeavesTheOldShadowMap) {
     }
     std::string output = ReadWholeFile(log);
     EXPECT_EQ(DecodeWaitStatus(status), 130) << output;
-    EXPECT_TRUE(Contains(output, "tenebrix-bake: interrupted; no partial file was left\n"))
-        << output;
+    EXPECT_TRUE(Contains(output, "tenebrix-bake: interrupted; no partial file was left\n")) << output;
     EXPECT_EQ(ReadWholeFile("big/texture.dat"), old);
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
 }

@@ -3,8 +3,10 @@
 
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "apps/import/import_options.h"
 #include "tests/apps/cli_run.h"
 #include "tests/import/import_support.h"
 
@@ -12,19 +14,64 @@ namespace fs = std::filesystem;
 
 namespace {
 
-ToolRun RunImport(const std::vector<std::string>& args) {
-    return RunTool(TENEBRIX_IMPORT, args);
+ToolRun RunImport(const std::string& args) {
+    return RunTool(TENEBRIX_IMPORT, Words(args));
 }
 
-TEST(ImportCli, HelpAndUsageErrors) {
+TEST(ImportCli, EveryOptionReachesTheRequest) {
+    for (const char* line : {"a.obj b.glb -o out --up z --fit=16 --margin 2 --ground --chunk 128 --height-scale "
+                             "0.25 --raw-size 403x344 --raw-format=int16 --no-textures --quiet",
+                             "a.obj --output=out --scale 2.5 -q"}) {
+        std::vector<std::string> words = Words(std::string("tenebrix-import ") + line);
+        std::vector<const char*> argv;
+        for (const std::string& word : words) argv.push_back(word.c_str());
+        ImportOptions o;
+        std::string error;
+        ASSERT_EQ(ParseImportOptions(int(argv.size()), argv.data(), o, error), ImportCommand::Run) << error;
+        const ImportRequest& r = o.request;
+        const PlacementOptions& p = r.placement;
+        const HeightMapOptions& h = r.heightMap;
+        auto all = std::make_tuple(r.inputs.size(), r.mapFolder, p.up == UpAxis::Z, p.scale, p.fitCells,
+                                   p.marginCells, p.ground, r.chunkSize, h.heightScale, h.rawWidth,
+                                   h.rawHeight, h.rawFormat == RawSampleFormat::Int16, r.textures, o.quiet);
+        EXPECT_EQ(all, Contains(line, "--ground") ? std::make_tuple(2u, "out", true, 0.0, 16, 2, true, 128.0, 0.25, 403u,
+                                                         344u, true, false, true)
+                                      : std::make_tuple(1u, "out", false, 2.5, 0, 0, false, 256.0, 1.0, 0u,
+                                                         0u, false, true, true));
+    }
+}
+
+// Help and version exit 0; a usage error exits 2 with one line saying what is wrong.
+TEST(ImportCli, HelpVersionAndUsageErrors) {
     TempDir dir;
-    ToolRun help = RunImport({"--help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_THAT(help.output, HasSubstr("Usage: tenebrix-import INPUT... -o MAPDIR"));
-    ToolRun bare = RunImport({});
-    EXPECT_EQ(bare.status, 2);
-    EXPECT_THAT(bare.output,
-                HasSubstr("tenebrix-import: no input given\nTry 'tenebrix-import --help'.\n"));
+    const std::vector<std::tuple<std::string, int, std::string>> cases = {
+        {"--help", 0, "Usage: tenebrix-import INPUT... -o MAPDIR"},
+        {"x.obj -h --bogus", 0, "Usage: tenebrix-import"},
+        {"--version", 0, "tenebrix-import 0.1.0\n"},
+        {"", 2, "no input given\nTry 'tenebrix-import --help'.\n"},
+        {"-o out", 2, "no input given\n"},
+        {"a.obj", 2, "no map folder given: -o MAPDIR\n"},
+        {"a.obj -o", 2, "-o needs a map folder\n"},
+        {"a.obj -o out --up x", 2, "--up must be y or z\n"},
+        {"a.obj -o out --scale 0", 2, "--scale must be a number above 0\n"},
+        {"a.obj -o out --scale nan", 2, "--scale must be a number above 0\n"},
+        {"a.obj -o out --scale 2 --fit 4", 2, "--scale or --fit, not both\n"},
+        {"a.obj -o out --fit 257", 2, "--fit must be a number of cells from 1 to 256\n"},
+        {"a.obj -o out --fit 200 --margin 30", 2, "--fit and twice --margin come to more than 256 cells\n"},
+        {"a.obj -o out --chunk 0.5", 2, "--chunk must be a size in world units from 1 to 8192\n"},
+        {"a.raw -o out --raw-size 403", 2, "--raw-size must be WIDTHxHEIGHT in samples"},
+        {"a.raw -o out --raw-size 0x5", 2, "--raw-size must be WIDTHxHEIGHT in samples"},
+        {"a.raw -o out --raw-format int8", 2, "--raw-format must be int16, uint16 or float32\n"},
+        {"a.obj -o out --ground=yes", 2, "--ground takes no value\n"},
+        {"a.obj -o out --frobnicate", 2, "unknown option --frobnicate\n"},
+    };
+    for (const auto& [args, status, text] : cases) {
+        std::string start = status ? "tenebrix-import: " + text : text;
+        ToolRun run = RunImport(args);
+        EXPECT_EQ(run.status, status) << args;
+        EXPECT_EQ(run.output.substr(0, start.size()), start) << args;
+    }
+    EXPECT_FALSE(fs::exists("out"));
 }
 
 // Each broken input fails the run with a message naming the file and the fault, and leaves no map
@@ -37,46 +84,48 @@ TEST(ImportCli, BrokenInputsFailWithAClearMessage) {
     WriteWholeFile("badindex.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 9\n");
     WriteWholeFile("level.bsp", std::string("\x1d\0\0\0", 4) + std::string(200, 'x'));
     WriteWholeFile("city.json", "{\"type\": \"CityJSON\", \"version\": \"2.0\"}\n");
-    ASSERT_TRUE(WriteGreyPng("whole.png", 64, 64, 16, std::vector<uint16_t>(4096, 7)));
+    ASSERT_TRUE(WritePng("whole.png", 64, 64, PNG_FORMAT_LINEAR_Y, std::vector<uint16_t>(4096, 7).data()));
     std::string png = ReadWholeFile("whole.png");
     WriteWholeFile("cut.png", png.substr(0, png.size() / 2));
+    ASSERT_TRUE(WritePng("colour.png", 2, 2, PNG_FORMAT_RGB, std::string(12, 'Z').data()));
+    ASSERT_TRUE(WritePng("line.png", 7, 1, PNG_FORMAT_GRAY, "1234567"));
     WriteWholeFile("short.raw", std::string(99, '\0'));
+    const float grid[6] = {1, 2, 3, std::nanf(""), 5, 6};
+    WriteWholeFile("nan.f32", std::string(reinterpret_cast<const char*>(grid), sizeof grid));
     WriteWholeFile("cut.ply.gz", std::string("\x1f\x8b\x08\0\0\0\0\0\0\x03", 10));
-    WriteTriangleGltf("huge.gltf", R"(, "name": "blown", "scale": [1e39, 1, 1])", "");
-
-    std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"empty.obj"}, "empty.obj: the file is empty"},
-        {{"absent.obj"}, "absent.obj: No such file or directory"},
-        {{"nan.obj"}, "nan.obj: vertex 1 of mesh"},
-        {{"nan.obj"}, "NaN"},
-        {{"lines.obj"}, "lines.obj: no triangles in the file"},
-        {{"badindex.obj"}, "badindex.obj: cannot be read: "},
-        {{"level.bsp"}, "level.bsp: unsupported format"},
-        {{"city.json"}, "city.json: unsupported format (no reader for .json files)"},
-        {{"cut.png"}, "cut.png: cannot be read as a height map: "},
-        {{"short.raw", "--raw-size", "10x10"}, "short.raw: 99 bytes, but a 10 x 10 grid has"},
-        {{"short.raw"}, "short.raw: a raw grid needs its size: --raw-size"},
-        {{"cut.ply.gz"}, "cut.ply.gz: the gzip data ends early"},
-        {{"huge.gltf"}, "huge.gltf: node \"blown\" has a transform with NaN or infinite numbers"},
+    WriteTriangleGltf("huge", R"(, "name": "blown", "scale": [1e39, 1, 1])", "");
+    std::vector<std::pair<std::string, std::string>> cases = {
+        {"empty.obj", "empty.obj: the file is empty"},
+        {"absent.obj", "absent.obj: No such file or directory"},
+        {"nan.obj", "nan.obj: vertex 1 of mesh"},
+        {"nan.obj", "NaN"},
+        {"lines.obj", "lines.obj: no triangles in the file"},
+        {"badindex.obj", "badindex.obj: cannot be read: "},
+        {"level.bsp", "level.bsp: unsupported format"},
+        {"city.json", "city.json: unsupported format (no reader for .json files)"},
+        {"cut.png", "cut.png: cannot be read as a height map: "},
+        {"colour.png", "colour.png: cannot be read as a height map: not a greyscale image"},
+        {"line.png", "line.png: a height map needs at least 2 x 2 samples"},
+        {"short.raw --raw-size 10x10", "short.raw: 99 bytes, but a 10 x 10 grid has"},
+        {"short.raw", "short.raw: a raw grid needs its size: --raw-size"},
+        {"nan.f32 --raw-size 3x2", "nan.f32: the sample at column 0, row 1 is nan"},
+        {"cut.ply.gz", "cut.ply.gz: the gzip data ends early"},
+        {"huge.gltf", "huge.gltf: node \"blown\" has a transform with NaN or infinite numbers"},
     };
-    std::string glb = RealData("kenney-city-kit-cc0/building-small-a.glb");
-    if (!glb.empty()) {
+    if (std::string glb = RealData("kenney-city-kit-cc0/building-small-a.glb"); !glb.empty()) {
         std::string bytes = ReadWholeFile(glb);
         WriteWholeFile("cut.glb", bytes.substr(0, bytes.size() / 2));
-        cases.push_back({{"cut.glb"}, "cut.glb: cannot be read: "});
+        cases.push_back({"cut.glb", "cut.glb: cannot be read: "});
     }
-    std::string bsp = RealData("librequake-maps/lqdm2_a6.bsp");
-    if (!bsp.empty()) cases.push_back({{bsp}, "lqdm2_a6.bsp: unsupported format"});
-
-    for (auto [args, expected] : cases) {
-        SCOPED_TRACE(args[0]);
-        args.insert(args.end(), {"-o", "map"});
-        ToolRun run = RunImport(args);
-        EXPECT_EQ(run.status, 1) << run.output;
+    if (std::string bsp = RealData("librequake-maps/lqdm2_a6.bsp"); !bsp.empty())
+        cases.push_back({bsp, "lqdm2_a6.bsp: unsupported format"});
+    for (const auto& [args, expected] : cases) {
+        ToolRun run = RunImport(args + " -o map");
+        EXPECT_EQ(run.status, 1) << args << ":\n" << run.output;
         EXPECT_THAT(run.output, HasSubstr("error: "));
         EXPECT_THAT(run.output, HasSubstr(expected));
-        EXPECT_FALSE(fs::exists("map/test.vbf"));
-        EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+        EXPECT_FALSE(fs::exists("map/test.vbf")) << args;
+        EXPECT_TRUE(PartialFiles(dir.Path()).empty()) << args;
     }
 }
 
@@ -89,34 +138,35 @@ TEST(ImportCli, AMissingTextureFailsTheRunButKeepsTheGeometry) {
     obj.Box({0, 0, -10}, {10, 5, 0});
     obj.Save("box.obj");
     WriteWholeFile("box.mtl", "newmtl painted\nKd 1 1 1\nmap_Kd paint/missing.png\n");
-
-    ToolRun run = RunImport({"box.obj", "-o", "map"});
+    ToolRun run = RunImport("box.obj -o map");
     EXPECT_EQ(run.status, 1) << run.output;
-    EXPECT_THAT(run.output, HasSubstr("box.obj: colour map paint/missing.png: not found beside "
-                                      "the model; its faces keep no texture"));
+    EXPECT_THAT(run.output, HasSubstr("box.obj: colour map paint/missing.png: not found beside the model; "
+                                      "its faces keep no texture"));
     EXPECT_EQ(LoadedMap("map").FaceTextures(), std::vector<const CTexture*>(12, nullptr));
-    EXPECT_EQ(RunImport({"box.obj", "-o", "plain", "--no-textures"}).status, 0);
-
+    EXPECT_EQ(RunImport("box.obj -o plain --no-textures").status, 0);
     std::string glb = RealData("kenney-city-kit-cc0/building-small-a.glb");
     if (glb.empty()) GTEST_SKIP() << "no real data";
-    ToolRun real = RunImport({glb, "-o", "kenney"});
+    ToolRun real = RunImport(glb + " -o kenney");
     EXPECT_EQ(real.status, 1);
     EXPECT_THAT(real.output, HasSubstr("colour map Textures/colormap.png: not found"));
     EXPECT_TRUE(fs::exists("kenney/test.vbf"));
 }
 
+// Faces without area are dropped and counted; the summary says what was written.
 TEST(ImportCli, PrintsASummaryOfWhatItWrote) {
     TempDir dir;
     ObjWriter obj;
     obj.Box({0, 0, -60}, {32, 16, 0});
     obj.Box({100, 0, -20}, {110, 50, -10});
+    obj.Face({1, 1, -1}, {2, 2, -2}, {3, 3, -3});  // on a line
+    obj.Face({5, 0, -5}, {5, 0, -5}, {6, 0, -5});  // two corners the same
     obj.Save("two.obj");
-    ToolRun run = RunImport({"two.obj", "-o", "map", "--chunk", "64"});
+    ToolRun run = RunImport("two.obj -o map --chunk 64");
     EXPECT_EQ(run.status, 0) << run.output;
-    EXPECT_THAT(run.output, HasSubstr("tenebrix-import: map/test.vbf: 2 meshes, 24 triangles, "
-                                      "extent 110 x 50 x 60 (x 0 .. 110, y 0 .. 50, z -60 .. 0), "
-                                      "4 x 2 cells\n"));
-    ToolRun quiet = RunImport({"two.obj", "-o", "map", "--quiet"});
+    EXPECT_THAT(run.output, HasSubstr("2 degenerate faces (no area) dropped"));
+    EXPECT_THAT(run.output, HasSubstr("tenebrix-import: map/test.vbf: 2 meshes, 24 triangles, extent 110 x 50 x "
+                                      "60 (x 0 .. 110, y 0 .. 50, z -60 .. 0), 4 x 2 cells\n"));
+    ToolRun quiet = RunImport("two.obj -o map -q");
     EXPECT_EQ(quiet.status, 0);
     EXPECT_EQ(quiet.output, "");
 }

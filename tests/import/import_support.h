@@ -1,16 +1,17 @@
-// What the importer's tests share: small files written by the test (OBJ with its material file,
-// greyscale and colour PNG), an import run with its messages captured, and the map read back.
-// Header only: the test program takes only *_test.cpp files.
+// What the importer's tests share: small files written by the test (OBJ, PNG, glTF), an import
+// run with its messages captured, and the map read back. Header only: the test program takes only
+// *_test.cpp files.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <png.h>
 
-#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/mesh/mesh.h"
@@ -23,148 +24,97 @@
 using testing::HasSubstr;
 using testing::Not;
 
-#ifndef TENEBRIX_REAL_DATA
-#define TENEBRIX_REAL_DATA ""
-#endif
-
 // A file of the shared real data, or empty (and the test skips) where the data isn't there.
 inline std::string RealData(const std::string& relative) {
     std::string path = std::string(TENEBRIX_REAL_DATA) + "/" + relative;
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return "";
-    std::fclose(file);
-    return path;
+    return std::filesystem::exists(path) ? path : "";
 }
 
-struct ObjVertex {
-    float x, y, z;
-};
-
-// A right-handed OBJ as modelling tools write one, of faces given in the map's own axes and
-// winding: z is negated and each face's winding reversed, which the import undoes.
+// A right-handed OBJ as modelling tools write one, of faces given in the map's axes, winding and
+// texture coordinates: z negated, each face's winding reversed and v counted from the image's
+// bottom, which the import undoes.
 struct ObjWriter {
     std::string text;
-    size_t vertices = 0, normals = 0;
+    size_t vertices = 0, normals = 0, uvs = 0;
 
-    // normal, in the map's axes, given to all three corners; null: none.
-    void Face(ObjVertex a, ObjVertex b, ObjVertex c, const ObjVertex* normal = nullptr) {
-        char line[96];
-        for (const ObjVertex& v : {a, c, b}) {
-            std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", double(v.x), double(v.y),
-                          -double(v.z));
+    // n: the corners' normals, uv: their u, v; null: none.
+    void Face(Vector a, Vector b, Vector c, const Vector* n = nullptr, const float* uv = nullptr) {
+        const Vector corners[3] = {a, b, c};
+        std::string face = "f";
+        char line[160];
+        for (int k : {0, 2, 1}) {
+            const Vector& p = corners[k];
+            std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", p.x, p.y, -double(p.z));
             text += line;
-        }
-        std::string n;
-        if (normal) {
-            std::snprintf(line, sizeof line, "vn %.9g %.9g %.9g\n", double(normal->x),
-                          double(normal->y), -double(normal->z));
+            face += " " + std::to_string(++vertices);
+            if (uv) {
+                std::snprintf(line, sizeof line, "vt %.9g %.9g\n", uv[2 * k], 1.0 - uv[2 * k + 1]);
+                text += line;
+            }
+            if (uv || n) face += "/" + (uv ? std::to_string(++uvs) : "");
+            if (!n) continue;
+            std::snprintf(line, sizeof line, "vn %.9g %.9g %.9g\n", n[k].x, n[k].y, -double(n[k].z));
             text += line;
-            n = "//" + std::to_string(++normals);
+            face += "/" + std::to_string(++normals);
         }
-        text += "f " + std::to_string(vertices + 1) + n + " " + std::to_string(vertices + 2) + n +
-                " " + std::to_string(vertices + 3) + n + "\n";
-        vertices += 3;
+        text += face + "\n";
     }
     // An axis-aligned box, every side seen from outside; reversed: every side seen from inside.
     // With normals, each side's normal points to the side it is seen from.
-    void Box(ObjVertex lo, ObjVertex hi, bool reversed = false, bool withNormals = false) {
+    void Box(Vector lo, Vector hi, bool reversed = false, bool withNormals = false) {
         // Each side's corners (bit 0: high x, bit 1: high y, bit 2: high z) in the order whose
-        // visible side, (c - b) x (a - b) in the engine, faces out; then the side's axis.
+        // visible side faces out; then the side's axis.
         const int sides[6][5] = {{0, 4, 6, 2, 0}, {1, 3, 7, 5, 0}, {0, 1, 5, 4, 1},
                                  {2, 6, 7, 3, 1}, {0, 2, 3, 1, 2}, {4, 5, 7, 6, 2}};
         for (const int* side : sides) {
-            ObjVertex c[4];
+            Vector c[4];
             for (int k = 0; k < 4; ++k)
                 c[k] = {side[k] & 1 ? hi.x : lo.x, side[k] & 2 ? hi.y : lo.y,
                         side[k] & 4 ? hi.z : lo.z};
             if (reversed) std::swap(c[1], c[3]);
             float sign = ((side[0] >> side[4]) & 1 ? 1.0f : -1.0f) * (reversed ? -1.0f : 1.0f);
-            ObjVertex normal = {side[4] == 0 ? sign : 0.0f, side[4] == 1 ? sign : 0.0f,
-                                side[4] == 2 ? sign : 0.0f};
-            Face(c[0], c[1], c[2], withNormals ? &normal : nullptr);
-            Face(c[0], c[2], c[3], withNormals ? &normal : nullptr);
+            Vector n = {side[4] == 0 ? sign : 0.0f, side[4] == 1 ? sign : 0.0f,
+                        side[4] == 2 ? sign : 0.0f};
+            const Vector side3[3] = {n, n, n};
+            Face(c[0], c[1], c[2], withNormals ? side3 : nullptr);
+            Face(c[0], c[2], c[3], withNormals ? side3 : nullptr);
         }
     }
     void Save(const std::string& path) const { WriteWholeFile(path, text); }
 };
 
-// Greyscale PNG of 8 or 16 bits, samples row by row from the top.
-inline bool WriteGreyPng(const std::string& path, uint32_t width, uint32_t height, int bits,
-                         const std::vector<uint16_t>& samples) {
+// format: PNG_FORMAT_GRAY (bytes), PNG_FORMAT_LINEAR_Y (16-bit samples) or PNG_FORMAT_RGB.
+inline bool WritePng(const std::string& path, uint32_t width, uint32_t height, uint32_t format, const void* pixels) {
     png_image image = {};
     image.version = PNG_IMAGE_VERSION;
     image.width = width;
     image.height = height;
-    image.format = bits == 16 ? PNG_FORMAT_LINEAR_Y : PNG_FORMAT_GRAY;
-    if (bits == 16)
-        return png_image_write_to_file(&image, path.c_str(), 0, samples.data(), 0, nullptr) != 0;
-    std::vector<uint8_t> bytes(samples.begin(), samples.end());
-    return png_image_write_to_file(&image, path.c_str(), 0, bytes.data(), 0, nullptr) != 0;
+    image.format = format;
+    return png_image_write_to_file(&image, path.c_str(), 0, pixels, 0, nullptr) != 0;
 }
 
-// Colour PNG from red, green, blue bytes.
-inline bool WriteColourPng(const std::string& path, uint32_t width, uint32_t height,
-                           const std::vector<uint8_t>& rgb) {
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = width;
-    image.height = height;
-    image.format = PNG_FORMAT_RGB;
-    return png_image_write_to_file(&image, path.c_str(), 0, rgb.data(), 0, nullptr) != 0;
-}
-
-inline std::string Base64(const std::string& bytes) {
-    static const char* digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        uint32_t word = uint32_t(uint8_t(bytes[i])) << 16;
-        if (i + 1 < bytes.size()) word |= uint32_t(uint8_t(bytes[i + 1])) << 8;
-        if (i + 2 < bytes.size()) word |= uint8_t(bytes[i + 2]);
-        for (int k = 0; k < 4; ++k)
-            out += i * 8 + size_t(k) * 6 < bytes.size() * 8 ? digits[(word >> (18 - 6 * k)) & 63]
-                                                            : '=';
-    }
-    return out;
-}
-
-inline std::string Floats(std::initializer_list<float> values) {
-    std::string bytes;
-    for (float v : values) bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
-    return bytes;
-}
-
-// One textured triangle as a glTF file with everything inside as data URIs; node holds more of the
-// node's JSON (", \"scale\": [2, 2, 2]"), png is the colour map's file (empty: none).
-inline void WriteTriangleGltf(const std::string& path, const std::string& node,
-                              const std::string& png) {
-    std::string buffer = Floats({0, 0, 0, 1, 0, 0, 0, 0, 1}) + Floats({0, 0, 1, 0, 0, 1});
-    buffer += std::string("\0\0\2\0\1\0", 6);
-    std::string material = png.empty() ? "" : R"(, "material": 0)";
-    std::string images =
-        png.empty()
-            ? ""
-            : R"("materials": [{"pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}],
-            "textures": [{"source": 0}],
-            "images": [{"uri": "data:image/png;base64,)" +
-                  Base64(png) + R"("}],)";
-    std::string gltf = R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
-            "nodes": [{"mesh": 0)" +
-                       node + R"(}],
-            "meshes": [{"primitives": [{"attributes": {"POSITION": 0, "TEXCOORD_0": 1},
-                                         "indices": 2)" +
-                       material + R"(}]}],)" + images +
-                       R"("buffers": [{"byteLength": 66,
-                         "uri": "data:application/octet-stream;base64,)" +
-                       Base64(buffer) + R"("}],
-            "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 36},
-                            {"buffer": 0, "byteOffset": 36, "byteLength": 24},
-                            {"buffer": 0, "byteOffset": 60, "byteLength": 6}],
-            "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
-                           "min": [0, 0, 0], "max": [1, 0, 1]},
-                          {"bufferView": 1, "componentType": 5126, "count": 3, "type": "VEC2"},
-                          {"bufferView": 2, "componentType": 5123, "count": 3,
-                           "type": "SCALAR"}]})";
-    WriteWholeFile(path, gltf);
+// One triangle as a glTF file with its buffer in NAME.bin beside it; node holds more of the node's
+// JSON (", \"scale\": [2, 2, 2]"), png the colour map's file, held in the buffer (empty: none).
+inline void WriteTriangleGltf(const std::string& name, const std::string& node, const std::string& png) {
+    const float data[15] = {0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 1};
+    std::string bin(reinterpret_cast<const char*>(data), sizeof data);
+    WriteWholeFile(name + ".bin", bin + std::string("\0\0\2\0\1\0\0\0", 8) + png);
+    auto view = [](size_t at, size_t size) {
+        return R"({"buffer": 0, "byteOffset": )" + std::to_string(at) + R"(, "byteLength": )" +
+               std::to_string(size) + "}";
+    };
+    std::string material = png.empty() ? "" : R"(, "material": 0)", images = png.empty() ? "" : R"(
+        "materials": [{"pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}],
+        "textures": [{"source": 0}], "images": [{"bufferView": 3, "mimeType": "image/png"}],)";
+    WriteWholeFile(name + ".gltf", R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
+        "nodes": [{"mesh": 0)" + node + R"(}], "meshes": [{"primitives": [{"attributes":
+        {"POSITION": 0, "TEXCOORD_0": 1}, "indices": 2)" + material + "}]}]," + images + R"(
+        "buffers": [{"uri": ")" + name + R"(.bin", "byteLength": )" + std::to_string(68 + png.size()) + R"(}],
+        "bufferViews": [)" + view(0, 36) + ", " + view(36, 24) + ", " + view(60, 6) +
+        (png.empty() ? "" : ", " + view(68, png.size())) + R"(],
+        "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
+        "min": [0, 0, 0], "max": [1, 0, 1]}, {"bufferView": 1, "componentType": 5126, "count": 3,
+        "type": "VEC2"}, {"bufferView": 2, "componentType": 5123, "count": 3, "type": "SCALAR"}]})");
 }
 
 // An import run through the library, its messages kept.
@@ -188,8 +138,7 @@ inline ImportResult Import(const ImportRequest& request) {
     return result;
 }
 
-inline ImportRequest Request(const std::vector<std::string>& inputs,
-                             const std::string& folder = "map") {
+inline ImportRequest Request(const std::vector<std::string>& inputs, const std::string& folder = "map") {
     ImportRequest request;
     request.inputs = inputs;
     request.mapFolder = folder;
@@ -197,13 +146,11 @@ inline ImportRequest Request(const std::vector<std::string>& inputs,
 }
 
 // Every mesh with faces below node, depth first.
-inline std::vector<const CMesh*> MeshesBelow(const CEntity* node) {
-    std::vector<const CMesh*> found;
+inline void MeshesBelow(const CEntity* node, std::vector<const CMesh*>& found) {
     if (node->kind == EntityKindMesh && static_cast<const CMesh*>(node)->faceCount[0])
         found.push_back(static_cast<const CMesh*>(node));
     for (const CEntity* child = node->firstChild; child; child = child->nextSibling)
-        for (const CMesh* mesh : MeshesBelow(child)) found.push_back(mesh);
-    return found;
+        MeshesBelow(child, found);
 }
 
 // A map folder's test.vbf loaded, with its size chunk.
@@ -221,7 +168,11 @@ struct LoadedMap {
     }
     ~LoadedMap() { FreeAllTextures(); }
 
-    std::vector<const CMesh*> Meshes() const { return MeshesBelow(&root); }
+    std::vector<const CMesh*> Meshes() const {
+        std::vector<const CMesh*> found;
+        MeshesBelow(&root, found);
+        return found;
+    }
     size_t Triangles() const {
         size_t count = 0;
         for (const CMesh* mesh : Meshes()) count += mesh->faceCount[0];
@@ -235,19 +186,25 @@ struct LoadedMap {
                 textures.push_back(mesh->faces[0][f].texture);
         return textures;
     }
-    // What the ground rays find straight down at (x, z); false for nothing.
-    bool Ground(float x, float z, Vector& position, Vector* normal = nullptr) {
+    // The box around every vertex: low x, y, z, then high.
+    std::vector<float> Bounds() const {
+        std::vector<float> box = {1e30f, 1e30f, 1e30f, -1e30f, -1e30f, -1e30f};
+        for (const CMesh* mesh : Meshes())
+            for (int32_t i = 0; i < mesh->vertexCount; ++i) {
+                const Vector& p = mesh->vertices[i].position;
+                for (int k = 0; k < 3; ++k) {
+                    float v = k == 0 ? p.x : k == 1 ? p.y : p.z;
+                    box[k] = std::min(box[k], v);
+                    box[k + 3] = std::max(box[k + 3], v);
+                }
+            }
+        return box;
+    }
+    // The height the ground rays find straight down at (x, z), or -1e9 for none.
+    float GroundAt(float x, float z) {
         RayTable table;
         table.AddTree(&root);
         RayQueryState state;
-        bool missed = RayCastDown(table, state, x, 10000.0f, z, x, -20000.0f, z);
-        position = state.Ground.Position;
-        if (normal) *normal = state.Ground.Normal;
-        return !missed;
-    }
-    // The height found there, or -1e9 for none.
-    float GroundAt(float x, float z) {
-        Vector position;
-        return Ground(x, z, position) ? position.y : -1e9f;
+        return RayCastDown(table, state, x, 10000.0f, z, x, -20000.0f, z) ? -1e9f : state.Ground.Position.y;
     }
 };
