@@ -53,13 +53,34 @@ TEST_F(BakePass, SmallMapsGiveTheirKnownBytes) {
         std::vector<std::tuple<int, int, int>> bytes;  // row, column, byte
         uint64_t samples, hits, lit;
     } rows[] = {
-        {"flat, any length of light", [] { return FlatGround(nullptr, 256); }, {0, 5, 0}, 128, 1,
-         {{0, 0, 0}, {7, 7, 0}, {8, 0, 127}, {0, 8, 127}, {255, 255, 127}}, 64, 64, 64},
-        {"flat at 60 degrees", [] { return FlatGround(nullptr, 256); }, {s60, c60, 0}, 0, 1,
-         {{3, 3, 192}}, 64, 64, 64},
+        {"flat, any length of light",
+         [] { return FlatGround(nullptr, 256); },
+         {0, 5, 0},
+         128,
+         1,
+         {{0, 0, 0}, {7, 7, 0}, {8, 0, 127}, {0, 8, 127}, {255, 255, 127}},
+         64,
+         64,
+         64},
+        {"flat at 60 degrees",
+         [] { return FlatGround(nullptr, 256); },
+         {s60, c60, 0},
+         0,
+         1,
+         {{3, 3, 192}},
+         64,
+         64,
+         64},
         // A sample over no ground adds nothing and does not reuse the hit before it.
-        {"part ground", [] { return Ground(nullptr, 40, 256, -40); }, {0, 1, 0}, 0, 1,
-         {{0, 0, 255}, {0, 1, 255}, {0, 2, 0}, {1, 2, 0}, {2, 2, 255}}, 64, 12, 12},
+        {"part ground",
+         [] { return Ground(nullptr, 40, 256, -40); },
+         {0, 1, 0},
+         0,
+         1,
+         {{0, 0, 255}, {0, 1, 255}, {0, 2, 0}, {1, 2, 0}, {2, 2, 255}},
+         64,
+         12,
+         12},
         // From x = 32 the ray to the light passes x 82 at the roof's height: blocked. From x = 0
         // it passes under the roof's near edge.
         {"roof",
@@ -70,10 +91,23 @@ TEST_F(BakePass, SmallMapsGiveTheirKnownBytes) {
              builder.Build(root, "roof");
              return root;
          },
-         {1, 1, 0}, 0, 1, {{4, 0, 128}, {4, 1, 255}, {4, 2, 128}, {4, 5, 128}}, 64, 64, 56},
+         {1, 1, 0},
+         0,
+         1,
+         {{4, 0, 128}, {4, 1, 255}, {4, 2, 128}, {4, 5, 128}},
+         64,
+         64,
+         56},
         // Texel column 0 holds samples at x 0 (no ground) and x 16: sum 510, 510 / 2 / 2 = 127.
-        {"oversampled", [] { return Ground(nullptr, 10, 256, -256); }, {0, 1, 0}, 0, 2,
-         {{0, 0, 192}, {0, 1, 0}}, 256, 240, 240},
+        {"oversampled",
+         [] { return Ground(nullptr, 10, 256, -256); },
+         {0, 1, 0},
+         0,
+         2,
+         {{0, 0, 192}, {0, 1, 0}},
+         256,
+         240,
+         240},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.what);
@@ -134,7 +168,8 @@ TEST_F(BakePass, ProgressEveryThirtyTwoRowsStopsShortOfAHundredAndAQuitWaits) {
     ShadowSettings.MapCellsY = 256;  // 2048 rows of 8 samples
     static std::vector<int> seen;
     seen.clear();
-    ProgressHooks hooks = {[](int percent) { seen.push_back(percent); }, nullptr, [] { return true; }};
+    ProgressHooks hooks = {[](int percent) { seen.push_back(percent); }, nullptr,
+                           [] { return true; }};
     SetProgressHooks(&hooks);
     DebugCapture capture;
     std::string file = Bake(ground.get());
@@ -210,7 +245,7 @@ TEST(ShadowQuantise, LevelsAndTexelsOfKnownSums) {
     EXPECT_EQ(LightLevel(0, s), 128);
     EXPECT_EQ(LightLevel(255, s), 255);  // capped
     s.Oversample = 2, s.Ambient = 0;
-    EXPECT_EQ(LightLevel(255, s), 15);  // 255 / 2 / 2 = 63, squared: 15
+    EXPECT_EQ(LightLevel(255, s), 15);   // 255 / 2 / 2 = 63, squared: 15
     s.Oversample = 1, s.Ambient = -300;  // no lower bound
     EXPECT_EQ(LightLevel(0, s), -300);
 
@@ -229,7 +264,8 @@ TEST(ShadowQuantise, LevelsAndTexelsOfKnownSums) {
     };
     for (auto [light, shadow, level, texel] : texels) {
         s.LightColour = light, s.ShadowColour = shadow;
-        EXPECT_EQ(ShadowTexel(level, s), texel) << std::hex << light << " " << shadow << " " << level;
+        EXPECT_EQ(ShadowTexel(level, s), texel)
+            << std::hex << light << " " << shadow << " " << level;
     }
     s = DefaultShadowSettings();
     s.LightColour = 0;
@@ -243,7 +279,8 @@ TEST(ShadowQuantise, LevelsAndTexelsOfKnownSums) {
 // zero-area face adds nothing after the normalising, and an unused vertex gets none.
 TEST(RebuildNormals, EachVertexGetsTheMeanOfItsFacesThroughTheTree) {
     auto twoFaces = [](CMesh* parent, float tilt) {
-        return HandMesh(parent, {At(0, 0, 0), At(1, tilt, 0), At(1, tilt, -1), At(0, 0, -1), At(9, 9, 9)},
+        return HandMesh(parent,
+                        {At(0, 0, 0), At(1, tilt, 0), At(1, tilt, -1), At(0, 0, -1), At(9, 9, 9)},
                         {{0, 1, 2}, {0, 2, 3}, {0, 0, 0}});
     };
     std::unique_ptr<CMesh> root(new CMesh(nullptr));

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -29,25 +28,8 @@
 #include "tool/run/batch_file.h"
 
 // Errors are recorded and the handler returns, so a run that raises one goes on as the tool's
-// own handlers let it.
-inline std::vector<std::string> RecordedErrors;
-inline void RecordError(uint32_t code, const char* text) {
-    EXPECT_EQ(code, uint32_t(CorvaneCodeError));
-    RecordedErrors.push_back(text ? text : "");
-}
-
-// The shadow maps the run hands to its callback: their names and folders, and where the
-// process stood then.
-inline std::vector<std::string> BakedNames;
-inline std::vector<std::filesystem::path> BakedIn;
-inline std::vector<std::filesystem::path> StoodIn;
-inline void RecordBaked(const char*, const char* shadowMapPath, const BakeResult&) {
-    std::filesystem::path path = shadowMapPath;
-    EXPECT_TRUE(path.is_absolute()) << path;
-    BakedNames.push_back(path.filename().string());
-    BakedIn.push_back(path.parent_path());
-    StoodIn.push_back(std::filesystem::current_path());
-}
+// own handlers let it. Shadow maps the run hands to its callback are recorded by name.
+inline std::vector<std::string> RecordedErrors, BakedNames;
 
 class BakeRunFixture : public ::testing::Test {
 protected:
@@ -56,17 +38,19 @@ protected:
         ShadowSettings.TextureSize = 256;  // one texel per 32-unit cell
         ShadowSettings.Light = {0.0f, 1.0f, 0.0f};
         QuitRequested = 0;
-        ClearCancel();
-        SetProgressHooks(nullptr);
         MessageLogClear();
         RecordedErrors.clear();
         BakedNames.clear();
-        BakedIn.clear();
-        StoodIn.clear();
-        previousHandler = CorvaneSetErrorHandler(RecordError);
+        previousHandler = CorvaneSetErrorHandler([](uint32_t code, const char* text) {
+            EXPECT_EQ(code, uint32_t(CorvaneCodeError));
+            RecordedErrors.push_back(text ? text : "");
+        });
+        SetMapBakedCallback([](const char*, const char* path, const BakeResult&) {
+            EXPECT_TRUE(std::filesystem::path(path).is_absolute()) << path;
+            BakedNames.push_back(std::filesystem::path(path).filename().string());
+        });
         std::snprintf(StartDirectory, sizeof StartDirectory, "%s", dir.Path().c_str());
     }
-
     void TearDown() override {
         CorvaneSetErrorHandler(previousHandler);
         SetProgressHooks(nullptr);
@@ -77,8 +61,6 @@ protected:
         Resources = nullptr;
         SetBakeOutputName(nullptr);
         SetMapBakedCallback(nullptr);
-        if (ShadowTexture) FreeTexture(ShadowTexture);
-        ShadowTexture = nullptr;
         MessageLogClear();
         ShadowSettings = DefaultShadowSettings();
         StartDirectory[0] = '\0';
@@ -89,17 +71,12 @@ protected:
     // root (flat ground over 8 cells by default) and the given user data, none if empty.
     void WriteMap(const std::string& path, const std::vector<uint8_t>& userData,
                   const std::function<void(CMesh*)>& geometry = nullptr) {
-        std::filesystem::path file = dir.File(path);
-        std::filesystem::create_directories(file.parent_path());
+        std::filesystem::create_directories(std::filesystem::path(dir.File(path)).parent_path());
         CMesh root(nullptr);
-        if (geometry) {
-            geometry(&root);
-        } else {
-            FlatGround(&root, 256.0f);
-        }
-        ASSERT_TRUE(root.SaveVBF(file.c_str(), userData.empty() ? nullptr : userData.data(),
-                                 uint32_t(userData.size())))
-            << path;
+        geometry ? geometry(&root) : void(FlatGround(&root, 256.0f));
+        ASSERT_TRUE(root.SaveVBF(dir.File(path).c_str(),
+                                 userData.empty() ? nullptr : userData.data(),
+                                 uint32_t(userData.size())));
     }
 
     // BakeMap on a copy of path in a 260-byte buffer. Whatever became of the map, the run ends
@@ -110,18 +87,12 @@ protected:
         BakeRunResult result = BakeMap(buffer, 0);
         ranMapPath = buffer;
         EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::current_path(), StartDirectory));
-        EXPECT_EQ(Scene, nullptr);
-        EXPECT_EQ(SceneRoot, nullptr);
-        EXPECT_EQ(MapMesh, nullptr);
-        EXPECT_EQ(ViewerMesh, nullptr);
-        EXPECT_EQ(ShadowTexture, nullptr);
+        EXPECT_TRUE(!Scene && !SceneRoot && !MapMesh && !ViewerMesh && !ShadowTexture);
         return result;
     }
 
     std::string Read(const std::string& path) const { return ReadWholeFile(dir.File(path)); }
     bool Exists(const std::string& path) const { return std::filesystem::exists(dir.File(path)); }
-
-    // The names in a folder under the start directory, sorted.
     std::vector<std::string> Listing(const std::string& folder) const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(dir.File(folder)))
@@ -129,29 +100,23 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    // A byte of a single bake's file at TextureSize 256.
+    // A byte of a single bake's file at TextureSize 256, or -1 past its end.
     static int Byte(const std::string& file, int row, int column) {
         size_t at = size_t(row) * 256 + size_t(column);
         return at < file.size() ? uint8_t(file[at]) : -1;
     }
-
-    static bool Logged(const std::string& line) {
-        for (int i = 0; i < MessageLogCount(); ++i)
-            if (line == MessageLogLine(i)) return true;
-        return false;
-    }
-
-    // A refusal line for the map, whatever its reason.
-    static bool RefusalLogged(const std::string& mapPath) {
-        std::string head = "***** MAP REFUSED " + mapPath + ": ";
+    // Whether a line of the message log starts with start and ends with end.
+    static bool Logged(const std::string& start, const std::string& end = "") {
         for (int i = 0; i < MessageLogCount(); ++i) {
             std::string line = MessageLogLine(i);
-            if (line.size() > head.size() + 6 && line.compare(0, head.size(), head) == 0 &&
-                line.compare(line.size() - 6, 6, " *****") == 0)
+            if (line.size() >= start.size() + end.size() && line.rfind(start, 0) == 0 &&
+                line.compare(line.size() - end.size(), end.size(), end) == 0)
                 return true;
         }
         return false;
+    }
+    static bool Refused(const std::string& map) {
+        return Logged("***** MAP REFUSED " + map + ": ", " *****");
     }
 
     std::string ranMapPath;  // the map path buffer as BakeMap left it

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -12,59 +11,43 @@ namespace {
 
 std::vector<std::string> Events;  // what the hooks and the listener saw, in order
 
-class MessageLogTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        MessageLogClear();
-        Events.clear();
-    }
-    void TearDown() override {
-        MessageLogClear();
-        SetMessageLogListener(nullptr);
-        SetProgressHooks(nullptr);
-        QuitRequested = 0;
-    }
-};
-
-TEST_F(MessageLogTest, KeepsTheLast50LinesInOrder) {
-    char buffer[32];
-    for (int i = 0; i <= MessageLogCapacity; ++i) {
-        std::snprintf(buffer, sizeof(buffer), "line %d", i);
-        LogMessage(buffer);
-        std::snprintf(buffer, sizeof(buffer), "scribbled");  // the log holds its own copy
-    }
-    ASSERT_EQ(MessageLogCapacity, MessageLogCount());
-    for (int i = 0; i < MessageLogCapacity; ++i)
-        EXPECT_EQ("line " + std::to_string(i + 1), MessageLogLine(i));
-    EXPECT_EQ(nullptr, MessageLogLine(-1));
-    EXPECT_EQ(nullptr, MessageLogLine(MessageLogCapacity));
-
+// The log keeps its own copies of the last 50 lines; each message redraws, drains (where a quit
+// request is remembered) and then tells the listener.
+TEST(MessageLog, KeepsTheLast50LinesAndEachMessageRedrawsDrainsThenTellsTheListener) {
     MessageLogClear();
-    EXPECT_EQ(nullptr, MessageLogLine(0));
-    LogMessage("again");
-    ASSERT_EQ(1, MessageLogCount());
-    EXPECT_STREQ("again", MessageLogLine(0));
-}
+    for (int i = 0; i <= MessageLogCapacity; ++i) {
+        std::string line = "line " + std::to_string(i);
+        LogMessage(line.c_str());
+        line.assign("scribbled");
+    }
+    ASSERT_EQ(MessageLogCount(), MessageLogCapacity);
+    for (int i = 0; i < MessageLogCapacity; ++i)
+        EXPECT_EQ(MessageLogLine(i), "line " + std::to_string(i + 1));
+    EXPECT_EQ(MessageLogLine(-1), nullptr);
+    EXPECT_EQ(MessageLogLine(MessageLogCapacity), nullptr);
+    MessageLogClear();
+    EXPECT_EQ(MessageLogLine(0), nullptr);
 
-TEST_F(MessageLogTest, EachMessageRedrawsDrainsThenTellsTheListener) {
-    ProgressHooks hooks = {};
-    hooks.redrawViewer = [] { Events.push_back("redraw"); };
-    hooks.drainMessages = [] {
-        Events.push_back("drain");
-        return true;  // a quit request
-    };
+    ProgressHooks hooks = {nullptr, [] { Events.push_back("redraw"); },
+                           [] {
+                               Events.push_back("drain");
+                               return true;
+                           }};
     SetProgressHooks(&hooks);
     LogMessage("first");
-    EXPECT_EQ(1, QuitRequested);
+    EXPECT_EQ(QuitRequested, 1);
     SetMessageLogListener(
         [](const char* text) { Events.push_back(std::string("listen:") + text); });
     LogMessage("second");
     SetMessageLogListener(nullptr);
+    SetProgressHooks(nullptr);
     LogMessage("third");
-    EXPECT_EQ((std::vector<std::string>{"redraw", "drain", "redraw", "drain", "listen:second",
-                                        "redraw", "drain"}),
-              Events);
-    EXPECT_EQ(3, MessageLogCount());
+    EXPECT_EQ(Events,
+              (std::vector<std::string>{"redraw", "drain", "redraw", "drain", "listen:second"}));
+    ASSERT_EQ(MessageLogCount(), 3);
+    EXPECT_STREQ(MessageLogLine(2), "third");
+    MessageLogClear();
+    QuitRequested = 0;
 }
 
 }  // namespace

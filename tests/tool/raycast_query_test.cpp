@@ -12,6 +12,7 @@
 
 #include "tests/support/bake_fixture.h"
 #include "tests/support/hand_mesh.h"
+#include "tests/support/report_capture.h"
 #include "tool/maps/mesh_builder.h"
 
 namespace {
@@ -34,6 +35,54 @@ Vector Unit(double x, double y, double z) {
 
 void SetCorners(RayTriangle& triangle, const float (&corners)[3][2]) {
     for (int k = 0; k < 3; ++k) std::copy(corners[k], corners[k] + 2, triangle.Corner[k]);
+}
+
+TEST(RayBuildTriangle, NormalPlaneAxesAndCornersGrownByAThousandth) {
+    struct Row {
+        const char* what;
+        Vector p[3];
+        int axes, a, b;  // expected Axes and the coordinates (x 0, y 1, z 2) it keeps
+        float normalY;   // NAN: not checked
+    } rows[] = {
+        {"ground up", {{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}, 8, 0, 2, 1.0f},
+        {"ground down", {{1, 0, 0}, {0, 0, 0}, {0, 0, 1}}, 8, 0, 2, -1.0f},
+        {"wall x = 2", {{2, 0, 0}, {2, 1, 0}, {2, 0, 1}}, 6, 2, 1, 0.0f},
+        {"front z = -3", {{0, 0, -3}, {1, 0, -3}, {0, 1, -3}}, 4, 0, 1, 0.0f},
+        // Ties between the largest components go to x, then y.
+        {"tie x y", {{1, 0, 0}, {0, 1, 0}, {0, 1, 1}}, 6, 2, 1, NAN},
+        {"tie y z", {{0, 0, 0}, {0, 1, -1}, {10, -1, 0}}, 8, 0, 2, NAN},
+        {"tie x z", {{0, 0, 0}, {1, -10, 0}, {0, -10, 1}}, 6, 2, 1, NAN},
+        {"slanted", {{3, 1, -2}, {5, 2, -1}, {4, 6, -7}}, 8, 0, 2, NAN},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.what);
+        Vector grown[3] = {r.p[0], r.p[1], r.p[2]};
+        RayTriangle t = {};
+        RayBuildTriangle(&t, grown);
+        EXPECT_NEAR(VectorLength(t.Normal), 1.0, 1e-6);
+        for (const Vector& corner : r.p) EXPECT_NEAR(VectorDot(t.Normal, corner) + t.D, 0.0, 1e-5);
+        if (!std::isnan(r.normalY)) {
+            EXPECT_EQ(t.Normal.y, r.normalY);
+        }
+        EXPECT_EQ(t.Axes, r.axes);
+        // Exact bits: the centroid keeps double precision, the corner is rounded to float at each
+        // step of its growth away from it.
+        const double c[3] = {(double(r.p[0].x) + r.p[1].x + r.p[2].x) * double(1 / 3.0f),
+                             (double(r.p[0].y) + r.p[1].y + r.p[2].y) * double(1 / 3.0f),
+                             (double(r.p[0].z) + r.p[1].z + r.p[2].z) * double(1 / 3.0f)};
+        for (int i = 0; i < 3; ++i) {
+            Vector p = {float(r.p[i].x - c[0]), float(r.p[i].y - c[1]), float(r.p[i].z - c[2])};
+            Vector w = p;
+            VectorNormalize(w);
+            const float g[3] = {float(float(p.x + w.x * 0.001) + c[0]),
+                                float(float(p.y + w.y * 0.001) + c[1]),
+                                float(float(p.z + w.z * 0.001) + c[2])};
+            EXPECT_EQ(std::make_tuple(grown[i].x, grown[i].y, grown[i].z),
+                      std::make_tuple(g[0], g[1], g[2]));
+            EXPECT_EQ(t.Corner[i][0], g[r.a]) << i;
+            EXPECT_EQ(t.Corner[i][1], g[r.b]) << i;
+        }
+    }
 }
 
 class RayQuery : public ::testing::Test {
@@ -95,19 +144,13 @@ TEST_F(RayQuery, GroundIsTheNearestVisibleSideWithinReachAndAMissKeepsTheLastHit
     Add(HandMesh(nullptr, pair(800), {{3, 4, 5}, {0, 1, 2}}));
     const std::tuple<float, float, float, float, float, Vector> rows[] = {
         // x, z, from, to, ground y (NAN: a miss), normal
-        {0.25f, 0.25f, 10, -10, 0, Up},
-        {2, 2, 10, -10, NAN, {}},
-        {10.25f, 0.25f, 10, -10, NAN, {}},
-        {20.5f, 0.25f, 10, -10, NAN, {}},
-        {20.5f, 0.25f, 0.5f, -10, NAN, {}},
-        {150, 0, 10000, -20000, NAN, {}},  // beyond the target
-        {150, 0, 10000, -30000, -25000, Up},
-        {403, -6, 100, -100, 5, {0, 0, 1}},
+        {0.25f, 0.25f, 10, -10, 0, Up},      {2, 2, 10, -10, NAN, {}},
+        {10.25f, 0.25f, 10, -10, NAN, {}},   {20.5f, 0.25f, 10, -10, NAN, {}},
+        {20.5f, 0.25f, 0.5f, -10, NAN, {}},  {150, 0, 10000, -20000, NAN, {}},  // beyond the target
+        {150, 0, 10000, -30000, -25000, Up}, {403, -6, 100, -100, 5, {0, 0, 1}},
         {403, -6, 4, -100, 0, {1, 0, 0}},  // between the floors only the lower one is below
-        {503, -6, 100, -100, 5, {0, 0, 1}},
-        {503, -6, 4, -100, 0, {1, 0, 0}},
-        {601, 1, 100, -100, 1, {0, 0, 1}},
-        {701, 1, 100, -100, 1, {1, 0, 0}},
+        {503, -6, 100, -100, 5, {0, 0, 1}},  {503, -6, 4, -100, 0, {1, 0, 0}},
+        {601, 1, 100, -100, 1, {0, 0, 1}},   {701, 1, 100, -100, 1, {1, 0, 0}},
         {801, 1, 100, -100, 1, {0, 0, 1}},
     };
     for (const auto& [x, z, from, to, y, normal] : rows) {
@@ -134,7 +177,8 @@ TEST_F(RayQuery, GroundNormalBlendsTheVertexNormals) {
         const RayTriangle& t = record->Triangles[0];
         ASSERT_EQ(t.Corner[1][0] == t.Corner[2][0], &c == corners);
         for (const auto& w : weights) {
-            SCOPED_TRACE(testing::Message() << c[0].x << ": " << w[0] << " " << w[1] << " " << w[2]);
+            SCOPED_TRACE(testing::Message()
+                         << c[0].x << ": " << w[0] << " " << w[1] << " " << w[2]);
             auto mix = [&](const Vector* v, int i) {
                 return w[0] * (&v[0].x)[i] + w[1] * (&v[1].x)[i] + w[2] * (&v[2].x)[i];
             };
@@ -151,13 +195,16 @@ TEST_F(RayQuery, GroundNormalBlendsTheVertexNormals) {
 TEST_F(RayQuery, GroundBoxIsInclusiveAndTheTriangleOwnsOneEdge) {
     RayMesh* record = Add(Floor(0, -20, 20, -20, 20));
     for (uint32_t i = 0; i < 2; ++i) SetCorners(record->Triangles[i], {{0, 0}, {10, 0}, {0, 10}});
-    for (auto [x, z, hit] : {std::tuple(2.0f, 5.0f, true), {5, 0, true}, {0, 5, false},
-                             {5, 5, false}, {8, 5, false}})
+    for (auto [x, z, hit] :
+         {std::tuple(2.0f, 5.0f, true), {5, 0, true}, {0, 5, false}, {5, 5, false}, {8, 5, false}})
         EXPECT_EQ(!Down(x, z), hit) << x << " " << z;
     record->MinX = record->MaxX = 3;
     record->MinZ = record->MaxZ = 2;
-    for (auto [x, z, hit] : {std::tuple(3.0f, 2.0f, true), {3.0001f, 2, false},
-                             {3, 2.0001f, false}, {2.9999f, 2, false}, {3, 1.9999f, false}})
+    for (auto [x, z, hit] : {std::tuple(3.0f, 2.0f, true),
+                             {3.0001f, 2, false},
+                             {3, 2.0001f, false},
+                             {2.9999f, 2, false},
+                             {3, 1.9999f, false}})
         EXPECT_EQ(!Down(x, z), hit) << x << " " << z;
 }
 
@@ -176,10 +223,10 @@ TEST_F(RayQuery, CylinderTestPassesOverMeshesBesideOrUnderTheRay) {
         {{5, -5, 0}, Up, false},
         {{-3, -5, -3}, Up, false},
         {{1.3f, -5, 0}, Up, true},
-        {{-20, -0.5f, 5}, Unit(20, 1, 0), false},  // crosses the top's plane far from the circle
+        {{-20, -0.5f, 5}, Unit(20, 1, 0), false},     // crosses the top's plane far from the circle
         {{-20, 1.55f, 0}, Unit(40, -0.5, 0), false},  // over the top at both crossings
         {{-20, 1.55f, 0}, Unit(21.3, -0.5, 0), true},  // under it at the far crossing
-        {{-20, 0, 0}, Unit(19, 1, 0), true},  // under at the near crossing
+        {{-20, 0, 0}, Unit(19, 1, 0), true},           // under at the near crossing
         {{-20, 2, 0}, Unit(20, -0.95, 0), true},
         {{15, 0.25f, 12}, Unit(-15, 0.5, -12), true},  // under at both, slanted in z too
     };
@@ -222,8 +269,10 @@ TEST_F(RayQuery, ZeroAreaTrianglesAndZeroDirectionsNeverHit) {
     for (int i = 0; i < 3; ++i) ASSERT_EQ(VectorLength(line->Triangles[i].Normal), 0.0f) << i;
     EXPECT_TRUE(Down(2, 0));
     EXPECT_TRUE(Down(-2, -3));
-    for (auto [o, d] : {std::pair<Vector, Vector>{{2, -5, 0}, Up}, {{-2, -5, -3}, Up},
-                        {{-2, 5, -3}, {0, -1, 0}}, {{-1, 0, 0}, {1, 0, 0}}})
+    for (auto [o, d] : {std::pair<Vector, Vector>{{2, -5, 0}, Up},
+                        {{-2, -5, -3}, Up},
+                        {{-2, 5, -3}, {0, -1, 0}},
+                        {{-1, 0, 0}, {1, 0, 0}}})
         EXPECT_TRUE(Light(o, d)) << o.x;
     table.Free();
     // Normals with every component of one sign make the den test meet -0 rather than +0.
@@ -244,6 +293,28 @@ TEST_F(RayQuery, MeshesBeyond32768VerticesKeepTheirIndices) {
     ExpectGround({2, 0, 2}, {1, 0, 0});
     ASSERT_FALSE(Down(52, 2));
     ExpectGround({52, 0, 2}, Up);
+}
+
+TEST_F(RayQuery, TreeWalkPutsNewRecordsFirstAndRefusesBadFaces) {
+    CMesh* root = new CMesh(nullptr);
+    meshes.emplace_back(root);
+    // Children stand newest first: root -> b -> (g), a. The walk goes depth first.
+    CMesh* a = HandMesh(root, {At(0, 0, 0), At(1, 0, 0), At(0, 0, -1)}, {{0, 1, 2}});
+    CMesh* b = HandMesh(root, {At(5, 0, 0), At(6, 0, 0), At(5, 0, -1)}, {{0, 1, 2}});
+    CMesh* g = HandMesh(b, {At(9, 0, 0), At(8, 0, 0), At(9, 0, -1)}, {{0, 1, 2}});
+    new CMesh(g);  // a faceless leaf
+    table.AddTree(root);
+    std::vector<CMesh*> order;
+    for (const RayMesh* record = table.First(); record; record = record->Next)
+        order.push_back(record->Mesh);
+    EXPECT_EQ(order, (std::vector<CMesh*>{a, g, b}));
+    EXPECT_EQ(table.TriangleCount(), 3u);
+    ReportCapture reports;
+    meshes.emplace_back(
+        HandMesh(nullptr, {At(0, 0, 0), At(1, 0, 0), At(0, 0, -1)}, {{0, 1, 2}, {0, 3, 2}}));
+    EXPECT_EQ(table.AddMesh(meshes.back().get()), nullptr);
+    EXPECT_EQ(table.First()->Mesh, a);
+    EXPECT_EQ(reports.Take().size(), 1u);
 }
 
 // A triangle of the plane y = 10 (a = x, b = z) drawn by hand, crossed by a ray straight up at

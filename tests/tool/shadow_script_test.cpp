@@ -35,7 +35,7 @@ protected:
     // Returns what any read leaves of them: the two reset fields cleared, the rest as it was.
     static ShadowSettingsRecord Seed() {
         ShadowSettings = {{0.25f, -0.5f, 2.0f}, 0x112233, 0x445566, 77, 4, 1024, 64, 128,
-                          "kept.lit", 9, 1};
+                          "kept.lit",           9,        1};
         ShadowSettingsRecord afterRead = ShadowSettings;
         afterRead.FrameCount = afterRead.WriteHeightData = 0;
         return afterRead;
@@ -83,7 +83,11 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNames) {
         {"SHADOW_COLOUR 1 0 256\nLIGHT_COLOUR -1 0 0",
          [](auto& s) { s.ShadowColour = 0x010100, s.LightColour = 0xFFFF0000; }, 2, 0},
         // The end of the file ends words and values; values cut off leave the field alone.
-        {"LIGHT 1 2\n3", [](auto& s) { s.Light = {1, 2, 3}; }, 1, 0},
+        {"LIGHT 1 2\n3",
+         [](auto& s) {
+             s.Light = {1, 2, 3};
+         },
+         1, 0},
         {"SCRIPT last.lit", [](auto& s) { std::strcpy(s.LitFile, "last.lit"); }, 1, 0},
         {"AMBIENT 1\nHEIGHTDATA", [](auto& s) { s.Ambient = 1, s.WriteHeightData = 1; }, 2, 0},
         {"LIGHT 5 6", None, 1, 0},
@@ -97,7 +101,11 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNames) {
         {"LIGHT 1 2 ambient 7", [](auto& s) { s.Ambient = 7; }, 2, 0},
         {"SHADOW_COLOUR 1 HEIGHTDATA 3\nAMBIENT x OVERSAMPLE 8",
          [](auto& s) { s.WriteHeightData = 1, s.Oversample = 8; }, 4, 2},
-        {"a remark LIGHT 1 2 3 FAST words AMBIENT x", [](auto& s) { s.Light = {1, 2, 3}; }, 3, 4},
+        {"a remark LIGHT 1 2 3 FAST words AMBIENT x",
+         [](auto& s) {
+             s.Light = {1, 2, 3};
+         },
+         3, 4},
         // fscanf eats a sign or a point before it finds no number; the whole word must still come
         // back, so "-AMBIENT" is one unknown word and never the key behind the sign.
         {"LIGHT 1 2 -AMBIENT 99 ANIMATED .AMBIENT 98", None, 2, 4},
@@ -135,7 +143,8 @@ TEST_F(ShadowScript, OverlongWordsAreSkippedWholeWithAWarning) {
     ReportCapture reports;
     const std::string prefix = "Script " + dir.File("script.ssf") + ": the word ";
     // A key at the tail of an overlong word is part of that word, not a word of its own.
-    EXPECT_TRUE(Parse(std::string(193, 'x') + "AMBIENT 64\n" + std::string(199, 'y') + "HEIGHTDATA"));
+    EXPECT_TRUE(
+        Parse(std::string(193, 'x') + "AMBIENT 64\n" + std::string(199, 'y') + "HEIGHTDATA"));
     EXPECT_EQ(ShadowSettings.Ambient, 128);
     EXPECT_EQ(ShadowSettings.WriteHeightData, 0);
     EXPECT_EQ(reports.warnings, 2);
@@ -150,9 +159,16 @@ TEST_F(ShadowScript, OverlongWordsAreSkippedWholeWithAWarning) {
 // The run copies LIT/<name> beside the map: a name that climbs or is cut would copy some other
 // file. The name is consumed either way, so the reader stays in step.
 TEST_F(ShadowScript, ScriptNamesOnlyAPlainFileInTheLitFolder) {
-    const std::string refused[] = {"../../../../etc/passwd", "/etc/passwd", "lights/noon.lit",
-                                   "..\\up.lit", "noon.lit/", "..", ".", std::string("\0", 1),
-                                   std::string("noon.lit\0/../x", 14), std::string(260, 'c')};
+    const std::string refused[] = {"../../../../etc/passwd",
+                                   "/etc/passwd",
+                                   "lights/noon.lit",
+                                   "..\\up.lit",
+                                   "noon.lit/",
+                                   "..",
+                                   ".",
+                                   std::string("\0", 1),
+                                   std::string("noon.lit\0/../x", 14),
+                                   std::string(260, 'c')};
     for (const std::string& name : refused) {
         SCOPED_TRACE(name);
         ReportCapture reports;
@@ -164,11 +180,14 @@ TEST_F(ShadowScript, ScriptNamesOnlyAPlainFileInTheLitFolder) {
         // A long name shows by its start, and a NUL ends what can be shown.
         const std::string shown =
             name.size() >= 260 ? name.substr(0, 40) + "..." : name.substr(0, name.find('\0'));
-        EXPECT_EQ(reports.lastWarning.find("Script " + dir.File("script.ssf") + ": SCRIPT " + shown + " "), 0u);
-        EXPECT_NE(reports.lastWarning.find("; the light description stays kept.lit\n"), std::string::npos);
+        EXPECT_EQ(reports.lastWarning.find("Script " + dir.File("script.ssf") + ": SCRIPT " +
+                                           shown + " "),
+                  0u);
+        EXPECT_NE(reports.lastWarning.find("; the light description stays kept.lit\n"),
+                  std::string::npos);
     }
-    for (const std::string& name : {std::string("noon.lit"), std::string("..lit"), std::string("..."),
-                                    std::string(259, 'c')}) {
+    for (const std::string& name : {std::string("noon.lit"), std::string("..lit"),
+                                    std::string("..."), std::string(259, 'c')}) {
         ReportCapture reports;
         EXPECT_TRUE(Parse("SCRIPT " + name));
         EXPECT_EQ(ShadowSettings.LitFile, name);

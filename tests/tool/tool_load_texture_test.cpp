@@ -17,15 +17,6 @@
 
 namespace {
 
-// A square TGA whose side tells the tests which file a load read.
-void WriteTga(const std::string& path, int side) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    CTexture* texture = CreateTexture(side, side, TextureFormat8880);
-    for (int i = 0; i < side * side * 3; ++i) texture->pixels[i] = uint8_t(i * 5 + side);
-    ASSERT_TRUE(texture->SaveAsTGA(path.c_str()));
-    FreeTexture(texture);
-}
-
 class ToolTextures : public testing::Test {
 protected:
     void SetUp() override {
@@ -34,10 +25,22 @@ protected:
         savedPaths = TexturePaths;
         TexturePaths = nullptr;
         VelmoraLogBeginRun();
-        // Windows data: the folder comes with "\".
-        WriteWholeFile("resource.cfg", "TEXTURE_DATA data\\textures\n");
+        WriteWholeFile("resource.cfg", "TEXTURE_DATA data\\textures\n");  // Windows data
         resources = std::make_unique<ResourceManager>("resource.cfg");
         SetToolResourceManager(resources.get());
+        // Square TGAs whose side tells which file a load read.
+        const std::pair<const char*, int> files[] = {{"data/textures/grass.tga", 4},
+                                                     {"mapA/grass.tga", 2},
+                                                     {"data/textures/ROCK.TGA", 8},
+                                                     {"data/textures/moss.tga.bak", 2},
+                                                     {"data/textures/slate.Tga", 16}};
+        for (auto [path, side] : files) {
+            std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+            CTexture* texture = CreateTexture(side, side, TextureFormat8880);
+            for (int i = 0; i < side * side * 3; ++i) texture->pixels[i] = uint8_t(i * 5 + side);
+            ASSERT_TRUE(texture->SaveAsTGA(path));
+            FreeTexture(texture);
+        }
     }
     void TearDown() override {
         ToolTextureCacheClear();
@@ -47,13 +50,11 @@ protected:
         std::memcpy(MeshFolder, savedMeshFolder, sizeof savedMeshFolder);
         TexturePaths = savedPaths;
     }
-
     CTexture* Load(const char* path) {
         CTexture* texture = ToolLoadTexture(path);
         made.insert(texture);
         return texture;
     }
-    static std::string Log() { return ReadWholeFile("velmora.log"); }
 
     TempDir dir;
     std::unique_ptr<ResourceManager> resources;
@@ -63,47 +64,31 @@ protected:
     PathList* savedPaths = nullptr;
 };
 
-TEST_F(ToolTextures, MeshesNamingOneTextureShareOneLoad) {
-    WriteTga("data/textures/grass.tga", 4);
-    WriteTga("mapA/grass.tga", 2);  // beside a mesh, yet the tool reads only its own folder
-    WriteTga("data/textures/rock.tga", 8);
+// Only the tool's texture folder is read, whatever folder a mesh or the name gives; a name is
+// found there in any case, and its type is judged by the first dot of the file name.
+TEST_F(ToolTextures, MeshesNamingOneTextureShareOneLoadFromTheTexturesFolder) {
     SetTextureLoadFunction(ToolLoadTexture);
-
     const int before = CountTextures();
     SetMeshFolderFromPath("mapA/test.vbf");
-    CTexture* fromA = VALoadTexture("grass.tga");
-    made.insert(fromA);
+    CTexture* grass = VALoadTexture("grass.tga");
+    made.insert(grass);
     SetMeshFolderFromPath("mapB/test.vbf");
-    CTexture* fromB = VALoadTexture("grass.tga");
-    EXPECT_EQ(fromA, fromB);
-    EXPECT_EQ(fromA->width, 4);
-    EXPECT_STREQ(fromA->name, "grass.tga");
-    EXPECT_EQ(Load("C:\\art\\grass.tga"), fromA);  // any folder, either separator
+    EXPECT_EQ(VALoadTexture("grass.tga"), grass);
+    EXPECT_EQ(grass->width, 4);
+    EXPECT_STREQ(grass->name, "grass.tga");
+    EXPECT_EQ(Load("C:\\art\\grass.tga"), grass);  // any folder, either separator
     EXPECT_EQ(CountTextures(), before + 1);
-
     CTexture* rock = Load("rock.tga");
-    EXPECT_NE(rock, fromA);
     EXPECT_EQ(rock->width, 8);
-
+    EXPECT_EQ(Load("moss.tga.bak")->width, 2);
+    EXPECT_EQ(Load("../maps.v2/slate.Tga")->width, 16);
+    EXPECT_EQ(ReadWholeFile("velmora.log").find("Failed to open"), std::string::npos);
     // Clearing the cache leaves the textures to the engine's list; the next ask loads anew.
     ToolTextureCacheClear();
-    EXPECT_EQ(CountTextures(), before + 2);
+    EXPECT_EQ(CountTextures(), before + 4);
     CTexture* again = Load("rock.tga");
     EXPECT_NE(again, rock);
     EXPECT_EQ(again->width, 8);
-}
-
-TEST_F(ToolTextures, CaseAndFolderDotsDoNotHideAFile) {
-    WriteTga("data/textures/GRASS.TGA", 4);
-    WriteTga("data/textures/moss.tga.bak", 2);
-    WriteTga("data/textures/rock.Tga", 8);
-    CTexture* grass = Load("grass.tga");
-    EXPECT_EQ(grass->width, 4);
-    EXPECT_EQ(Load("grass.tga"), grass);
-    // The type is judged by the first dot of the file name, not of a folder.
-    EXPECT_EQ(Load("moss.tga.bak")->width, 2);
-    EXPECT_EQ(Load("../maps.v2/rock.Tga")->width, 8);
-    EXPECT_EQ(Log().find("Failed to open"), std::string::npos) << Log();
 }
 
 TEST_F(ToolTextures, MissingOrUnusableFilesGiveThePattern) {
@@ -116,14 +101,14 @@ TEST_F(ToolTextures, MissingOrUnusableFilesGiveThePattern) {
     CTexture* refused = Load(longName.c_str());
     EXPECT_EQ(refused->width, 64);
     EXPECT_NE(Load(longName.c_str()), refused);
-    const std::string log = Log();
-    EXPECT_NE(log.find("Texture MISSING has no file extension"), std::string::npos) << log;
-    EXPECT_NE(log.find("Failed to open TGA: data/textures/absent.tga"), std::string::npos) << log;
-    EXPECT_NE(log.find("Texture path too long: aaa"), std::string::npos) << log;
+    const std::string log = ReadWholeFile("velmora.log");
+    for (const char* text :
+         {"Texture MISSING has no file extension", "Failed to open TGA: data/textures/absent.tga",
+          "Texture path too long: aaa"})
+        EXPECT_NE(log.find(text), std::string::npos) << log;
 }
 
 using ToolTexturesDeathTest = ToolTextures;
-
 TEST_F(ToolTexturesDeathTest, AnotherTypeIsFatal) {
     EXPECT_DEATH(Load("grass.old.tga"), "Load Texture: Invalid Texture Type grass.old.tga");
     EXPECT_DEATH(Load("grass.bmp"), "Invalid Texture Type grass.bmp");
