@@ -4,11 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "base/memory.h"
+#include "engine/mesh/draw_group.h"
 #include "engine/mesh/mesh_animation.h"
+#include "engine/texture/texture.h"
 
 namespace {
 
@@ -19,8 +23,8 @@ T* Zeroed(size_t count = 1) {
     return block;
 }
 
-// An unpacked animation of `frames` frames of `perFrame` vertices, attached as a reader would:
-// frameData is the mesh's whole vertex block.
+// An unpacked animation of `frames` frames of `perFrame` numbered vertices, attached as a reader
+// would: frameData is the mesh's whole vertex block.
 VertexAnimation* AttachUnpacked(CMesh* mesh, uint32_t frames, int32_t perFrame) {
     mesh->AllocVertices(int32_t(frames) * perFrame);
     auto* animation = Zeroed<VertexAnimation>();
@@ -34,6 +38,8 @@ VertexAnimation* AttachUnpacked(CMesh* mesh, uint32_t frames, int32_t perFrame) 
         animation->frameTable[f] = mesh->vertices + f * uint32_t(perFrame);
         animation->keyFrames[f] = f;
     }
+    for (uint32_t i = 0; i < animation->totalVertices; ++i)
+        mesh->vertices[i].position = Vector{float(i), 0, 0};
     animation->currentData = animation->frameTable[0];
     mesh->vertexCount = perFrame;
     mesh->SetVertexAnimation(animation);
@@ -61,7 +67,6 @@ TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
     std::vector<uint8_t> sharedColours(12);
     CMesh* lent = new CMesh(nullptr);
     lent->vertices = sharedVertices.data();
-    lent->vertexCount = 4;
     lent->colours = sharedColours.data();
     lent->ownership |= MeshLentVertices | MeshLentColours;
     lent->AllocVertices(3);  // replaces the lent array and owns the new one
@@ -81,6 +86,10 @@ TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
     EXPECT_EQ(borrower->meshFlags & MeshFlagBorrowed, uint32_t(MeshFlagBorrowed));
     EXPECT_EQ(borrower->faces[0], sharedFaces.data());
     EXPECT_EQ(borrower->smoothingGroups, nullptr);
+    CMesh* own = borrower->Clone(nullptr, 0);  // owns what it copied
+    EXPECT_EQ(own->meshFlags & MeshFlagBorrowed, 0u);
+    EXPECT_NE(own->faces[0], sharedFaces.data());
+    delete own;
     delete borrower;
     CMesh released(nullptr);
     released.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 1);
@@ -88,12 +97,11 @@ TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
     EXPECT_EQ(released.meshFlags & MeshFlagBorrowed, 0u);
     EXPECT_EQ(released.vertices, nullptr);
     EXPECT_EQ(released.faces[1], nullptr);
-    CMesh cleared(nullptr);
-    cleared.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 0);
-    cleared.AllocSpeculars(4);
-    cleared.ClearGeometry();
-    EXPECT_EQ(cleared.faces[0], nullptr);
-    EXPECT_EQ(cleared.speculars, nullptr);
+    released.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 0);
+    released.AllocSpeculars(4);
+    released.ClearGeometry();
+    EXPECT_EQ(released.faces[0], nullptr);
+    EXPECT_EQ(released.speculars, nullptr);
 
     // A vertex animation goes with its base block, whatever frame is in use.
     CMesh* animated = new CMesh(nullptr);
@@ -105,17 +113,7 @@ TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
     EXPECT_EQ(animated->features & MeshFeatureVertexAnimation, 0);
     AttachUnpacked(animated, 2, 3);
     animated->vertices += 3;
-    animated->colours = sharedColours.data();
-    animated->ownership |= MeshLentColours;
-    delete animated;                 // freeing base + 3 or the lent colours would be caught
-    CMesh borrowerOfTable(nullptr);  // a clone's record shares its arrays: only the record goes
-    void* table[2] = {nullptr, nullptr};
-    borrowerOfTable.AllocVertices(2);
-    auto* shared = Zeroed<VertexAnimation>();
-    shared->frameCount = 2;
-    shared->frameTable = table;
-    shared->frameData = borrowerOfTable.vertices;
-    borrowerOfTable.SetVertexAnimation(shared);
+    delete animated;  // freeing base + 3 would be caught
 
     CMesh* keyed = new CMesh(nullptr);  // clearing frees nothing; the owner frees keys and values
     KeyAnimation* first = MakeKeys(9, 1);
@@ -138,7 +136,6 @@ TEST(MeshAnimation, FrameNumbersRoundToEvenAndWrapPerAnimation) {
     const float frames[] = {0.4f, 0.5f, 0.6f, 1.5f, -1.5f, -4194304.0f};
     const int32_t numbers[] = {0, 0, 1, 2, -2, -4194304};
     for (int i = 0; i < 6; ++i) EXPECT_EQ(AnimationFrameNumber(frames[i]), numbers[i]) << i;
-
     CMesh mesh(nullptr);
     VertexAnimation* shape = AttachUnpacked(&mesh, 4, 1);
     shape->frameTable[3] = shape->frameTable[2];  // frames 2 and 3 share their data
@@ -184,7 +181,6 @@ TEST(MeshAnimation, WalksReachTheChildrenAsTheFlagsSayAndCacheOwnedKeys) {
     EXPECT_EQ(c->currentFrame, 2u);  // but not what lies below it
     root.SetAnimationFrame(4.0f, AnimationRecursive | AnimationWalk);
     EXPECT_EQ(c->currentFrame, 4u);
-
     KeyAnimation* shared = MakeKeys(3, 0);
     (new CMesh(&root))->SetKeyAnimation(shared);
     root.CacheAnimation();
@@ -192,4 +188,175 @@ TEST(MeshAnimation, WalksReachTheChildrenAsTheFlagsSayAndCacheOwnedKeys) {
     EXPECT_NE(a->frameData, nullptr);
     EXPECT_EQ(a->currentFrame, 9u);  // every frame was set in turn
     EXPECT_EQ(shared->frameCached, nullptr);
+}
+
+// Each clone is deleted before its source: a double free of what was lent would be caught.
+TEST(MeshClone, CopiesGeometryAndLendsOnlyWhatTheFlagsSayWithChildrenReversed) {
+    CMesh* source = new CMesh(nullptr);
+    source->rotation[1] = 0.5f;
+    VertexAnimation* shape = AttachUnpacked(source, 2, 2);
+    shape->currentFrame = 1;
+    source->vertices += 2;  // frame 1 in use
+    for (int layer = 0; layer < 2; ++layer) {
+        source->AllocFaces(2, layer);
+        for (int f = 0; f < 2; ++f) source->faces[layer][f] = MeshFace{{0, 1, 1}, nullptr, 0, {}};
+    }
+    source->AllocColours(2);
+    source->meshFlags |= MeshFlagSpecular | MeshFlagVertexColours;
+    uint8_t shade[2] = {1, 2};
+    source->vertexShade = shade;
+    KeyAnimation* keys = MakeKeys(3, 1);
+    source->SetKeyAnimation(keys);
+    new CFrame(source);
+    CMesh* older = new CMesh(source);
+    older->SetName("older");
+    older->AllocVertices(1);
+    (new CMesh(source))->SetName("newer");
+
+    CMesh* copy = source->Clone(nullptr, 0);
+    EXPECT_EQ(copy->rotation[1], 0.5f);
+    EXPECT_EQ(copy->meshFlags, source->meshFlags);
+    ASSERT_EQ(copy->vertexCount, 2);
+    EXPECT_EQ(copy->vertices[3].position.x, 3.0f);  // every frame, from the base
+    EXPECT_NE(copy->vertices, shape->frameData);    // its own block
+    for (int layer = 0; layer < 2; ++layer) {
+        ASSERT_NE(copy->faces[layer], source->faces[layer]);
+        EXPECT_EQ(copy->faceCount[layer], 2u);
+        EXPECT_EQ(copy->faces[layer][1].vertex[2], 1u);
+    }
+    EXPECT_EQ(copy->colours, source->colours);
+    EXPECT_EQ(copy->ownership, uint32_t(MeshLentColours));
+    EXPECT_EQ(copy->vertexShade, nullptr);
+    VertexAnimation* copiedShape = copy->vertexAnimation;  // a record sharing the arrays
+    ASSERT_NE(copiedShape, shape);
+    EXPECT_EQ(copiedShape->flags & VertexAnimationOwnsArrays, 0u);
+    EXPECT_EQ(copiedShape->frameData, copy->vertices);
+    EXPECT_EQ(copiedShape->currentFrame, 0u);
+    EXPECT_EQ(copiedShape->frameTable, shape->frameTable);
+    ASSERT_NE(copy->keyAnimation, keys);
+    EXPECT_EQ(copy->keyAnimation->owner, 0);
+    EXPECT_EQ(copy->keyAnimation->keys, keys->keys);
+    EXPECT_EQ(dynamic_cast<CMesh*>(copy->firstChild), nullptr);  // source: newer, older, frame
+    EXPECT_STREQ(copy->firstChild->nextSibling->name, "older");
+    EXPECT_STREQ(copy->firstChild->nextSibling->nextSibling->name, "newer");
+    delete copy;
+    EXPECT_NE(keys->keys[1].translation, nullptr);  // still there for the source
+
+    CMesh* sharing = source->Clone(nullptr, MeshCloneShareVertices | MeshCloneShareShade);
+    EXPECT_EQ(sharing->vertices, source->vertices);
+    EXPECT_EQ(sharing->vertexShade, shade);
+    EXPECT_EQ(sharing->ownership, uint32_t(MeshLentVertices | MeshSharedShade | MeshLentColours));
+    EXPECT_EQ(static_cast<CMesh*>(sharing->firstChild->nextSibling)->vertices, older->vertices);
+    delete sharing;
+    source->vertexShade = nullptr;
+    delete source;
+}
+
+TEST(MeshClone, SharesTheDeviceFormAndMovesItsGroupsToItsOwnFaces) {
+    CMesh* source = new CMesh(nullptr);
+    source->AllocVertices(3);
+    for (int layer = 0; layer < 2; ++layer) source->AllocFaces(2, layer);
+    source->vertexBuffer = reinterpret_cast<VertexBufferInfo*>(uintptr_t(0x1000));  // never read
+    source->ownership |= MeshOwnsDeviceForm;
+    source->renderVertexCount = 3;
+    source->indices = Zeroed<uint16_t>(6);
+    for (uint16_t i = 0; i < 6; ++i) source->indices[i] = i;
+    source->groupCount = 2;
+    source->drawGroups = Zeroed<DrawGroup>(2);
+    for (int g = 0; g < 2; ++g)
+        source->drawGroups[g] = {&source->worldMatrix,
+                                 0,
+                                 3,
+                                 &source->faces[0][g].texture,
+                                 &source->faces[1][g].texture,
+                                 3,
+                                 source->indices + 3 * g};
+    CMesh* copy = source->Clone(nullptr, 0);
+    EXPECT_EQ(copy->vertexBuffer, source->vertexBuffer);
+    EXPECT_EQ(copy->indices, source->indices);
+    EXPECT_EQ(copy->ownership & MeshOwnsDeviceForm, 0u);
+    ASSERT_NE(copy->drawGroups, source->drawGroups);
+    EXPECT_EQ(copy->drawGroups[1].texture, &copy->faces[0][1].texture);
+    EXPECT_EQ(copy->drawGroups[1].texture2, &copy->faces[1][1].texture);
+    EXPECT_EQ(copy->drawGroups[1].groupIndices, source->indices + 3);
+    EXPECT_EQ(copy->drawGroups[0].world, &copy->worldMatrix);
+    delete copy;  // frees its own groups and leaves the buffer's indices to the source
+    EXPECT_EQ(source->indices[5], 5);
+    delete source;  // the owner frees indices and groups
+}
+
+// Each face carries its number in uv[0] of both layers and in its smoothing group, so a sort that
+// loses a record or lets the layers drift apart shows. Where layer 1 is shorter, only pairs that
+// it holds both of move there.
+TEST(MeshSort, OpaqueFirstEqualTexturesTogetherThenByVerticesWithEveryRecordKept) {
+    std::mt19937 random(1234);
+    CTexture textures[5];
+    textures[3].flags = TextureFlagKeyed;
+    textures[1].flags = TextureFlagAlpha;  // only the keyed class sorts last
+    auto keyed = [](const MeshFace& f) {
+        return f.texture && (f.texture->flags & TextureFlagKeyed);
+    };
+    for (uint32_t count : {2u, 3u, 17u, 500u}) {
+        CMesh mesh(nullptr);
+        mesh.AllocFaces(count, 0);
+        const uint32_t second = count % 2 ? count : count / 2;
+        mesh.AllocFaces(second, 1);
+        mesh.AllocSmoothingGroups();
+        for (uint32_t i = 0; i < count; ++i) {
+            MeshFace& face = mesh.faces[0][i];
+            uint32_t pick = random() % 6;
+            face.texture = pick == 5 ? nullptr : &textures[pick];
+            for (uint32_t& v : face.vertex) v = random() % 4;
+            face.uv[0] = float(i);
+            mesh.smoothingGroups[i] = i;
+            if (i < second) {
+                mesh.faces[1][i] = face;
+                mesh.faces[1][i].uv[1] = 99.0f;  // marks the record as layer 1's
+            }
+        }
+        mesh.SortFaces(0);
+        std::vector<uint32_t> ids, secondIds;
+        std::vector<const CTexture*> seen;
+        for (uint32_t i = 0; i < count; ++i) {
+            const MeshFace& face = mesh.faces[0][i];
+            ids.push_back(uint32_t(face.uv[0]));
+            EXPECT_EQ(mesh.smoothingGroups[i], ids.back());
+            if (i < second) {
+                secondIds.push_back(uint32_t(mesh.faces[1][i].uv[0]));
+                EXPECT_TRUE(second < count || secondIds.back() == ids.back());  // together
+                EXPECT_EQ(mesh.faces[1][i].uv[1], 99.0f);
+            }
+            if (seen.empty() || seen.back() != face.texture) {  // no texture comes back
+                ASSERT_EQ(std::count(seen.begin(), seen.end(), face.texture), 0) << count;
+                seen.push_back(face.texture);
+            }
+            if (i + 1 == count) break;
+            const MeshFace& next = mesh.faces[0][i + 1];
+            ASSERT_LE(keyed(face), keyed(next)) << count << " at " << i;
+            if (face.texture == next.texture) {
+                ASSERT_LE(std::vector<uint32_t>(face.vertex, face.vertex + 3),
+                          std::vector<uint32_t>(next.vertex, next.vertex + 3))
+                    << count << " at " << i;
+            }
+        }
+        std::sort(ids.begin(), ids.end());
+        std::sort(secondIds.begin(), secondIds.end());
+        for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(ids[i], i);
+        for (uint32_t i = 0; i < second; ++i) ASSERT_EQ(secondIds[i], i);
+        EXPECT_EQ(mesh.dirtyMask, 0u);  // no device form to rebuild
+    }
+
+    CMesh root(nullptr);  // the device form is marked, and the sort passes on when recursive
+    CMesh* child = new CMesh(new CFrame(&root));
+    child->AllocFaces(2, 0);
+    child->faces[0][0] = MeshFace{{2, 0, 0}, nullptr, 0, {0}};
+    child->faces[0][1] = MeshFace{{1, 0, 0}, nullptr, 0, {1}};
+    child->vertexBuffer = reinterpret_cast<VertexBufferInfo*>(uintptr_t(0x1000));  // never read
+    root.SortFaces(0);
+    EXPECT_EQ(child->faces[0][0].uv[0], 0.0f);
+    root.SortFaces(1);
+    EXPECT_EQ(child->faces[0][0].uv[0], 1.0f);
+    EXPECT_EQ(child->dirtyMask, uint32_t(MeshDirtyFaceOrder));
+    EXPECT_EQ(root.dirtyMask, 0u);
+    child->vertexBuffer = nullptr;
 }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "base/diagnostics.h"
@@ -107,14 +108,7 @@ bool IsTestPattern(const CTexture* texture) {
     return true;
 }
 
-struct Rgba {
-    int r, g, b, a;
-    bool operator==(const Rgba&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const Rgba& c) {
-    return out << "(" << c.r << ", " << c.g << ", " << c.b << ", " << c.a << ")";
-}
+using Rgba = std::tuple<int, int, int, int>;
 
 Rgba PixelAt(const CTexture* texture, int x, int y) {
     uint8_t r, g, b, a;
@@ -123,8 +117,9 @@ Rgba PixelAt(const CTexture* texture, int x, int y) {
 }
 
 void PutPixel(CTexture* texture, int x, int y, Rgba c) {
-    SetTexturePixel(x, y, texture->width, texture->pixels, texture->format, uint8_t(c.r),
-                    uint8_t(c.g), uint8_t(c.b), uint8_t(c.a));
+    auto [r, g, b, a] = c;
+    SetTexturePixel(x, y, texture->width, texture->pixels, texture->format, uint8_t(r), uint8_t(g),
+                    uint8_t(b), uint8_t(a));
 }
 
 const Rgba Magenta = {255, 0, 255, 0};
