@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/crt/version.h"
 #include "platform/debug/debug_output.h"
 #include "tests/base/report_log.h"
 
@@ -71,32 +70,6 @@ TEST(Diagnostics, TextsAreFormattedOnceAndCutAtTheBuffer) {
     CorvaneSetWarningHandler([](const char* text) { CorvaneAlert("again: %s", text); });
     CorvaneWarning("%s", "%x");
     EXPECT_EQ(log.Take(), (Texts{"A: again: %x"}));
-}
-
-TEST(Diagnostics, PlatformPacksVersionAndCodeFromEitherRecord) {
-    // refused record size (1: all), platform id, major, minor, packed, record sizes asked for
-    const struct {
-        uint32_t refuse, platformId, major, minor, packed;
-        std::vector<uint32_t> asked;
-    } rows[] = {
-        {0, 0, 3, 1, 0x03010001u, {156}},         {0, 1, 4, 0, 0x04000001u, {156}},
-        {156, 1, 4, 10, 0x040A0002u, {156, 148}}, {0, 1, 4, 90, 0x045A0002u, {156}},
-        {0, 1, 5, 0, 0x05000002u, {156}},         {0, 1, 3, 95, 0x035F0001u, {156}},
-        {148, 2, 3, 51, 0x03330003u, {156}},      {0, 2, 10, 0, 0x0A000003u, {156}},
-        {0, 2, 0, 0, 0x00000003u, {156}},         {0, 3, 5, 1, 0x05010000u, {156}},
-        {0, 0x10002, 6, 2, 0x06020000u, {156}},   {1, 2, 5, 0, 0, {156, 148}},
-    };
-    ReportLog log;
-    for (const auto& row : rows) {
-        const StagedVersion staged = {row.refuse, row.major, row.minor, row.platformId};
-        StageVersionForTesting(&staged);
-        EXPECT_EQ(CorvaneGetPlatform(), row.packed) << row.platformId << " " << row.major;
-        uint32_t sizes[4] = {};
-        EXPECT_EQ(std::vector<uint32_t>(sizes, sizes + StagedVersionQueries(sizes, 4)), row.asked);
-    }
-    StageVersionForTesting(nullptr);
-    EXPECT_EQ(log.Take(), (Texts{"W: CorvaneGetPlatform:\nFailed to obtain system information."}));
-    EXPECT_EQ(CorvaneGetPlatform() & 0xFFFFu, 3u);  // this system: the NT family
 }
 
 }  // namespace

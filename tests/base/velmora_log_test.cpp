@@ -11,13 +11,11 @@
 
 namespace {
 
-using Pieces = std::vector<std::string>;
 namespace fs = std::filesystem;
 
 TEST(VelmoraLog, MessagesOfOneRunAppendUncutByLineEndsAndNeverThroughALink) {
     TempDir dir;
     WriteWholeFile("velmora.log", "last run\n");
-    VelmoraLogBeginRun();
     VelmoraLogBeginRun();  // a run without messages leaves the last run's file
     EXPECT_EQ(ReadWholeFile("velmora.log"), "last run\n");
     DebugCapture capture;
@@ -26,37 +24,20 @@ TEST(VelmoraLog, MessagesOfOneRunAppendUncutByLineEndsAndNeverThroughALink) {
     VelmoraLog("Tag", "%s", std::string(1000, 'x').c_str());
     EXPECT_EQ(ReadWholeFile("velmora.log"),
               "LOG: (LoadMesh) first 1LOG: (ReadTga) 100% done\nLOG: (Tag) " + std::string(399, 'x'));
-    ASSERT_EQ(capture.Pieces().size(), 15u);
-    EXPECT_EQ(Pieces(capture.Pieces().begin(), capture.Pieces().begin() + 10),
-              (Pieces{"LOG: (", "LoadMesh", ") ", "first 1", "\n", "LOG: (", "ReadTga", ") ", "100% done\n",
-                      "\n"}));
-    EXPECT_EQ(capture.Pieces()[13], std::string(399, 'x'));
-
-    // A message that cannot open the file costs only its copy there; the next makes the file afresh.
-    fs::remove("velmora.log");
-    fs::create_directory("velmora.log");
-    capture.Clear();
-    VelmoraLog("B", "lost %s", "copy");
-    EXPECT_EQ(capture.Pieces(), (Pieces{"LOG: (", "B", ") ", "lost copy", "\n"}));
-    fs::remove("velmora.log");
-    WriteWholeFile("velmora.log", "stale\n");
-    VelmoraLog("C", "fresh\n");
-    EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (C) fresh\n");
-
+    EXPECT_EQ(capture.Text(), "LOG: (LoadMesh) first 1\nLOG: (ReadTga) 100% done\n\nLOG: (Tag) " +
+                                  std::string(399, 'x') + "\n");
     // A link planted at the log's name is never written through: the first message of a run
     // replaces it, one that meets it later is lost to the file alone.
     WriteWholeFile("victim", "precious");
-    for (bool newRun : {true, false}) {
+    for (bool newRun : {false, true}) {
         fs::remove("velmora.log");
         fs::create_symlink(dir.File("victim"), "velmora.log");
         if (newRun) VelmoraLogBeginRun();
-        VelmoraLog("A", "first\n");
+        VelmoraLog("A", "next\n");
         EXPECT_EQ(fs::is_symlink("velmora.log"), !newRun);
     }
-    VelmoraLogBeginRun();
-    VelmoraLog("D", "next\n");
     EXPECT_EQ(ReadWholeFile("victim"), "precious");
-    EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (D) next\n");
+    EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (A) next\n");
 }
 
 TEST(VelmoraLogDeathTest, FatalShowsTheBoxAndAbortsWithoutLogging) {
