@@ -84,9 +84,9 @@ TEST(FindFile, FindsNamesInAnyCaseWhereThePathFits) {
             << (r.folder ? r.folder : "null") << " + " << (r.name ? r.name : "null");
 }
 
-HANDLE Open(const char* name, uint32_t disposition, uint32_t access = GENERIC_WRITE) {
-    return CreateFileA(name, access, FILE_SHARE_READ, nullptr, disposition,
-                       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_RANDOM_ACCESS, nullptr);
+HANDLE Open(const char* name, uint32_t disposition) {
+    return CreateFileA(name, GENERIC_WRITE, FILE_SHARE_READ, nullptr, disposition,
+                       FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 void WriteAll(const char* name, uint32_t disposition, const std::string& bytes) {
@@ -101,16 +101,11 @@ TEST(WinFile, OpensByDispositionAndFindsNamesInAnyCase) {
     TempDir dir;
     std::filesystem::create_directories("Maps/Town");
     WriteAll("Maps/Town/Test.VBF", CREATE_ALWAYS, "0123456789");
-    struct Refused {
-        const char* name;
-        uint32_t disposition;
-    };
-    for (Refused r : {Refused{"missing", OPEN_EXISTING}, Refused{"missing", TRUNCATE_EXISTING},
-                      Refused{"maps/town/test.vbf", CREATE_NEW}, Refused{"Maps/Town/Test.VBF", 77},
-                      Refused{"Maps", OPEN_EXISTING}, Refused{"", OPEN_EXISTING},
-                      Refused{nullptr, OPEN_EXISTING}})
-        EXPECT_EQ(Open(r.name, r.disposition), INVALID_HANDLE_VALUE)
-            << (r.name ? r.name : "null") << " " << r.disposition;
+    for (const char* name : {"missing", "Maps", "", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(Open(name, OPEN_EXISTING), INVALID_HANDLE_VALUE) << (name ? name : "null");
+    EXPECT_EQ(Open("missing", TRUNCATE_EXISTING), INVALID_HANDLE_VALUE);
+    for (uint32_t disposition : {uint32_t(CREATE_NEW), 77u})
+        EXPECT_EQ(Open("maps/town/test.vbf", disposition), INVALID_HANDLE_VALUE) << disposition;
     EXPECT_FALSE(std::filesystem::exists("missing"));
     WriteAll("MAPS\\TOWN\\TEST.VBF", OPEN_ALWAYS, "xy");  // keeps the rest, starts at the start
     EXPECT_EQ(ReadWholeFile("Maps/Town/Test.VBF"), "xy23456789");
