@@ -65,14 +65,14 @@ inline ToolRun RunTool(const std::string& program, const std::vector<std::string
     return run;
 }
 
-inline ToolRun RunBake(const std::vector<std::string>& args) {
-    return RunTool(TENEBRIX_BAKE, args);
+inline ToolRun RunBake(const std::string& args) {
+    return RunTool(TENEBRIX_BAKE, Words(args));
 }
 
 // A map made by tenebrix-mkmap; false (with the tool's output as a test failure) if it failed.
 inline bool MakeMap(const std::string& folder, int cells, int seed = 1) {
-    ToolRun run = RunTool(TENEBRIX_MKMAP, {folder, "--cells", std::to_string(cells), "--seed",
-                                           std::to_string(seed)});
+    ToolRun run = RunTool(TENEBRIX_MKMAP, Words(folder + " --cells " + std::to_string(cells) + " --seed " +
+                                                std::to_string(seed)));
     if (run.status != 0) ADD_FAILURE() << "tenebrix-mkmap " << folder << ": " << run.output;
     return run.status == 0;
 }

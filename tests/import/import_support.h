@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "engine/mesh/mesh.h"
@@ -37,25 +36,23 @@ struct ObjWriter {
     std::string text;
     size_t vertices = 0, normals = 0, uvs = 0;
 
+    void Add(const char* key, std::initializer_list<double> values) {
+        char number[32];
+        text += key;
+        for (double v : values) text.append(number, std::snprintf(number, sizeof number, " %.9g", v));
+        text += "\n";
+    }
     // n: the corners' normals, uv: their u, v; null: none.
     void Face(Vector a, Vector b, Vector c, const Vector* n = nullptr, const float* uv = nullptr) {
-        const Vector corners[3] = {a, b, c};
+        const Vector p[3] = {a, b, c};
         std::string face = "f";
-        char line[160];
         for (int k : {0, 2, 1}) {
-            const Vector& p = corners[k];
-            std::snprintf(line, sizeof line, "v %.9g %.9g %.9g\n", p.x, p.y, -double(p.z));
-            text += line;
+            Add("v", {p[k].x, p[k].y, -double(p[k].z)});
             face += " " + std::to_string(++vertices);
-            if (uv) {
-                std::snprintf(line, sizeof line, "vt %.9g %.9g\n", uv[2 * k], 1.0 - uv[2 * k + 1]);
-                text += line;
-            }
+            if (uv) Add("vt", {uv[2 * k], 1.0 - uv[2 * k + 1]});
             if (uv || n) face += "/" + (uv ? std::to_string(++uvs) : "");
-            if (!n) continue;
-            std::snprintf(line, sizeof line, "vn %.9g %.9g %.9g\n", n[k].x, n[k].y, -double(n[k].z));
-            text += line;
-            face += "/" + std::to_string(++normals);
+            if (n) Add("vn", {n[k].x, n[k].y, -double(n[k].z)});
+            if (n) face += "/" + std::to_string(++normals);
         }
         text += face + "\n";
     }
@@ -69,22 +66,21 @@ struct ObjWriter {
         for (const int* side : sides) {
             Vector c[4];
             for (int k = 0; k < 4; ++k)
-                c[k] = {side[k] & 1 ? hi.x : lo.x, side[k] & 2 ? hi.y : lo.y,
-                        side[k] & 4 ? hi.z : lo.z};
+                c[k] = {side[k] & 1 ? hi.x : lo.x, side[k] & 2 ? hi.y : lo.y, side[k] & 4 ? hi.z : lo.z};
             if (reversed) std::swap(c[1], c[3]);
             float sign = ((side[0] >> side[4]) & 1 ? 1.0f : -1.0f) * (reversed ? -1.0f : 1.0f);
-            Vector n = {side[4] == 0 ? sign : 0.0f, side[4] == 1 ? sign : 0.0f,
-                        side[4] == 2 ? sign : 0.0f};
-            const Vector side3[3] = {n, n, n};
-            Face(c[0], c[1], c[2], withNormals ? side3 : nullptr);
-            Face(c[0], c[2], c[3], withNormals ? side3 : nullptr);
+            Vector n = {side[4] == 0 ? sign : 0.0f, side[4] == 1 ? sign : 0.0f, side[4] == 2 ? sign : 0.0f};
+            const Vector corners[3] = {n, n, n};
+            Face(c[0], c[1], c[2], withNormals ? corners : nullptr);
+            Face(c[0], c[2], c[3], withNormals ? corners : nullptr);
         }
     }
     void Save(const std::string& path) const { WriteWholeFile(path, text); }
 };
 
 // format: PNG_FORMAT_GRAY (bytes), PNG_FORMAT_LINEAR_Y (16-bit samples) or PNG_FORMAT_RGB.
-inline bool WritePng(const std::string& path, uint32_t width, uint32_t height, uint32_t format, const void* pixels) {
+inline bool WritePng(const std::string& path, uint32_t width, uint32_t height, uint32_t format,
+                     const void* pixels) {
     png_image image = {};
     image.version = PNG_IMAGE_VERSION;
     image.width = width;
@@ -121,7 +117,7 @@ inline void WriteTriangleGltf(const std::string& name, const std::string& node, 
 struct ImportResult {
     bool written = false;
     int errors = 0;
-    std::string messages;  // one line a message, "error: " or "warning: " before the text
+    std::string messages;  // a line a message, "error: " or "warning: " before the text
     ImportSummary summary;
 };
 
@@ -138,9 +134,9 @@ inline ImportResult Import(const ImportRequest& request) {
     return result;
 }
 
-inline ImportRequest Request(const std::vector<std::string>& inputs, const std::string& folder = "map") {
+inline ImportRequest Request(const std::string& input, const std::string& folder = "map") {
     ImportRequest request;
-    request.inputs = inputs;
+    request.inputs = {input};
     request.mapFolder = folder;
     return request;
 }
@@ -149,54 +145,35 @@ inline ImportRequest Request(const std::vector<std::string>& inputs, const std::
 inline void MeshesBelow(const CEntity* node, std::vector<const CMesh*>& found) {
     if (node->kind == EntityKindMesh && static_cast<const CMesh*>(node)->faceCount[0])
         found.push_back(static_cast<const CMesh*>(node));
-    for (const CEntity* child = node->firstChild; child; child = child->nextSibling)
-        MeshesBelow(child, found);
+    for (const CEntity* child = node->firstChild; child; child = child->nextSibling) MeshesBelow(child, found);
 }
 
 // A map folder's test.vbf loaded, with its size chunk.
 struct LoadedMap {
     CMesh root{nullptr};
     MapSize size = {0, 0};
-    bool loaded = false;
+    std::vector<const CMesh*> meshes;
+    std::vector<const CTexture*> faceTextures;  // null where a face has none
 
     explicit LoadedMap(const std::string& folder) {
         VBFUserData* data = root.LoadVBFWithData((folder + "/test.vbf").c_str());
-        if (!data) return;
         const char* error = nullptr;
-        loaded = ReadMapChunks(data->bytes, data->size, size, error);
-        FreeVBFUserData(data);
+        EXPECT_TRUE(data && ReadMapChunks(data->bytes, data->size, size, error)) << folder;
+        if (data) FreeVBFUserData(data);
+        MeshesBelow(&root, meshes);
+        for (const CMesh* mesh : meshes)
+            for (uint32_t f = 0; f < mesh->faceCount[0]; ++f) faceTextures.push_back(mesh->faces[0][f].texture);
     }
     ~LoadedMap() { FreeAllTextures(); }
 
-    std::vector<const CMesh*> Meshes() const {
-        std::vector<const CMesh*> found;
-        MeshesBelow(&root, found);
-        return found;
-    }
-    size_t Triangles() const {
-        size_t count = 0;
-        for (const CMesh* mesh : Meshes()) count += mesh->faceCount[0];
-        return count;
-    }
-    // Every face's colour map, null where it has none.
-    std::vector<const CTexture*> FaceTextures() const {
-        std::vector<const CTexture*> textures;
-        for (const CMesh* mesh : Meshes())
-            for (uint32_t f = 0; f < mesh->faceCount[0]; ++f)
-                textures.push_back(mesh->faces[0][f].texture);
-        return textures;
-    }
     // The box around every vertex: low x, y, z, then high.
     std::vector<float> Bounds() const {
         std::vector<float> box = {1e30f, 1e30f, 1e30f, -1e30f, -1e30f, -1e30f};
-        for (const CMesh* mesh : Meshes())
+        for (const CMesh* mesh : meshes)
             for (int32_t i = 0; i < mesh->vertexCount; ++i) {
                 const Vector& p = mesh->vertices[i].position;
-                for (int k = 0; k < 3; ++k) {
-                    float v = k == 0 ? p.x : k == 1 ? p.y : p.z;
-                    box[k] = std::min(box[k], v);
-                    box[k + 3] = std::max(box[k + 3], v);
-                }
+                box = {std::min(box[0], p.x), std::min(box[1], p.y), std::min(box[2], p.z),
+                       std::max(box[3], p.x), std::max(box[4], p.y), std::max(box[5], p.z)};
             }
         return box;
     }
