@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <tuple>
@@ -44,109 +43,80 @@ protected:
 
 // A byte is 255 - level; level = Ambient + 255 (N.L)^2 of the mean sample, capped at 255.
 TEST_F(BakePass, SmallMapsGiveTheirKnownBytes) {
+    std::unique_ptr<CMesh> flat(FlatGround(nullptr, 256)), part(Ground(nullptr, 40, 256, -40));
+    std::unique_ptr<CMesh> roofed(FlatGround(nullptr, 256)), from10(Ground(nullptr, 10, 256, -256));
+    MeshBuilder builder;
+    builder.AddBox({64, 50, -256}, {128, 60, 0});
+    builder.Build(roofed.get(), "roof");
     const float s60 = float(std::sin(M_PI / 3)), c60 = float(std::cos(M_PI / 3));
     struct Row {
         const char* what;
-        std::function<CMesh*()> map;
+        CMesh* map;
         Vector light;
         int ambient, oversample;
-        std::vector<std::tuple<int, int, int>> bytes;  // row, column, byte
         uint64_t samples, hits, lit;
+        std::vector<std::tuple<int, int, int>> bytes;  // row, column, byte
     } rows[] = {
         {"flat, any length of light",
-         [] { return FlatGround(nullptr, 256); },
+         flat.get(),
          {0, 5, 0},
          128,
          1,
-         {{0, 0, 0}, {7, 7, 0}, {8, 0, 127}, {0, 8, 127}, {255, 255, 127}},
          64,
          64,
-         64},
-        {"flat at 60 degrees",
-         [] { return FlatGround(nullptr, 256); },
-         {s60, c60, 0},
-         0,
-         1,
-         {{3, 3, 192}},
          64,
-         64,
-         64},
+         {{0, 0, 0}, {7, 7, 0}, {8, 0, 127}, {0, 8, 127}, {255, 255, 127}}},
+        {"flat at 60 degrees", flat.get(), {s60, c60, 0}, 0, 1, 64, 64, 64, {{3, 3, 192}}},
         // A sample over no ground adds nothing and does not reuse the hit before it.
         {"part ground",
-         [] { return Ground(nullptr, 40, 256, -40); },
+         part.get(),
          {0, 1, 0},
          0,
          1,
-         {{0, 0, 255}, {0, 1, 255}, {0, 2, 0}, {1, 2, 0}, {2, 2, 255}},
          64,
          12,
-         12},
+         12,
+         {{0, 0, 255}, {0, 1, 255}, {0, 2, 0}, {1, 2, 0}, {2, 2, 255}}},
         // From x = 32 the ray to the light passes x 82 at the roof's height: blocked. From x = 0
         // it passes under the roof's near edge.
         {"roof",
-         [] {
-             CMesh* root = FlatGround(nullptr, 256);
-             MeshBuilder builder;
-             builder.AddBox({64, 50, -256}, {128, 60, 0});
-             builder.Build(root, "roof");
-             return root;
-         },
+         roofed.get(),
          {1, 1, 0},
          0,
          1,
-         {{4, 0, 128}, {4, 1, 255}, {4, 2, 128}, {4, 5, 128}},
          64,
          64,
-         56},
+         56,
+         {{4, 0, 128}, {4, 1, 255}, {4, 2, 128}, {4, 5, 128}}},
         // Texel column 0 holds samples at x 0 (no ground) and x 16: sum 510, 510 / 2 / 2 = 127.
-        {"oversampled",
-         [] { return Ground(nullptr, 10, 256, -256); },
-         {0, 1, 0},
-         0,
-         2,
-         {{0, 0, 192}, {0, 1, 0}},
-         256,
-         240,
-         240},
+        {"oversampled", from10.get(), {0, 1, 0}, 0, 2, 256, 240, 240, {{0, 0, 192}, {0, 1, 0}}},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.what);
-        std::unique_ptr<CMesh> map(r.map());
         ShadowSettings.Light = r.light;
         ShadowSettings.Ambient = r.ambient;
         ShadowSettings.Oversample = r.oversample;
-        std::string file = Bake(map.get());
+        std::string file = Bake(r.map);
         ASSERT_EQ(file.size(), 256u * 256u);  // a single bake writes the whole square
         for (auto [row, column, byte] : r.bytes)
             EXPECT_EQ(FileByte(file, row, column), byte) << row << ", " << column;
         EXPECT_EQ(std::make_tuple(stats.samples, stats.groundHits, stats.litSamples),
                   std::make_tuple(r.samples, r.hits, r.lit));
     }
+    // Each bake reuses the texture, its sums cleared; another size makes a new one.
+    EXPECT_EQ(ShadowTexture->flags, 0xA4u);
+    EXPECT_EQ(ShadowTexture->format, uint32_t(TextureFormat8888));
     // A zero light can't be normalised: the whole map stays at the ambient, with a warning.
-    std::unique_ptr<CMesh> ground(FlatGround(nullptr, 256));
     ShadowSettings.Light = {0, 0, 0};
     ShadowSettings.Ambient = 128;
+    ShadowSettings.TextureSize = 128;
     DebugCapture capture;
-    EXPECT_EQ(FileByte(Bake(ground.get()), 2, 2), 127);
+    EXPECT_EQ(FileByte(Bake(flat.get()), 2, 2), 127);
+    EXPECT_EQ(ShadowTexture->width, 128);
     EXPECT_NE(capture.Text().find("WARNING: "), std::string::npos);
 }
 
-TEST_F(BakePass, SecondBakeReusesTheTextureAndStartsFromZero) {
-    std::unique_ptr<CMesh> ground(FlatGround(nullptr, 256.0f));
-    ShadowSettings.Ambient = 0;
-    ShadowSettings.Light = {1, 1, 0};
-    std::string first = Bake(ground.get());
-    CTexture* texture = ShadowTexture;
-    EXPECT_EQ(Bake(ground.get()), first);  // leftover sums would have added to the light
-    EXPECT_EQ(ShadowTexture, texture);
-    EXPECT_EQ(texture->flags, 0xA4u);
-    EXPECT_EQ(texture->format, uint32_t(TextureFormat8888));
-    ShadowSettings.TextureSize = 128;  // another size makes a new texture
-    Bake(ground.get());
-    EXPECT_EQ(ShadowTexture->width, 128);
-}
-
-TEST_F(BakePass, HeightFileHoldsTheGroundAtEachCellCorner) {
+TEST_F(BakePass, HeightFileHoldsTheGroundAtEachCellCornerAndOversizedMapsAreCut) {
     std::unique_ptr<CMesh> ground(Ground(nullptr, 0, 70, -70, 5));
     ShadowSettings.MapCellsX = 4;
     ShadowSettings.MapCellsY = 2;
@@ -159,6 +129,12 @@ TEST_F(BakePass, HeightFileHoldsTheGroundAtEachCellCorner) {
     // Row 0 at z 0, row 1 at z -32; columns at x 0, 32, 64 and 96 (no ground there).
     EXPECT_EQ(h, (std::vector<float>{5, 5, 5, -10000, 5, 5, 5, -10000}));
     EXPECT_TRUE(stats.filesWritten);
+    EXPECT_TRUE(Bake(ground.get(), "missing-directory/texture.dat").empty());
+    EXPECT_FALSE(stats.filesWritten);
+    ShadowSettings.MapCellsX = 100000;
+    ShadowSettings.MapCellsY = -5;
+    EXPECT_EQ(Bake(ground.get()).size(), 256u * 256u);
+    EXPECT_EQ(stats.samples, 0u);
 }
 
 TEST_F(BakePass, ProgressEveryThirtyTwoRowsStopsShortOfAHundredAndAQuitWaits) {
@@ -184,53 +160,35 @@ TEST_F(BakePass, ProgressEveryThirtyTwoRowsStopsShortOfAHundredAndAQuitWaits) {
     EXPECT_EQ(FileByte(file, 2047, 7), 0);
 }
 
-TEST_F(BakePass, OversizedMapIsCutAndAnUnwritableOutputLeavesNothing) {
-    std::unique_ptr<CMesh> ground(FlatGround(nullptr, 256.0f));
-    ShadowSettings.MapCellsX = 100000;
-    ShadowSettings.MapCellsY = -5;
-    EXPECT_EQ(Bake(ground.get()).size(), 256u * 256u);
-    EXPECT_EQ(stats.samples, 0u);
-    EXPECT_TRUE(Bake(ground.get(), "missing-directory/texture.dat").empty());
-    EXPECT_FALSE(stats.filesWritten);
-}
-
-TEST_F(BakePass, SameBytesForAnyNumberOfThreads) {
-    ShadowSettings.TextureSize = 1024;  // 32 x 32 texels over the map at oversample 2
-    ShadowSettings.Oversample = 2;
-    ShadowSettings.Light = {0.6f, 0.4f, -0.3f};
-    for (uint32_t seed : {3u, 11u, 29u}) {
-        std::unique_ptr<CMesh> map(BuildRandomMap(seed, 8));
-        core.threads = 1;
-        const std::string reference = Bake(map.get());
-        ASSERT_EQ(reference.size(), 1024u * 1024u);
-        for (int threads : {2, 3, 4}) {
-            core.threads = threads;
-            EXPECT_TRUE(Bake(map.get()) == reference) << "seed " << seed << ", " << threads;
-        }
-    }
-}
-
-TEST_F(BakePass, TwoBakesAtOnceOnTwoThreadsWriteWhatEachWritesAlone) {
-    std::unique_ptr<CMesh> maps[2] = {std::unique_ptr<CMesh>(BuildRandomMap(5, 8)),
-                                      std::unique_ptr<CMesh>(BuildRandomMap(6, 8))};
-    BakeJob jobs[2];
-    std::string alone[2];
-    for (int i = 0; i < 2; ++i) {
+// Three bakes of random maps, each the same bytes at 1 to 4 threads, and again when all three run
+// at once on their own threads: a bake reads nothing of the process's state.
+TEST_F(BakePass, SameBytesForAnyNumberOfThreadsAndBesideOtherBakes) {
+    std::unique_ptr<CMesh> maps[3];
+    BakeJob jobs[3];
+    std::string alone[3];
+    for (int i = 0; i < 3; ++i) {
+        maps[i].reset(BuildRandomMap(uint32_t(3 + 8 * i), 8));
         jobs[i].settings = ShadowSettings;
-        jobs[i].settings.TextureSize = 1024;
-        jobs[i].settings.Light = {i ? -0.5f : 0.7f, 0.4f, 0.2f};
+        jobs[i].settings.TextureSize = 1024;  // 32 x 32 texels over the map at oversample 2
+        jobs[i].settings.Oversample = 2;
+        jobs[i].settings.Light = {0.6f - 0.5f * i, 0.4f, -0.3f};
         jobs[i].mesh = maps[i].get();
-        jobs[i].core.threads = 2;
         jobs[i].texture = CreateTexture(1024, 1024, TextureFormat8888);  // reused, not made
-        jobs[i].shadowMapPath = dir->File("alone" + std::to_string(i));
-        ASSERT_EQ(BakeShadowMap(jobs[i]).texture, jobs[i].texture);
-        alone[i] = ReadWholeFile(jobs[i].shadowMapPath);
+        jobs[i].shadowMapPath = dir->File("alone");
+        for (int threads : {1, 2, 3, 4}) {
+            jobs[i].core.threads = threads;
+            ASSERT_EQ(BakeShadowMap(jobs[i]).texture, jobs[i].texture);
+            if (threads == 1) alone[i] = ReadWholeFile(jobs[i].shadowMapPath);
+            EXPECT_TRUE(ReadWholeFile(jobs[i].shadowMapPath) == alone[i]) << i << ", " << threads;
+        }
         jobs[i].shadowMapPath = dir->File("together" + std::to_string(i));
     }
-    std::thread other([&] { BakeShadowMap(jobs[1]); });
+    ASSERT_EQ(alone[0].size(), 1024u * 1024u);
+    std::thread first([&] { BakeShadowMap(jobs[1]); }), second([&] { BakeShadowMap(jobs[2]); });
     BakeShadowMap(jobs[0]);
-    other.join();
-    for (int i = 0; i < 2; ++i) {
+    first.join();
+    second.join();
+    for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(ReadWholeFile(jobs[i].shadowMapPath) == alone[i]) << "bake " << i;
         FreeTexture(jobs[i].texture);
     }
