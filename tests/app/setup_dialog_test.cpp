@@ -46,8 +46,8 @@ TEST_F(SetupDialogTest, OpensWithTheScriptsTheLastDirectoryAndTheViewerBoxOff) {
     Open();
     EXPECT_EQ(ItemText(dialog, IdMapDirectory), "maps/with a blank");
     // The scripts of the LIT folder in name order whatever the case, the first one chosen.
-    std::vector<std::string> scripts;
-    for (int i = 0; SendMessageA(GetDlgItem(dialog, IdScript), CB_SETCURSEL, WPARAM(i), 0) == i;
+    std::vector<std::string> scripts = {ItemText(dialog, IdScript)};
+    for (int i = 1; SendMessageA(GetDlgItem(dialog, IdScript), CB_SETCURSEL, WPARAM(i), 0) == i;
          ++i)
         scripts.push_back(ItemText(dialog, IdScript));
     EXPECT_EQ(scripts, (std::vector<std::string>{"a_first.ssf", "B_second.ssf", "quick.ssf"}));
@@ -128,6 +128,7 @@ TEST_F(SetupDialogTest, APickedDirectoryBakesWithTheControlsLockedAndTheBarMovin
     }
     EXPECT_EQ(ui.FolderPickerTitle(), "Select Map Directory");
     WatchedDialog = dialog;
+    Percents.clear(), ControlStates.clear();
     AppHooks = SetProgressHooks(nullptr);
     ProgressHooks watch = AppHooks;
     watch.setProgress = WatchProgress;
