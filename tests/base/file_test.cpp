@@ -10,10 +10,12 @@
 #include "base/WinDiskFile.h"
 #include "base/memory.h"
 #include "platform/debug/debug_output.h"
-#include "tests/base/report_log.h"
+#include "tests/support/report_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
+
+using Texts = std::vector<std::string>;
 
 const char* const Digits = "0123456789ABCDEFGHIJ";
 
@@ -28,7 +30,7 @@ TEST(FileLayer, UnusedFilesAreNamedAndTheCloseReportClosesWhatWasLeftOpen) {
     TempDir dir;
     WriteWholeFile("win.bin", Digits);
     {
-        ReportLog log;
+        ReportCapture log;
         EXPECT_TRUE(DiskFile("unused.bin", "wb").Close());
         EXPECT_EQ(log.Take(), Texts{"W: File unused.bin was opened but never used."});
     }
@@ -52,7 +54,7 @@ TEST(FileLayer, UnusedFilesAreNamedAndTheCloseReportClosesWhatWasLeftOpen) {
 }
 
 TEST(FileLayer, ClosedFilesRefuseEveryCall) {
-    ReportLog log;
+    ReportCapture log;
     DiskFile disk;
     WinDiskFile win;
     for (File* file : {static_cast<File*>(&disk), static_cast<File*>(&win)}) {
@@ -101,7 +103,7 @@ TEST(FileLayer, DiskFilesSeekInEveryFormAndSpansCountFromTheirStart) {
 }
 
 TEST(FileLayer, MemoryFilesSeekReadLinesAndFreeWhatTheyOwn) {
-    ReportLog log;
+    ReportCapture log;
     MemoryFile file("digits", "rb", Block(Digits), 20, true);
     char bytes[32];
     EXPECT_EQ(file.Seek(2, 10), 10);  // 10 before the end

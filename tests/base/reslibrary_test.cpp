@@ -15,10 +15,12 @@
 #include "base/reslibrary_header.h"
 #include "base/resmanager.h"
 #include "platform/debug/debug_output.h"
-#include "tests/base/report_log.h"
+#include "tests/support/report_capture.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
+
+using Texts = std::vector<std::string>;
 
 namespace fs = std::filesystem;
 
@@ -108,7 +110,7 @@ TEST(ResourceLibrary, EntriesOfEveryMethodComeBackByEveryRoad) {
         EXPECT_EQ(debug.Text(), "File is not more recent that the existing library\n");
     }
     fs::remove_all("lib");  // only the volume is left to serve
-    ReportLog log;
+    ReportCapture log;
     for (bool cached : {false, true}) {
         SCOPED_TRACE(cached);
         ResourceLibrary library;
@@ -153,7 +155,7 @@ TEST(ResourceLibrary, NewestCopyWinsAndEqualTimesKeepTheFirst) {
     WriteLoose("lib/c.txt", "c-loose", 100);        // same time as its packed copy
     WriteLoose("lib/Dir/d.txt", "d-loose", 50);
     WriteLoose("lib/b.txt", "b-loose", 101);
-    ReportLog log;
+    ReportCapture log;
     ResourceLibrary library;
     library.Initialise("lib", 0, false, true);
     library.Close();  // never opened: nothing to say
@@ -221,7 +223,7 @@ TEST(ResourceLibrary, DamagedEntriesAreRefusedWithALine) {
     for (const auto& row : rows) entries.push_back(row.entry);
     WriteVolume("lib", 1, entries);
     WriteWholeFile("lib0001.RFD", "gxyzxyzxyzxyzla");
-    ReportLog log;
+    ReportCapture log;
     for (bool cached : {false, true}) {
         ResourceLibrary library;
         library.Initialise("lib", 0, cached, false);
@@ -253,10 +255,11 @@ TEST(ResourceLibrary, DamagedEntriesAreRefusedWithALine) {
 
 TEST(ResourceManager, ConfigurationsReadAsPairs) {
     {
-        ReportLog log;
+        ReportCapture log;
+        DebugCapture capture;
         ResourceManager("nowhere.cfg").GetResourcePath("LIT");
-        EXPECT_EQ(log.Take(),
-                  (Texts{"A: Could not open RESOURCE.CFG\n", "W: Failed to find resource LIT\n"}));
+        EXPECT_EQ(capture.Boxes(), Texts{"ALERT: Could not open RESOURCE.CFG\n"});
+        EXPECT_EQ(log.Take(), Texts{"W: Failed to find resource LIT\n"});
     }
     const std::string k399(399, 'k'), a399(399, 'a'), b399(399, 'b'), v399(399, 'v');
     std::string garbage = "x";
@@ -286,7 +289,7 @@ TEST(ResourceManager, ConfigurationsReadAsPairs) {
         SCOPED_TRACE(row.config.substr(0, 40));
         TempDir dir;
         WriteWholeFile("resource.cfg", row.config);
-        ReportLog log;
+        ReportCapture log;
         ResourceManager manager;
         std::string values, key;
         for (std::istringstream keys(row.keys); keys >> key;) {
