@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "engine/scene/entity.h"
 #include "engine/scene/render_list.h"
 
@@ -83,27 +85,18 @@ TEST(Frame, PlacementRoundTripsThroughARotatedScaledChainAndAMovedAncestor) {
     top.SetPosition(105.0f, -3.0f, 7.0f);
     leaf->GetTransform(walked, nullptr);
     ExpectNear(Through(walked, {0, 0, 0}), {expected.x + 100, expected.y, expected.z});
-}
 
-TEST(Frame, SingularChainLeavesThePlacementAndSetMatrixIgnoresTheFourthColumn) {
-    CFrame parent(nullptr);
-    parent.SetMatrix(Affine({1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}));  // y squashed flat
-    CFrame* child = new CFrame(&parent);
-    child->SetPosition(1.0f, 2.0f, 3.0f);
-    Vector target{5, 5, 5};
-    child->matrixValid = 1;
-    child->SetPositionIn(nullptr, target);
-    ExpectNear(child->position, {1, 2, 3}, 0);
-    EXPECT_EQ(child->matrixValid, 0);
-    child->SetOrientationIn(nullptr, Vector{1, 0, 0}, Vector{0, 1, 0});
-    EXPECT_EQ(child->rotation[8], 1.0f);              // still the identity
-    child->SetPositionIn(&parent, 7.0f, 8.0f, 9.0f);  // relative to its parent: the identity
-    ExpectNear(child->position, {7, 8, 9}, 0);
-
-    Matrix m = Affine({0, 1, 0, -1, 0, 0, 0, 0, 1, 4, 5, 6}), local;
-    const Matrix expected = m;
-    m[3] = m[7] = m[11] = m[15] = 9.0f;
-    parent.SetMatrix(m);
-    parent.GetLocalMatrix(local);
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(local[i], expected[i]) << i;
+    Matrix flat = Affine({1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0}), local;  // y squashed flat
+    flat[3] = flat[7] = flat[11] = flat[15] = 9.0f;  // the fourth column is ignored
+    mid->SetMatrix(flat);
+    mid->GetLocalMatrix(local);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(local[i], i % 4 == 3 ? float(i == 15) : flat[i]) << i;
+    leaf->SetPosition(1.0f, 2.0f, 3.0f);
+    leaf->SetPositionIn(nullptr, world);  // a singular chain leaves the placement
+    ExpectNear(leaf->position, {1, 2, 3}, 0);
+    const std::vector<float> rotation(leaf->rotation, leaf->rotation + 9);
+    leaf->SetOrientationIn(nullptr, Vector{1, 0, 0}, Vector{0, 1, 0});
+    EXPECT_EQ(std::vector<float>(leaf->rotation, leaf->rotation + 9), rotation);
+    leaf->SetPositionIn(mid, 7.0f, 8.0f, 9.0f);  // relative to its parent: the identity
+    ExpectNear(leaf->position, {7, 8, 9}, 0);
 }

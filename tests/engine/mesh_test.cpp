@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "base/memory.h"
-#include "engine/mesh/draw_group.h"
 #include "engine/mesh/mesh_animation.h"
 #include "engine/texture/texture.h"
 
@@ -159,35 +158,14 @@ TEST(MeshAnimation, FrameNumbersRoundToEvenAndWrapPerAnimation) {
     EXPECT_EQ(keys->currentFrame, 2u);
     mesh.SetAnimationFrame(5.0f, 0);
     EXPECT_EQ(keys->currentFrame, 1u);
-}
 
-TEST(MeshAnimation, WalksReachTheChildrenAsTheFlagsSayAndCacheOwnedKeys) {
-    CMesh root(nullptr);
-    CMesh* belowFrame = new CMesh(new CFrame(&root));
-    CMesh* marked = new CMesh(&root);
-    marked->meshFlags |= MeshFlagStopAnimation;
-    CMesh* belowMarked = new CMesh(marked);
-    KeyAnimation *a = MakeKeys(9, 1), *b = MakeKeys(9, 1), *c = MakeKeys(9, 1);
-    belowFrame->SetKeyAnimation(a);
-    marked->SetKeyAnimation(b);
-    belowMarked->SetKeyAnimation(c);
-    root.SetAnimationFrame(1.0f, 0);
-    EXPECT_EQ(a->currentFrame, KeyAnimationNoFrame);
-    root.SetAnimationFrame(2.0f, AnimationRecursive);
-    EXPECT_EQ(a->currentFrame + c->currentFrame, 4u);
-    root.SetAnimationFrame(3.0f, AnimationRecursive | AnimationWalk | AnimationStopAtMarked);
-    EXPECT_EQ(a->currentFrame, 3u);  // through the plain frame
-    EXPECT_EQ(b->currentFrame, 3u);  // the marked mesh itself moves
-    EXPECT_EQ(c->currentFrame, 2u);  // but not what lies below it
-    root.SetAnimationFrame(4.0f, AnimationRecursive | AnimationWalk);
-    EXPECT_EQ(c->currentFrame, 4u);
-    KeyAnimation* shared = MakeKeys(3, 0);
-    (new CMesh(&root))->SetKeyAnimation(shared);
-    root.CacheAnimation();
-    EXPECT_NE(a->frameCached, nullptr);
-    EXPECT_NE(a->frameData, nullptr);
-    EXPECT_EQ(a->currentFrame, 9u);  // every frame was set in turn
-    EXPECT_EQ(shared->frameCached, nullptr);
+    CMesh* below = new CMesh(new CFrame(&mesh));  // reached through a plain frame when recursive
+    KeyAnimation* belowKeys = MakeKeys(9, 1);
+    below->SetKeyAnimation(belowKeys);
+    mesh.SetAnimationFrame(7.0f, 0);
+    EXPECT_EQ(belowKeys->currentFrame, KeyAnimationNoFrame);
+    mesh.SetAnimationFrame(7.0f, AnimationRecursive);
+    EXPECT_EQ(belowKeys->currentFrame, 7u);
 }
 
 // Each clone is deleted before its source: a double free of what was lent would be caught.
@@ -250,39 +228,6 @@ TEST(MeshClone, CopiesGeometryAndLendsOnlyWhatTheFlagsSayWithChildrenReversed) {
     delete sharing;
     source->vertexShade = nullptr;
     delete source;
-}
-
-TEST(MeshClone, SharesTheDeviceFormAndMovesItsGroupsToItsOwnFaces) {
-    CMesh* source = new CMesh(nullptr);
-    source->AllocVertices(3);
-    for (int layer = 0; layer < 2; ++layer) source->AllocFaces(2, layer);
-    source->vertexBuffer = reinterpret_cast<VertexBufferInfo*>(uintptr_t(0x1000));  // never read
-    source->ownership |= MeshOwnsDeviceForm;
-    source->renderVertexCount = 3;
-    source->indices = Zeroed<uint16_t>(6);
-    for (uint16_t i = 0; i < 6; ++i) source->indices[i] = i;
-    source->groupCount = 2;
-    source->drawGroups = Zeroed<DrawGroup>(2);
-    for (int g = 0; g < 2; ++g)
-        source->drawGroups[g] = {&source->worldMatrix,
-                                 0,
-                                 3,
-                                 &source->faces[0][g].texture,
-                                 &source->faces[1][g].texture,
-                                 3,
-                                 source->indices + 3 * g};
-    CMesh* copy = source->Clone(nullptr, 0);
-    EXPECT_EQ(copy->vertexBuffer, source->vertexBuffer);
-    EXPECT_EQ(copy->indices, source->indices);
-    EXPECT_EQ(copy->ownership & MeshOwnsDeviceForm, 0u);
-    ASSERT_NE(copy->drawGroups, source->drawGroups);
-    EXPECT_EQ(copy->drawGroups[1].texture, &copy->faces[0][1].texture);
-    EXPECT_EQ(copy->drawGroups[1].texture2, &copy->faces[1][1].texture);
-    EXPECT_EQ(copy->drawGroups[1].groupIndices, source->indices + 3);
-    EXPECT_EQ(copy->drawGroups[0].world, &copy->worldMatrix);
-    delete copy;  // frees its own groups and leaves the buffer's indices to the source
-    EXPECT_EQ(source->indices[5], 5);
-    delete source;  // the owner frees indices and groups
 }
 
 // Each face carries its number in uv[0] of both layers and in its smoothing group, so a sort that

@@ -34,12 +34,6 @@ CTexture* RecordingLoader(const char* path) {
     return LoaderGives ? LoaderGives : CreateTextureFromFile(path);
 }
 
-Strings Folders(const PathList& list) {
-    Strings folders;
-    for (const PathNode* node = list.head; node; node = node->next) folders.push_back(node->value);
-    return folders;
-}
-
 class TextureLookup : public testing::Test {
 protected:
     void SetUp() override {
@@ -158,36 +152,6 @@ TEST_F(TextureLookup, WhatCannotBeFoundGivesThePatternUnderItsNameAndALogLine) {
                  "VELMORALoadTexture: Texture grass.tga.bak is an Invalid File Format");
 }
 
-TEST(PathList, HandlesCountUpAndTheOrderSurvivesRemoveAndInsert) {
-    DebugCapture capture;
-    PathList list;
-    list.Pop();
-    list.Remove(0);
-    EXPECT_EQ(list.InsertBefore("a", 0), -1);  // spends handle 0
-    EXPECT_EQ(capture.Pieces(), (Strings{"Attempting to pop from an empty stack.\n",
-                                         "Attempting to delete from an empty list.\n",
-                                         "Attempting to insert into an empty list.\n"}));
-    const int32_t a = list.Push("a");
-    list.Push("b");
-    const int32_t c = list.Push("c");
-    EXPECT_EQ(a * 10 + c, 13);
-    list.Remove(a);
-    list.Remove(99);  // no such handle
-    EXPECT_EQ(list.InsertBefore("x", list.head->id), 4);
-    EXPECT_EQ(list.InsertBefore("y", c), 5);  // before the last
-    EXPECT_EQ(Folders(list), (Strings{"x", "b", "y", "c"}));
-    list.Pop();
-    list.Remove(5);                            // from the middle
-    EXPECT_EQ(list.InsertBefore("z", 42), 6);  // nowhere to go: the handle is spent
-    EXPECT_EQ(Folders(list), (Strings{"x", "b"}));
-    EXPECT_EQ(list.Push("w"), 7);
-    capture.Clear();
-    list.Clear();
-    list.Clear();  // clearing an empty list is quiet
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_TRUE(capture.Pieces().empty());
-}
-
 TEST(PathList, FindFileTakesWindowsNamesAndNoPathLongerThanTheBuffer) {
     TempDir dir;
     std::filesystem::create_directories("Textures/Sub");
@@ -197,7 +161,7 @@ TEST(PathList, FindFileTakesWindowsNamesAndNoPathLongerThanTheBuffer) {
     WriteWholeFile(name, "x");
     PathList list;
     char out[PathBufferSize] = "untouched";
-    EXPECT_EQ(list.FindFile("grass.tga", out), 0);  // empty list
+    EXPECT_EQ(list.FindFile("grass.tga", out), 0);                  // empty list
     const std::string windowsFolder = dir.Path() + "\\Textures\\";  // the list keeps no copy
     list.Push(windowsFolder.c_str());
     list.Push(dir.Path().c_str());

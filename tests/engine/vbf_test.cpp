@@ -326,10 +326,9 @@ TEST_F(VbfTest, WriterTurnsFixedKeysIntoFloatsAndRefusesWhatTheReaderWouldNotTak
     const KeyAnimation* keys = Child(loaded, 1)->keyAnimation;
     ASSERT_NE(keys, nullptr);
     EXPECT_EQ(keys->form, uint32_t(KeyFormTable));
-    float values[12];
-    std::memcpy(values, static_cast<uint8_t*>(keys->frameData) + 4, sizeof values);
-    const float expected[12] = {1, 0, -0.5f, 0, 1, 0, 1.0f / 2048, 0, 1, 1, -0.5f, 3.0f / 256};
-    for (int i = 0; i < 12; ++i) EXPECT_EQ(values[i], expected[i]) << i;
+    const float* values = reinterpret_cast<const float*>(static_cast<char*>(keys->frameData) + 4);
+    EXPECT_EQ(std::vector<float>(values, values + 12),
+              (std::vector<float>{1, 0, -0.5f, 0, 1, 0, 1.0f / 2048, 0, 1, 1, -0.5f, 3.0f / 256}));
 
     std::vector<uint8_t> image;
     CMesh unnamed(nullptr), halfFrames(nullptr), deep(nullptr);
@@ -398,46 +397,42 @@ TEST_F(VbfTest, TextureEntriesLoadOncePerEntryAndFacesResolveToThem) {
     EXPECT_EQ(faces[3].uv[5], 1.25f);
 }
 
-TEST_F(VbfTest, VertexAnimationNeedsTwoKeysAndCutsUnpackedFrames) {
-    Vbf file = Plain().Object(6, VBFSectionVertexAnimation, 0, 0, "still");
+// Vertex animations need two keys, and an unpacked one cuts the vertices into frames; key records
+// merge by frame, and an empty list leaves no animation.
+TEST_F(VbfTest, AnimationsOfHandMadeLayouts) {
+    const uint32_t VA = VBFSectionVertexAnimation, KA = VBFSectionKeyAnimation;
+    Vbf file = Plain().Object(6, VA, 0, 0, "still");
     for (int i = 0; i < 6; ++i) file.Vertex(float(i));
-    file.U32({10, 0, 1, 0});  // one key: no animation
-    file.Object(300, VBFSectionVertexAnimation, 0, 0, "moving");
+    file.U32({10, 0, 1, 0}).Object(300, VA, 0, 0, "moving");  // one key: no animation
     for (int i = 0; i < 300; ++i) file.Vertex(float(i));
-    file.U32({6, 0, 3, 1, 2, 4});
-    file.Object(2, VBFSectionVertexAnimation, 0, 0, "packed").Vertex(0).Vertex(1);
+    file.U32({6, 0, 3, 1, 2, 4}).Object(2, VA, 0, 0, "packed").Vertex(0).Vertex(1);
     file.U32({4, 0xFFFFFFFF, 2, 1, 3, 4, 4});  // 4 fraction bits, 4 records, no table
     for (int i = 0; i < 16; ++i) file.Raw(std::string("\x10\x00", 2));
-    ASSERT_TRUE(Load(file.End()));
-    EXPECT_EQ(Child(root, 2)->vertexAnimation, nullptr);
-    EXPECT_EQ(Child(root, 2)->vertexCount, 6);
-    const VertexAnimation* shape = Child(root, 1)->vertexAnimation;
-    ASSERT_NE(shape, nullptr);
-    EXPECT_EQ(Child(root, 1)->vertexCount, 100);
-    EXPECT_EQ(shape->totalVertices, 300u);
-    MeshVertex* base = static_cast<MeshVertex*>(shape->frameData);
-    const MeshVertex* table[6] = {nullptr, base, base + 100, base + 100, base + 200, base + 200};
-    for (int f = 0; f < 6; ++f) EXPECT_EQ(shape->frameTable[f], table[f]) << f;  // 0: before a key
-
-    const VertexAnimation* packed = Child(root, 0)->vertexAnimation;
-    ASSERT_NE(packed, nullptr);
-    EXPECT_EQ(Child(root, 0)->vertexCount, 2);
-    EXPECT_EQ(packed->flags, VertexAnimationOwnsArrays | VertexAnimationPacked | 4u << 24);
-    EXPECT_EQ(packed->totalVertices, 4u);
-    const uint8_t* data = static_cast<const uint8_t*>(packed->frameData);
-    EXPECT_EQ(std::tie(packed->frameTable[0], packed->frameTable[2], packed->frameTable[3]),
-              std::make_tuple(nullptr, data, data + 16));
-}
-
-TEST_F(VbfTest, KeyRecordsMergeByFrameAndAnEmptyListLeavesNoAnimation) {
     Quaternion q{0.5f, 0.1f, 0.2f, 0.3f};
-    Vbf file = Plain().Object(0, VBFSectionKeyAnimation, 0, 0, "none").U32({9, 0});
-    file.Object(0, VBFSectionKeyAnimation, 0, 0, "keys", 7.0).U32({9, 4});
+    file.Object(0, KA, 0, 0, "none").U32({9, 0}).Object(0, KA, 0, 0, "keys", 7.0).U32({9, 4});
     file.U32({9 | VBFKeyTranslation}).F32(9).F32(9).F32(9);
     file.U32({5 | VBFKeyRotation}).F32(q.x).F32(q.y).F32(q.z).F32(q.s);
     file.U32({5 | VBFKeyTranslation}).F32(1).F32(2).F32(3);
     file.U32({2 | VBFKeyScale | VBFKeyTranslation}).F32(2).F32(2).F32(2).F32(0).F32(0).F32(0);
     ASSERT_TRUE(Load(file.End()));
+    EXPECT_EQ(Child(root, 4)->vertexAnimation, nullptr);
+    EXPECT_EQ(Child(root, 4)->vertexCount, 6);
+    const VertexAnimation* shape = Child(root, 3)->vertexAnimation;
+    ASSERT_NE(shape, nullptr);
+    EXPECT_EQ(Child(root, 3)->vertexCount, 100);
+    EXPECT_EQ(shape->totalVertices, 300u);
+    MeshVertex* base = static_cast<MeshVertex*>(shape->frameData);
+    const MeshVertex* table[6] = {nullptr, base, base + 100, base + 100, base + 200, base + 200};
+    for (int f = 0; f < 6; ++f) EXPECT_EQ(shape->frameTable[f], table[f]) << f;  // 0: before a key
+    const VertexAnimation* packed = Child(root, 2)->vertexAnimation;
+    ASSERT_NE(packed, nullptr);
+    EXPECT_EQ(Child(root, 2)->vertexCount, 2);
+    EXPECT_EQ(packed->flags, VertexAnimationOwnsArrays | VertexAnimationPacked | 4u << 24);
+    EXPECT_EQ(packed->totalVertices, 4u);
+    const uint8_t* data = static_cast<const uint8_t*>(packed->frameData);
+    EXPECT_EQ(std::tie(packed->frameTable[0], packed->frameTable[2], packed->frameTable[3]),
+              std::make_tuple(nullptr, data, data + 16));
+
     EXPECT_EQ(Child(root, 1)->keyAnimation, nullptr);
     EXPECT_EQ(Child(root, 1)->features & MeshFeatureKeyAnimation, 0);
     const KeyAnimation* keys = Child(root, 0)->keyAnimation;
@@ -446,8 +441,7 @@ TEST_F(VbfTest, KeyRecordsMergeByFrameAndAnEmptyListLeavesNoAnimation) {
     EXPECT_EQ(std::tie(keys->keys[0].time, keys->keys[1].time, keys->keys[2].time),
               std::make_tuple(2.0f, 5.0f, 9.0f));
     const AnimationKey& five = keys->keys[1];
-    ASSERT_NE(five.rotation, nullptr);
-    ASSERT_NE(five.translation, nullptr);
+    ASSERT_TRUE(five.rotation && five.translation);
     EXPECT_EQ(five.scale, nullptr);
     EXPECT_EQ(std::memcmp(five.rotation, &q, sizeof q), 0);  // s first in memory
     EXPECT_EQ(five.translation->z, 3.0f);
