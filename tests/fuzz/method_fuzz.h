@@ -8,14 +8,11 @@
 #include <cstring>
 #include <vector>
 
-using ExpandFunction = bool (*)(const uint8_t*, uint8_t*, uint32_t*, uint32_t, uint32_t);
-using CompressFunction = uint32_t (*)(const uint8_t*, uint8_t*, uint32_t, uint32_t, int32_t);
-
 // The claim is the entry's first word, so a decoder that checks it gets past the check; above
-// 1 MB it is cut to its low 20 bits. packedOk judges the compressor's output length. Exact-size heap blocks
-// let the sanitizer see a write past the claim.
-inline int FuzzMethod(const uint8_t* data, size_t size, ExpandFunction expand, CompressFunction compress,
-                      int32_t level, bool (*packedOk)(uint32_t, uint32_t)) {
+// 1 MB it is cut to its low 20 bits. Blocks of exact size let the sanitizer see a write past them.
+template <typename Expand, typename Compress, typename SizeOk>
+int FuzzMethod(const uint8_t* data, size_t size, Expand expand, Compress compress, int32_t level,
+               SizeOk packedOk) {
     if (size > UINT32_MAX / 4) return 0;
     const uint32_t stored = uint32_t(size);
     uint32_t claimed = 0, sizeOut = 0;
