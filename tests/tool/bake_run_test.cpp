@@ -1,13 +1,34 @@
+// Batch runs as the front ends drive them: OpenBatchFile, then BakeMap, in a start directory of
+// their own with every global the run touches put back afterwards. Maps are 4 by 4 cells of flat
+// ground at TextureSize 256 under an overhead light, so a texel inside is 0 and one outside is
+// 255 - Ambient.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "platform/debug/debug_output.h"
-#include "tests/tool/bake_run_fixture.h"
+#include "base/diagnostics.h"
+#include "engine/mesh/mesh.h"
+#include "engine/texture/texture.h"
+#include "platform/crt/paths.h"
+#include "tests/support/bake_fixture.h"
+#include "tests/support/temp_dir.h"
+#include "tool/bake/message_log.h"
+#include "tool/bake/progress.h"
+#include "tool/bake/shadow_settings.h"
+#include "tool/maps/map_chunks.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
+#include "tool/run/batch_file.h"
 
 namespace fs = std::filesystem;
+
+namespace {
 
 TEST(MapType, LetterIsTheThirdCharacterFromTheFirstDot) {
     // The first dot of the whole path counts; nothing behind it, or no dot, gives no letter.
@@ -19,91 +40,183 @@ TEST(MapType, LetterIsTheThirdCharacterFromTheFirstDot) {
     for (const auto& [path, letter] : rows) EXPECT_EQ(MapTypeLetter(path), letter) << path;
 }
 
-class BakeRun : public BakeRunFixture {};
+// Errors are recorded and the handler returns, so a run that raises one goes on as the tool's
+// own handlers let it.
+std::vector<std::string> RecordedErrors;
 
-// A single map is typed by its file's extension, whatever dots its folders hold, and sized by its
-// file's chunks; a file that is no map is refused, and the map size of the settings stays.
-TEST_F(BakeRun, MapsAreTypedByTheirExtensionAndSizedByTheirChunks) {
-    const std::vector<uint8_t> good = MakeMapChunks(8, 8), small = MakeMapChunks(4, 2), none, gone;
-    const std::vector<uint8_t> cut = {0x02, 0, 0, 0xA0, 8, 0, 0, 0, 4, 0, 0, 0, 4, 0, 0, 0};
-    const std::tuple<const char*, const std::vector<uint8_t>*, int, int, const char*> rows[] = {
-        // map, chunks (null: a header cut short; &gone: no file), cells baked (0: refused), error
-        {"upper/TEST.VBF", &good, 8, 8, nullptr},
-        {"v1.0/test.vbf", &good, 8, 8, nullptr},
-        {"small/test.vbf", &small, 4, 2, nullptr},
-        {"x.vb/test.vaf", &good, 0, 0, nullptr},  // binary bytes under a text map's name
-        {"maps/test", &good, 0, 0, "Load File - Invalid file extension on maps/test\n"},
-        {"none/test.vbf", &none, 0, 0, nullptr},
-        {"cut/test.vbf", &cut, 0, 0, nullptr},  // no end chunk
-        {"junk/test.vbf", nullptr, 0, 0, nullptr},
-        {"gone/test.vbf", &gone, 0, 0, nullptr},
-    };
-    for (const auto& [path, chunks, x, y, error] : rows) {
-        SCOPED_TRACE(path);
-        if (!chunks) {
-            fs::create_directories(dir.File("junk"));
-            WriteWholeFile(dir.File(path), std::string("\1\0\0", 3));
-        } else if (chunks != &gone) {
-            WriteMap(path, *chunks);
-        }
+class BakeRun : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ShadowSettings = DefaultShadowSettings();
+        ShadowSettings.TextureSize = 256;
+        ShadowSettings.Light = {0, 1, 0};
+        MessageLogClear();
         RecordedErrors.clear();
-        ShadowSettings.MapCellsX = 5, ShadowSettings.MapCellsY = 7;
-        BakeRunResult result = Run(path);
-        EXPECT_EQ(std::make_pair(result.baked, result.failed),
-                  std::make_pair(x ? 1 : 0, x ? 0 : 1));
-        EXPECT_EQ(RecordedErrors,
-                  error ? std::vector<std::string>{error} : std::vector<std::string>{});
-        EXPECT_EQ(Refused(path), !x && !error);
-        EXPECT_EQ(std::make_pair(ShadowSettings.MapCellsX, ShadowSettings.MapCellsY),
-                  x ? std::make_pair(x, y) : std::make_pair(5, 7));
-        std::string file = Read(fs::path(path).parent_path() / "texture.dat");
-        EXPECT_EQ(file.size(), x ? 65536u : 0);
-        if (x) {  // lit inside the map; never sampled beyond it, so Ambient 128
-            EXPECT_EQ(std::make_tuple(Byte(file, y - 1, x - 1), Byte(file, y, 0), Byte(file, 0, x)),
-                      std::make_tuple(0, 127, 127));
+        previousHandler = CorvaneSetErrorHandler([](uint32_t code, const char* text) {
+            EXPECT_EQ(code, uint32_t(CorvaneCodeError));
+            RecordedErrors.push_back(text ? text : "");
+        });
+        std::snprintf(StartDirectory, sizeof StartDirectory, "%s", dir.Path().c_str());
+        for (const char* map : {"a/test.vbf", "b/test.vbf", "c/test.vbf"})
+            WriteMap(map, MakeMapChunks(4, 4));
+        WriteWholeFile(dir.File("ten.ssf"), "AMBIENT 10 LIGHT 0 1 0");
+        WriteWholeFile(dir.File("twenty.ssf"), "AMBIENT 20 LIGHT 0 1 0");
+    }
+    void TearDown() override {
+        CorvaneSetErrorHandler(previousHandler);
+        SetProgressHooks(nullptr);
+        ClearCancel();
+        FreeJobList();
+        BatchMode = 0;
+        MessageLogClear();
+        ShadowSettings = DefaultShadowSettings();
+        StartDirectory[0] = '\0';
+        _chdir(dir.Path().c_str());  // the temporary directory then takes the test back
+    }
+
+    // A map file holding what geometry adds under the root (flat ground over 8 cells by default)
+    // and the given user data, none if empty.
+    void WriteMap(const std::string& path, const std::vector<uint8_t>& userData,
+                  const std::function<void(CMesh*)>& geometry = nullptr) {
+        fs::create_directories(fs::path(dir.File(path)).parent_path());
+        CMesh root(nullptr);
+        geometry ? geometry(&root) : void(FlatGround(&root, 256.0f));
+        ASSERT_TRUE(root.SaveVBF(dir.File(path).c_str(),
+                                 userData.empty() ? nullptr : userData.data(),
+                                 uint32_t(userData.size())));
+    }
+    // Runs the batch through BakeMap on a 260-byte buffer. Whatever became of the maps, the run
+    // ends in the start directory with its scene and maps gone.
+    BakeRunResult RunBatch(const std::string& text) {
+        WriteWholeFile(dir.File("jobs.bat"), text);
+        OpenBatchFile("jobs.bat");
+        char buffer[_MAX_PATH] = "";
+        BakeRunResult result = BakeMap(buffer, 0);
+        ranMapPath = buffer;
+        EXPECT_TRUE(fs::equivalent(fs::current_path(), StartDirectory));
+        EXPECT_TRUE(!Scene && !SceneRoot && !MapMesh && !ViewerMesh && !ShadowTexture);
+        return result;
+    }
+    std::string Read(const std::string& path) const { return ReadWholeFile(dir.File(path)); }
+    std::vector<std::string> Listing(const std::string& folder) const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(dir.File(folder)))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    static int Byte(const std::string& file, int row, int column) {
+        size_t at = size_t(row) * 256 + size_t(column);
+        return at < file.size() ? uint8_t(file[at]) : -1;
+    }
+    // Whether a line of the message log starts with start and ends with end.
+    static bool Logged(const std::string& start, const std::string& end = "") {
+        for (int i = 0; i < MessageLogCount(); ++i) {
+            std::string line = MessageLogLine(i);
+            if (line.size() >= start.size() + end.size() && line.rfind(start, 0) == 0 &&
+                line.compare(line.size() - end.size(), end.size(), end) == 0)
+                return true;
+        }
+        return false;
+    }
+
+    std::string ranMapPath;  // the map path buffer as BakeMap left it
+    TempDir dir;
+    CorvaneErrorHandler previousHandler = nullptr;
+};
+
+// A name that would be cut, or an output name that reaches out of its map's folder, refuses its
+// job in its turn, naming the list, the line and the word; the script of a refused job is not read.
+TEST_F(BakeRun, JobsWithNamesThatCannotBeTakenAsTheyStandAreRefused) {
+    const std::string longest(259, 'm'), overlong(260, 'm');
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        // map, output name, refusal (empty: the job runs)
+        {longest, "sub/./out.dat", ""},
+        {"m", "a/../out.dat", ""},
+        {overlong, "out.dat", "jobs.bat line 2: the map mmmm"},
+        {overlong, "out.dat", "mmm... is longer than 259 characters"},
+        {"m", overlong, "jobs.bat line 2: the output name mmmm"},
+        {"m", "../../escaped.dat", "jobs.bat line 2: the output name ../../escaped.dat climbs out"},
+        {"m", "a/../../x.dat", "climbs out of the map's folder"},
+        {"m", "./../x.dat", "climbs out of the map's folder"},
+        {"m", "sub\\..\\..\\x.dat", "climbs out of the map's folder"},
+        {"m", "/tmp/x.dat", "jobs.bat line 2: the output name /tmp/x.dat is absolute"},
+        {"m", "C:x.dat", "is absolute"},
+        {"m", "sub/..", "names no file in the map's folder"},
+    };
+    for (const auto& [mapName, outputName, refusal] : rows) {
+        ShadowSettings.Ambient = 0;
+        WriteWholeFile(dir.File("jobs.bat"), "\n" + mapName + "\n " + outputName + "\n\nten.ssf");
+        ASSERT_EQ(OpenBatchFile("jobs.bat"), 1);
+        char map[260], output[260];
+        TakenJob job = TakeNextJob(map, sizeof map, output, sizeof output);
+        EXPECT_TRUE(job.last);
+        EXPECT_NE(job.refusal.find(refusal), std::string::npos)
+            << outputName << ": " << job.refusal;
+        EXPECT_EQ(job.refusal.empty(), refusal.empty()) << outputName;
+        EXPECT_EQ(ShadowSettings.Ambient, refusal.empty() ? 10 : 0) << outputName;
+        if (refusal.empty()) {
+            EXPECT_EQ(std::string(map) + " " + output, mapName + " " + outputName);
         }
     }
-    EXPECT_FALSE(Exists("texture.dat"));
-}
-
-TEST_F(BakeRun, LightDescriptionIsCopiedFromTheLitFolderOrNone) {
-    if (dir.Path().find('.') != std::string::npos) GTEST_SKIP() << "a dot in the temporary path";
-    WriteMap("maps/test.vbf", MakeMapChunks(8, 8));
-    WriteWholeFile(dir.File("resource.cfg"), "LIT lights\n");
-    fs::create_directories(dir.File("lights"));
-    WriteWholeFile(dir.File("lights/noon.lit"), "the light at noon");
-    WriteWholeFile(dir.File("noon.lit"), "not in the LIT folder");
-    Resources = new ResourceManager(dir.File("resource.cfg").c_str());
-    // The old description goes first, so one that can't be copied leaves none.
-    for (const char* lit : {"noon.lit", "", "missing.lit", "../lights/noon.lit"}) {
-        WriteWholeFile(dir.File("maps/test.lit"), "older");
-        std::snprintf(ShadowSettings.LitFile, sizeof ShadowSettings.LitFile, "%s", lit);
-        EXPECT_EQ(Run("maps/test.vbf").baked, 1);
-        EXPECT_EQ(Read("maps/test.lit"), lit == std::string("noon.lit") ? "the light at noon" : "")
-            << "LitFile '" << lit << "'";
-    }
-}
-
-// An animated bake writes numbered files of the map's part (8 by 4 texels here), one callback and
-// one debug line per frame, and counts as one map. A frame's name loses the last four characters
-// of the output name, however short.
-TEST_F(BakeRun, EachFrameGetsNumberedFilesOfTheMapsPart) {
-    WriteMap("anim/test.vbf", MakeMapChunks(8, 4));
-    WriteWholeFile(dir.File("two.ssf"), "ANIMATED 2 LIGHT 0 1 0 HEIGHTDATA");
-    WriteWholeFile(dir.File("jobs.bat"),
-                   "anim/test.vbf frames.bin two.ssf anim/test.vbf ab two.ssf");
+    // Buffers smaller than the run's refuse rather than cut.
+    WriteWholeFile(dir.File("jobs.bat"), "mm/a.vbf out.dat ten.ssf m/a.vbf out.dat ten.ssf");
     OpenBatchFile("jobs.bat");
-    DebugCapture capture;
-    EXPECT_EQ(Run("").baked, 2);
-    EXPECT_EQ(BakedNames,
-              (std::vector<std::string>{"0.dat", "1.dat", "frames0.dat", "frames1.dat"}));
-    EXPECT_EQ(Listing("anim"),
-              (std::vector<std::string>{"0.dah", "0.dat", "1.dah", "1.dat", "frames0.dah",
-                                        "frames0.dat", "frames1.dah", "frames1.dat", "test.vbf"}));
-    EXPECT_EQ(Read("anim/frames1.dat"), std::string(32, '\0'));  // all lit, rows cut to 8 texels
-    EXPECT_EQ(Read("anim/frames1.dah"), std::string(8 * 4 * 4, '\0'));  // the flat ground at 0
-    int frames = 0;
-    for (const std::string& piece : capture.Pieces())
-        frames += piece == "FRAME: " + std::to_string(frames % 2) + "\n";
-    EXPECT_EQ(frames, 4);
+    char map[8], output[260];
+    EXPECT_EQ(TakeNextJob(map, sizeof map, output, sizeof output).refusal, "");
+    EXPECT_STREQ(map, "m/a.vbf");
+    EXPECT_EQ(TakeNextJob(map, sizeof map, output, sizeof output).refusal,
+              "the job's names are too long for the run");
 }
+
+// Each job bakes with its own name and script beside its map, and a job whose script is missing
+// with the settings before it. A map without a size, a missing one, a texture that is no TGA (fatal
+// to the engine's reader) and a negative frame count end only their own job, and leave the map
+// size alone. A frame's name loses the last four characters of the output name, however short.
+TEST_F(BakeRun, EachJobBakesWithItsOwnNameAndScriptAndBadJobsEndOnlyThemselves) {
+    WriteMap("nosize/test.vbf", {});
+    WriteWholeFile(dir.File("negative.ssf"), "ANIMATED -1");
+    WriteWholeFile(dir.File("frames.ssf"), "ANIMATED 2 AMBIENT 20");
+    CTexture* bitmap = CreateTexture(2, 2, 0x8888);
+    bitmap->SetName("wall.bmp");
+    WriteMap("bmp/test.vbf", MakeMapChunks(4, 4), [&](CMesh* root) {
+        CMesh* ground = FlatGround(root, 256.0f);
+        for (uint32_t f = 0; f < ground->faceCount[0]; ++f) ground->faces[0][f].texture = bitmap;
+    });
+    FreeTexture(bitmap);
+    BakeRunResult result = RunBatch(
+        "a/test.vbf one.dat ten.ssf\nnosize/test.vbf x.dat ten.ssf\ngone/test.vbf x.dat ten.ssf\n"
+        "b/test.vbf two.dat missing.ssf\nbmp/test.vbf x.dat twenty.ssf\n"
+        "c/test.vbf x.dat negative.ssf\nc/test.vbf ab frames.ssf\n");
+    EXPECT_EQ(std::make_pair(result.baked, result.failed), std::make_pair(3, 4));
+    EXPECT_EQ(ranMapPath, "a/test.vbf");  // the buffer holds the last job's map
+    EXPECT_EQ(BatchMode, 1);              // a batch ends the program, so it stays set
+    for (const char* map : {"nosize/test.vbf", "gone/test.vbf", "c/test.vbf"})
+        EXPECT_TRUE(Logged("***** MAP REFUSED " + std::string(map) + ": ", " *****")) << map;
+    EXPECT_TRUE(Logged("***** MAP REFUSED bmp/test.vbf: VELMORALoadTexture: ",
+                       "wall.bmp is an Invalid File Format *****"));
+    EXPECT_TRUE(RecordedErrors.empty());
+    EXPECT_EQ(Byte(Read("a/one.dat"), 0, 0), 0);
+    EXPECT_EQ(Byte(Read("a/one.dat"), 5, 5), 245);
+    EXPECT_EQ(Byte(Read("b/two.dat"), 5, 5), 235);      // the script of the job before
+    EXPECT_EQ(Read("c/1.dat"), std::string(16, '\0'));  // the map's 4 by 4 texels, all lit
+    EXPECT_EQ(Listing("c"), (std::vector<std::string>{"0.dat", "1.dat", "test.vbf"}));
+    for (const char* folder : {"nosize", "bmp"})
+        EXPECT_EQ(Listing(folder), std::vector<std::string>{"test.vbf"}) << folder;
+    EXPECT_EQ(ShadowSettings.MapCellsX, 4);
+}
+
+TEST_F(BakeRun, CancelStopsThePassAndTheJobsBehindIt) {
+    ProgressHooks hooks = {[](int) { RequestCancel(); }, nullptr, nullptr};
+    SetProgressHooks(&hooks);
+    BakeRunResult result = RunBatch("a/test.vbf one.dat ten.ssf b/test.vbf two.dat ten.ssf");
+    EXPECT_EQ(result.baked, 0);
+    EXPECT_EQ(result.failed, 1);
+    EXPECT_TRUE(Logged("MAP: b/test.vbf"));
+    EXPECT_FALSE(Logged("MAP: a/test.vbf"));
+    EXPECT_EQ(Listing("b"), std::vector<std::string>{"test.vbf"});
+    ASSERT_NE(JobList, nullptr);  // left for the fixture to free
+    EXPECT_STREQ(JobList->Map, "a/test.vbf");
+}
+
+}  // namespace
