@@ -89,7 +89,8 @@ TEST_F(BakeCli, PreviewsAndFramesShowTheMapsPart) {
     ASSERT_TRUE(MakeMap("m", 8));
     ASSERT_TRUE(MakeMap("tiny", 2));
     WriteWholeFile("frames.ssf", "HEIGHTDATA\nANIMATED 2\n");
-    ToolRun run = RunBake("m --texture-size 256 --script frames.ssf --out shade.dat --png new/m.png --png-beside");
+    ToolRun run =
+        RunBake("m --texture-size 256 --script frames.ssf --out shade.dat --png new/m.png --png-beside");
     ASSERT_EQ(run.status, 0) << run.output;
     for (const std::string name : {"m/shade0", "m/shade1"}) {
         EXPECT_EQ(ReadWholeFile(name + ".dah").size(), 8u * 8u * 4u);
@@ -126,7 +127,8 @@ TEST_F(BakeCli, ScriptByPathOrByNameInTheLitFolder) {
     EXPECT_FALSE(fs::exists("m/test.lit"));
     for (const char* name : {"k=dusk", "k=dusk.ssf"}) {
         fs::remove("m/texture.dat");
-        ToolRun run = RunBake(std::string("m --texture-size 256 --config conf/resource.cfg --script ") + name);
+        ToolRun run =
+            RunBake(std::string("m --texture-size 256 --config conf/resource.cfg --script ") + name);
         ASSERT_EQ(run.status, 0) << run.output;
         EXPECT_EQ(ReadWholeFile("m/texture.dat"), dusk) << name;
         EXPECT_EQ(ReadWholeFile("m/test.lit"), "dusk light\n") << name;
@@ -156,7 +158,8 @@ TEST(MkmapCli, TheSeedAloneDecidesTheBytes) {
     ASSERT_TRUE(MakeMap("again", 6, 7) && MakeMap("other", 6, 8));
     for (const char* name : {"test.vbf", "textures/grass.tga", "textures/rock.tga", "textures/wall.tga",
                              "textures/roof.tga", "textures/wood.tga"})
-        EXPECT_EQ(ReadWholeFile(std::string("again/") + name), ReadWholeFile(std::string("out/a/") + name)) << name;
+        EXPECT_EQ(ReadWholeFile(std::string("again/") + name), ReadWholeFile(std::string("out/a/") + name))
+            << name;
     EXPECT_NE(ReadWholeFile("other/test.vbf"), ReadWholeFile("again/test.vbf"));
     ASSERT_EQ(RunTool(TENEBRIX_MKMAP, Words("b --cells 4 --no-textures --one-mesh")).status, 0);
     EXPECT_FALSE(ReadWholeFile("b/test.vbf").empty());

@@ -125,7 +125,8 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
     ASSERT_TRUE(MakeMap("locked", 4));
     fs::permissions("locked", fs::perms(0555));
 
-    const std::string d = dir.Path() + "/", refused = "***** MAP REFUSED " + d, unread = ": the map could not be read";
+    const std::string d = dir.Path() + "/", refused = "***** MAP REFUSED " + d,
+                      unread = ": the map could not be read";
     std::vector<std::pair<std::string, std::string>> cases = {
         {"nowhere", "error: " + d + "nowhere: no such file or directory"},
         {"nowhere --quiet", "error: " + d + "nowhere: no such file or directory"},
@@ -137,14 +138,19 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
         {"bare/test.vbf", refused + "bare/test.vbf: the map has no user data, so no map size *****"},
         {"unended", refused + "unended/test.vbf: the user data ends without the end chunk 0xA0000000"},
         {"kind", refused + "kind/test.vbf: VELMORALoadVBF: invalid header *****"},
-        {"m --script words.ssf", "error: " + d + "words.ssf: no key of a shadow script in it (7 other words)"},
-        {"m --script missing.ssf", "error: script missing.ssf not found; looked for:\n  " + d + "missing.ssf\n"},
+        {"m --script words.ssf",
+         "error: " + d + "words.ssf: no key of a shadow script in it (7 other words)"},
+        {"m --script missing.ssf",
+         "error: script missing.ssf not found; looked for:\n  " + d + "missing.ssf\n"},
         {"m --config conf/resource.cfg --script dawn", "error: script dawn not found; looked for:\n  " + d +
-                                                           "conf/dawn\n  " + d + "conf/lit/dawn\n  " + d + "conf/lit/dawn.ssf\n"},
-        {"m --out no/such/f.dat", refused + "m/test.vbf: no/such/f.dat could not be written in the map's folder"},
-        {"m -q --out x/y.dat", refused + "m/test.vbf: x/y.dat could not be written in the map's folder *****"},
+                                                           "conf/dawn\n  " + d + "conf/lit/dawn\n  " + d +
+                                                           "conf/lit/dawn.ssf\n"},
+        {"m --out no/such/f.dat",
+         refused + "m/test.vbf: no/such/f.dat could not be written in the map's folder"},
+        {"m -q --out x/y.dat",
+         refused + "m/test.vbf: x/y.dat could not be written in the map's folder *****"},
         {"m --out taken.dat", refused + "m/test.vbf: taken.dat could not be written"},
-        {"m --out " + overlong, "error: --out ./././"},
+        {"m --out " + overlong, "error: --out " + overlong + ": the name is longer than 259 characters"},
         {"--batch empty.bat", "error: " + d + "empty.bat: no job in the batch"},
         {"--batch none.bat", "error: " + d + "none.bat: no job in the batch"},
         {"--batch short.bat", "error: " + d + "short.bat: no job in the batch"},

@@ -31,9 +31,11 @@ TEST(HeightMap, SamplesBecomeHeightsWithTheTopRowAtTheFarEdge) {
         {"grid.r16", RawSampleFormat::Auto, 3, {65534, 5, 300, 7, 0, 65535}},  // uint16
         {"grid.f32", RawSampleFormat::Auto, 3, {0.25f, -1.5f, 2, 3, 4, 1e3f}}};
     for (const auto& [file, format, width, expected] : cases) {
-        ImportResult result = Import({.inputs = {file}, .mapFolder = "out", .placement = {},
-                                      .heightMap = {.heightScale = 0.125, .rawWidth = 3, .rawHeight = 2,
-                                                    .rawFormat = format}});
+        ImportResult result =
+            Import({.inputs = {file},
+                    .mapFolder = "out",
+                    .placement = {},
+                    .heightMap = {.heightScale = 0.125, .rawWidth = 3, .rawHeight = 2, .rawFormat = format}});
         ASSERT_TRUE(result.written && result.errors == 0) << result.messages;
         LoadedMap map("out");
         EXPECT_EQ(map.faceTextures.size(), (width - 1) * (expected.size() / width - 1) * 2) << file;
@@ -82,8 +84,8 @@ TEST(ChunkTree, FacesGoToTheChunkOfTheirCentroidInMeshesOfSixteenBitIndices) {
     EXPECT_GE(parts["chunk_0_0"], 2);
     std::map<std::string, int> nodes;
     for (const CEntity* node = map.root.firstChild; node; node = node->nextSibling) ++nodes[node->name];
-    EXPECT_EQ(nodes, (std::map<std::string, int>{{"chunk_0_0", 1}, {"chunk_0_1", 1}, {"chunk_1_0", 1},
-                                                 {"chunk_1_1", 1}}));
+    EXPECT_EQ(nodes, (std::map<std::string, int>{
+                         {"chunk_0_0", 1}, {"chunk_0_1", 1}, {"chunk_1_0", 1}, {"chunk_1_1", 1}}));
 }
 
 // A right-handed z-up source (x east, y north, z up), as GIS and CAD files are: a block 10 east,
@@ -95,8 +97,10 @@ TEST(Placement, ZUpSourcesStandUpWithNorthAtTheMapsFarEdge) {
     for (int i = 0; i < 8; ++i)
         obj += std::string("v ") + (i & 1 ? "10 " : "0 ") + (i & 2 ? "20 " : "0 ") + (i & 4 ? "30\n" : "0\n");
     obj += "v 9 19 30\nv 10 19 30\nv 10 20 31\n";
-    WriteWholeFile("block.obj", obj + "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 3 7 8 4\nf 1 5 7 3\nf 2 4 8 6\nf 9 10 11\n");
-    ImportResult result = Import({.inputs = {"block.obj"}, .mapFolder = "map", .placement = {.up = UpAxis::Z}, .heightMap = {}});
+    WriteWholeFile("block.obj",
+                   obj + "f 1 3 4 2\nf 5 6 8 7\nf 1 2 6 5\nf 3 7 8 4\nf 1 5 7 3\nf 2 4 8 6\nf 9 10 11\n");
+    ImportResult result = Import(
+        {.inputs = {"block.obj"}, .mapFolder = "map", .placement = {.up = UpAxis::Z}, .heightMap = {}});
     ASSERT_TRUE(result.written) << result.messages;
     EXPECT_THAT(result.messages, Not(HasSubstr("turned")));
     EXPECT_THAT(result.messages, HasSubstr("no normals in the source; smooth normals made"));
@@ -116,8 +120,10 @@ TEST(Placement, FitMarginAndGround) {
     ObjWriter obj;
     obj.Box({-3, 1, -2}, {2, 3, 0.5f});  // 5 wide, 2.5 deep, off the origin
     obj.Save("small.obj");
-    ImportResult result = Import({.inputs = {"small.obj"}, .mapFolder = "map",
-                                  .placement = {.fitCells = 10, .marginCells = 2, .ground = true}, .heightMap = {}});
+    ImportResult result = Import({.inputs = {"small.obj"},
+                                  .mapFolder = "map",
+                                  .placement = {.fitCells = 10, .marginCells = 2, .ground = true},
+                                  .heightMap = {}});
     ASSERT_TRUE(result.written) << result.messages;
     EXPECT_DOUBLE_EQ(result.summary.placement.scale, 64.0);
     LoadedMap map("map");
@@ -127,7 +133,9 @@ TEST(Placement, FitMarginAndGround) {
     EXPECT_EQ(map.Bounds(), (std::vector<float>{0, 64, -288, 448, 192, 0}));
     for (float x : {1.0f, 60.0f, 447.0f}) EXPECT_FLOAT_EQ(map.GroundAt(x, -250.0f), 64.0f) << x;
     EXPECT_FLOAT_EQ(map.GroundAt(100.0f, -100.0f), 192.0f);
-    ASSERT_TRUE(Import({.inputs = {"small.obj"}, .mapFolder = "scaled", .placement = {.scale = 64}, .heightMap = {}}).written);
+    ASSERT_TRUE(
+        Import({.inputs = {"small.obj"}, .mapFolder = "scaled", .placement = {.scale = 64}, .heightMap = {}})
+            .written);
     EXPECT_EQ(LoadedMap("scaled").Bounds(), (std::vector<float>{0, 64, -160, 320, 192, 0}));
 }
 
@@ -136,7 +144,8 @@ TEST(Placement, MapsThatDontFitAreRefusedAndHighModelsAreLowered) {
     ObjWriter obj, high;
     obj.Box({0, 0, -10}, {10, 1, 0});
     obj.Save("slab.obj");
-    ImportRequest big = {.inputs = {"slab.obj"}, .mapFolder = "map", .placement = {.scale = 820}, .heightMap = {}};
+    ImportRequest big = {
+        .inputs = {"slab.obj"}, .mapFolder = "map", .placement = {.scale = 820}, .heightMap = {}};
     ImportResult refused = Import(big);  // 8200 units: 257 cells
     EXPECT_FALSE(refused.written);
     EXPECT_THAT(refused.messages, HasSubstr("a map has at most 256 x 256 cells"));
@@ -170,14 +179,21 @@ TEST(Winding, FacesAreTurnedWhereTheSourceShowsThemWrong) {
     // A room modelled from inside, its normals pointing in too: from above, the ray passes the
     // ceiling's back and finds the floor.
     room.Box({0, 0, -40}, {40, 20, 0}, true, true);
-    const std::vector<std::tuple<const ObjWriter*, std::vector<std::string>, std::vector<float>, float>> cases = {
-        {&insideOut, {"warning: o.obj: ", "12 faces of closed parts that were inside out were turned"}, {20, -20}, 20},
-        {&right, {}, {20, -20}, 20},
-        {&normals, {"2 faces were wound against their normals and were turned"}, {10, -30}, 0},
-        {&down, {"1 faces were wound against their neighbours", "2 faces of open parts that faced down were turned"},
-         {10, -30, 150, -40, 110, -50, 150, -100}, 5},
-        {&room, {"1 closed parts face inward, as their normals say; left as they are"}, {20, -20}, 0},
-    };
+    const std::vector<std::tuple<const ObjWriter*, std::vector<std::string>, std::vector<float>, float>>
+        cases = {
+            {&insideOut,
+             {"warning: o.obj: ", "12 faces of closed parts that were inside out were turned"},
+             {20, -20},
+             20},
+            {&right, {}, {20, -20}, 20},
+            {&normals, {"2 faces were wound against their normals and were turned"}, {10, -30}, 0},
+            {&down,
+             {"1 faces were wound against their neighbours",
+              "2 faces of open parts that faced down were turned"},
+             {10, -30, 150, -40, 110, -50, 150, -100},
+             5},
+            {&room, {"1 closed parts face inward, as their normals say; left as they are"}, {20, -20}, 0},
+        };
     for (const auto& [obj, messages, probes, height] : cases) {
         TempDir dir;
         obj->Save("o.obj");

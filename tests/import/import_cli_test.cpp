@@ -20,14 +20,14 @@ ToolRun RunImport(const std::string& args) {
 
 // The options no other test here runs.
 TEST(ImportCli, OptionsReachTheRequest) {
-    const char* argv[] = {"tenebrix-import", "a", "--output=o", "--up", "z", "--scale=2.5", "--height-scale", "0.25",
-                          "--raw-format=int16"};
+    const char* argv[] = {"tenebrix-import", "a",    "--output=o",        "--up", "z", "--scale=2.5",
+                          "--height-scale",  "0.25", "--raw-format=int16"};
     ImportOptions o;
     std::string error;
     ASSERT_EQ(ParseImportOptions(9, argv, o, error), ImportCommand::Run) << error;
     const ImportRequest& r = o.request;
-    EXPECT_EQ(std::make_tuple(r.inputs.size(), r.mapFolder, r.placement.up, r.placement.scale, r.heightMap.heightScale,
-                              r.heightMap.rawFormat),
+    EXPECT_EQ(std::make_tuple(r.inputs.size(), r.mapFolder, r.placement.up, r.placement.scale,
+                              r.heightMap.heightScale, r.heightMap.rawFormat),
               std::make_tuple(1u, "o", UpAxis::Z, 2.5, 0.25, RawSampleFormat::Int16));
 }
 
@@ -119,38 +119,29 @@ TEST(ImportCli, BrokenInputsFailWithAClearMessage) {
     }
 }
 
-// A colour map that can't be found fails the run, but the map is written with those faces
-// untextured, so the geometry isn't lost; --no-textures asks for exactly that and succeeds.
-TEST(ImportCli, AMissingTextureFailsTheRunButKeepsTheGeometry) {
+// The summary says what was written; faces without area are dropped and counted. A colour map
+// that can't be found fails the run, but the map is written with those faces untextured, so the
+// geometry isn't lost; --no-textures asks for exactly that and succeeds.
+TEST(ImportCli, PrintsASummaryAndKeepsTheGeometryOfAMissingTexture) {
     TempDir dir;
     ObjWriter obj;
-    obj.text = "mtllib box.mtl\nusemtl painted\n";
-    obj.Box({0, 0, -10}, {10, 5, 0});
-    obj.Save("box.obj");
-    WriteWholeFile("box.mtl", "newmtl painted\nKd 1 1 1\nmap_Kd paint/missing.png\n");
-    ToolRun run = RunImport("box.obj -o map");
-    EXPECT_EQ(run.status, 1) << run.output;
-    EXPECT_THAT(run.output, HasSubstr("box.obj: colour map paint/missing.png: not found beside the model; "
-                                      "its faces keep no texture"));
-    EXPECT_EQ(LoadedMap("map").faceTextures, std::vector<const CTexture*>(12, nullptr));
-    EXPECT_EQ(RunImport("box.obj -o plain --no-textures").status, 0);
-}
-
-// Faces without area are dropped and counted; the summary says what was written.
-TEST(ImportCli, PrintsASummaryOfWhatItWrote) {
-    TempDir dir;
-    ObjWriter obj;
+    obj.text = "mtllib two.mtl\nusemtl painted\n";
     obj.Box({0, 0, -60}, {32, 16, 0});
     obj.Box({100, 0, -20}, {110, 50, -10});
     obj.Face({1, 1, -1}, {2, 2, -2}, {3, 3, -3});  // on a line
     obj.Face({5, 0, -5}, {5, 0, -5}, {6, 0, -5});  // two corners the same
     obj.Save("two.obj");
+    WriteWholeFile("two.mtl", "newmtl painted\nKd 1 1 1\nmap_Kd paint/missing.png\n");
     ToolRun run = RunImport("two.obj -o map --chunk 64");
-    EXPECT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(run.status, 1) << run.output;
     EXPECT_THAT(run.output, HasSubstr("2 degenerate faces (no area) dropped"));
-    EXPECT_THAT(run.output, HasSubstr("tenebrix-import: map/test.vbf: 2 meshes, 24 triangles, extent 110 x 50 x "
-                                      "60 (x 0 .. 110, y 0 .. 50, z -60 .. 0), 4 x 2 cells\n"));
-    ToolRun quiet = RunImport("two.obj -o map -q");
+    EXPECT_THAT(run.output, HasSubstr("two.obj: colour map paint/missing.png: not found beside the model; "
+                                      "its faces keep no texture"));
+    EXPECT_THAT(run.output,
+                HasSubstr("tenebrix-import: map/test.vbf: 2 meshes, 24 triangles, extent 110 x 50 x "
+                          "60 (x 0 .. 110, y 0 .. 50, z -60 .. 0), 4 x 2 cells\n"));
+    EXPECT_EQ(LoadedMap("map").faceTextures, std::vector<const CTexture*>(24, nullptr));
+    ToolRun quiet = RunImport("two.obj -o plain --no-textures -q");
     EXPECT_EQ(quiet.status, 0);
     EXPECT_EQ(quiet.output, "");
 }

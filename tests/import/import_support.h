@@ -104,10 +104,13 @@ inline void WriteTriangleGltf(const std::string& name, const std::string& node, 
         "textures": [{"source": 0}], "images": [{"bufferView": 3, "mimeType": "image/png"}],)";
     WriteWholeFile(name + ".gltf", R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
         "nodes": [{"mesh": 0)" + node + R"(}], "meshes": [{"primitives": [{"attributes":
-        {"POSITION": 0, "TEXCOORD_0": 1}, "indices": 2)" + material + "}]}]," + images + R"(
-        "buffers": [{"uri": ")" + name + R"(.bin", "byteLength": )" + std::to_string(68 + png.size()) + R"(}],
-        "bufferViews": [)" + view(0, 36) + ", " + view(36, 24) + ", " + view(60, 6) +
-        (png.empty() ? "" : ", " + view(68, png.size())) + R"(],
+        {"POSITION": 0, "TEXCOORD_0": 1}, "indices": 2)" +
+                                       material + "}]}]," + images + R"(
+        "buffers": [{"uri": ")" + name +
+                                       R"(.bin", "byteLength": )" + std::to_string(68 + png.size()) + R"(}],
+        "bufferViews": [)" + view(0, 36) +
+                                       ", " + view(36, 24) + ", " + view(60, 6) +
+                                       (png.empty() ? "" : ", " + view(68, png.size())) + R"(],
         "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
         "min": [0, 0, 0], "max": [1, 0, 1]}, {"bufferView": 1, "componentType": 5126, "count": 3,
         "type": "VEC2"}, {"bufferView": 2, "componentType": 5123, "count": 3, "type": "SCALAR"}]})");
@@ -145,7 +148,8 @@ inline ImportRequest Request(const std::string& input, const std::string& folder
 inline void MeshesBelow(const CEntity* node, std::vector<const CMesh*>& found) {
     if (node->kind == EntityKindMesh && static_cast<const CMesh*>(node)->faceCount[0])
         found.push_back(static_cast<const CMesh*>(node));
-    for (const CEntity* child = node->firstChild; child; child = child->nextSibling) MeshesBelow(child, found);
+    for (const CEntity* child = node->firstChild; child; child = child->nextSibling)
+        MeshesBelow(child, found);
 }
 
 // A map folder's test.vbf loaded, with its size chunk.
@@ -162,7 +166,8 @@ struct LoadedMap {
         if (data) FreeVBFUserData(data);
         MeshesBelow(&root, meshes);
         for (const CMesh* mesh : meshes)
-            for (uint32_t f = 0; f < mesh->faceCount[0]; ++f) faceTextures.push_back(mesh->faces[0][f].texture);
+            for (uint32_t f = 0; f < mesh->faceCount[0]; ++f)
+                faceTextures.push_back(mesh->faces[0][f].texture);
     }
     ~LoadedMap() { FreeAllTextures(); }
 

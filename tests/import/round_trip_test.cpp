@@ -132,8 +132,14 @@ TEST(RoundTrip, AGeneratedMapExportedAsObjImportsAsTheSameTriangles) {
         mtl += std::string("newmtl ") + texture->name + "\nmap_Kd " + texture->name + "\n";
     }
     WriteWholeFile("generated.mtl", mtl);
-    CMesh* generated = GenerateMap({.cells = 8, .chunks = 2, .quadsPerCell = 2, .buildings = 4, .arches = 1,
-                                    .bridges = 1, .roofsOnPosts = 1, .seed = 3},
+    CMesh* generated = GenerateMap({.cells = 8,
+                                    .chunks = 2,
+                                    .quadsPerCell = 2,
+                                    .buildings = 4,
+                                    .arches = 1,
+                                    .bridges = 1,
+                                    .roofsOnPosts = 1,
+                                    .seed = 3},
                                    &textures);
     std::vector<const CMesh*> meshes;
     MeshesBelow(generated, meshes);
