@@ -317,7 +317,7 @@ TEST_F(Tga, FilesThatCannotBeReadOrAreCutGiveTheTestPattern) {
     EXPECT_EQ(Log(), "LOG: (CTexture::LoadTGA) Failed to open TGA: nowhere!.tga");
     WriteWholeFile("empty.tga", "");
     std::filesystem::create_directory("folder.tga");
-    for (const char* path : {"empty.tga", "folder.tga"}) {
+    for (const char* path : {"nowhere.tga", "empty.tga", "folder.tga"}) {
         CTexture* texture = Keep(CreateEmptyTexture());
         EXPECT_FALSE(texture->LoadTGA(path)) << path;
         EXPECT_TRUE(IsTestPattern(texture)) << path;
@@ -385,7 +385,7 @@ TEST_F(Tga, SizeAndFormatSettingsApplyInTheirOrder) {
         EXPECT_EQ(texture->format, c.format) << int(c.depth);
     }
     EXPECT_EQ(TextureMaxWidth, 64);
-    EXPECT_TRUE(TextureSquare);
+    EXPECT_TRUE(TextureSquare && TexturePowerOfTwo);
     EXPECT_FALSE(TextureKeepTrueColour);
 }
 
@@ -419,9 +419,9 @@ TEST_F(TextureResize, SameSizeConvertsOnlyAndGrowingResamplesBilinearlyKeepingHo
     EXPECT_EQ(PixelAt(pair, 7, 0), (Rgba{200, 100, 40, 255}));
     const Rgba brown = {200, 100, 50, 255};
     CTexture* holed = Made(2, 2, TextureFormat8880, {Magenta, brown, brown, brown});
-    ASSERT_TRUE(holed->Resize(8, 8, TextureFormat8880));
-    for (int i = 0; i < 64; ++i)
-        EXPECT_EQ(PixelAt(holed, i % 8, i / 8), i == 0 ? Magenta : brown) << i;
+    ASSERT_TRUE(holed->Resize(32, 32, TextureFormat8880));  // steps of 16: a pick right at 16
+    for (int i = 0; i < 1024; ++i)
+        EXPECT_EQ(PixelAt(holed, i % 32, i / 32), i == 0 ? Magenta : brown) << i;
 }
 
 TEST_F(TextureResize, ShrinkAveragesWholeBoxesLeavingHolesOutUntilMoreThanHalf) {
@@ -440,6 +440,9 @@ TEST_F(TextureResize, ShrinkAveragesWholeBoxesLeavingHolesOutUntilMoreThanHalf) 
         {TextureFormat8880, {M, A, M, {51, 30, 10, 255}}, {{75, 40, 15, 255}}},
         {TextureFormat8880, {M, M, M, A}, {M}},
     };
+    CTexture* hole = Made(2, 1, TextureFormat8880, {M, M});  // a hole stays one in an alpha format
+    ASSERT_TRUE(hole->Resize(1, 1, TextureFormat8888));
+    EXPECT_EQ(PixelAt(hole, 0, 0), M);
     for (const auto& c : cases) {
         int height = c.pixels.size() == 4 ? 2 : 1, width = int(c.pixels.size()) / height;
         CTexture* texture = Made(width, height, c.format, c.pixels);
