@@ -40,11 +40,4 @@ TEST(VelmoraLog, MessagesOfOneRunAppendUncutByLineEndsAndNeverThroughALink) {
     EXPECT_EQ(ReadWholeFile("velmora.log"), "LOG: (A) next\n");
 }
 
-TEST(VelmoraLogDeathTest, FatalShowsTheBoxAndAbortsWithoutLogging) {
-    TempDir dir;
-    VelmoraLogBeginRun();
-    EXPECT_DEATH(VelmoraFatal("ReadVbf", "bad %s at %d", "face", 12), "ReadVbf: bad face at 12");
-    EXPECT_FALSE(fs::exists("velmora.log"));
-}
-
 }  // namespace
