@@ -101,13 +101,10 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
         {"SCRIPT last.lit", [](auto& s) { std::strcpy(s.LitFile, "last.lit"); }, 1, 0, ""},
         {"AMBIENT 1\nHEIGHTDATA", [](auto& s) { s.Ambient = 1, s.WriteHeightData = 1; }, 2, 0, ""},
         {"LIGHT 5 6", None, 1, 0, ""},
-        {"SHADOW_COLOUR 1 2\n", None, 1, 0, ""},
         {"AMBIENT", None, 1, 0, ""},
         {"SCRIPT  \n", None, 1, 0, ""},
-        {"ANIMATED", None, 1, 0, ""},
         {"LIGHT 1 2 abc", None, 1, 1, ""},
         {"AMBIENT x", None, 1, 1, ""},
-        {"SHADOW_COLOUR 1 2 z", None, 1, 1, ""},
         {"LIGHT 1 2 ambient 7", [](auto& s) { s.Ambient = 7; }, 2, 0, ""},
         {"SHADOW_COLOUR 1 HEIGHTDATA 3\nAMBIENT x OVERSAMPLE 8",
          [](auto& s) { s.WriteHeightData = 1, s.Oversample = 8; }, 4, 2, ""},
@@ -116,7 +113,6 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
         // back, so "-AMBIENT" is one unknown word and never the key behind the sign.
         {"LIGHT 1 2 -AMBIENT 99 ANIMATED .AMBIENT 98", None, 2, 4, ""},
         {"AMBIENT - OVERSAMPLE . LIGHT + + +", None, 3, 5, ""},  // and lone ones end no loop
-        {"AMBIENT -", None, 1, 1, ""},
         // A NUL byte ends the text early: what the buffer holds is not the word.
         {std::string("AMBIENT\0x 9", 11), None, 0, 2, ""},
         {std::string("HEIGHTDATA\0", 11), None, 0, 1, ""},
@@ -125,12 +121,6 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
         {std::string(193, 'x') + "AMBIENT 64\n" + std::string(199, 'y') + "HEIGHTDATA", None, 0, 3,
          overlong('x') + overlong('y')},
         {std::string(199, 'z') + " AMBIENT 65", [](auto& s) { s.Ambient = 65; }, 1, 1, ""},
-        {"SCRIPT ../../../../etc/passwd AMBIENT 5", ambient5, 2, 0,
-         lit("../../../../etc/passwd", "holds a path separator")},
-        {"SCRIPT /etc/passwd AMBIENT 5", ambient5, 2, 0,
-         lit("/etc/passwd", "holds a path separator")},
-        {"SCRIPT lights/noon.lit AMBIENT 5", ambient5, 2, 0,
-         lit("lights/noon.lit", "holds a path separator")},
         {"SCRIPT ..\\up.lit AMBIENT 5", ambient5, 2, 0,
          lit("..\\up.lit", "holds a path separator")},
         {"SCRIPT noon.lit/ AMBIENT 5", ambient5, 2, 0, lit("noon.lit/", "holds a path separator")},
@@ -142,7 +132,6 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
         {"SCRIPT " + c260 + " AMBIENT 5", ambient5, 2, 0,
          lit(c260.substr(0, 40) + "...", "is longer than 259 characters")},
         {"SCRIPT " + c259, litFile(c259), 1, 0, ""},
-        {"SCRIPT ..lit", litFile("..lit"), 1, 0, ""},
         {"SCRIPT ...", litFile("..."), 1, 0, ""},
     };
     for (const auto& [script, change, keys, otherWords, warnings] : rows) {
