@@ -140,7 +140,6 @@ TEST(Compression, DamagedOrMisclaimedEntriesAreRefusedWithAWarning) {
         std::string said;  // the warning's start
     } rows[] = {
         {true, huffman, 4999, "Huffman entry holds 5000 bytes where 4999 were expected"},
-        {true, huffman, 5001, "Huffman entry holds 5000 bytes where 5001 were expected"},
         {true, cut(huffman, 2055), 5000, "Huffman entry of 2055 bytes is shorter than its header"},
         {true, cut(huffman, 2056), 5000, "Huffman entry's bit stream ends after 0 of 5000 bytes"},
         {true, cut(huffman, huffman.size() - 4), 5000, "Huffman entry's bit stream ends after"},

@@ -95,7 +95,6 @@ TEST(ResourceLibrary, EntriesOfEveryMethodComeBackByEveryRoad) {
                 {"test.vbf", ReadWholeFile(TENEBRIX_SOURCE_DIR "/data/sample/test.vbf"), CompressionHuffman,
                  CompressionHuffman},
                 {"text.txt", text, CompressionHuffman, CompressionHuffman},
-                {"zero.bin", std::string(20000, '\0'), CompressionZlib, CompressionZlib},
                 {"noise.bin", Noise(3000, 7), CompressionHuffman, CompressionRaw}};
     {
         ResourceLibrary builder;
@@ -141,8 +140,6 @@ TEST(ResourceLibrary, EntriesOfEveryMethodComeBackByEveryRoad) {
         // In text mode a memory file leaves out the 13s.
         std::erase(text, '\r');
         EXPECT_EQ(ReadAll(library, library.OpenFile("TEXT.TXT", "rt", false)), text);
-        library.Close();
-        fs::remove_all("lib");
     }
     EXPECT_EQ(FileOpenCount(), 0u);
 }
