@@ -2,7 +2,6 @@
 // as files, or are refused, without a crash. The first two bytes give the header's length; the
 // rest of that span is the header file, what follows the data file; bit 0 of the third byte
 // caches the library.
-#include <cstdio>
 #include <string>
 
 #include "base/ResLibrary.h"
@@ -15,9 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 3) return 0;
     CorvaneSetWarningHandler([](const char*) {});
     const size_t split = size_t(data[0] | data[1] << 8) % (size - 2);
-    const std::string root = WriteFuzzInput("rfd", data + 3 + split, size - 3 - split);
-    std::rename(root.c_str(), (root + "0001.RFD").c_str());
-    std::rename(WriteFuzzInput("rfh", data + 3, split).c_str(), (root + "0001.RFH").c_str());
+    const FuzzFile header("lib0001.RFH", data + 3, split),
+        volume("lib0001.RFD", data + 3 + split, size - 3 - split);
+    const std::string root = header.path.substr(0, header.path.size() - 8);
     {
         ResourceLibrary library;
         library.Initialise(root.c_str(), 0, data[2] & 1, false);
@@ -38,8 +37,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         FREE(block);
     }
-    std::remove((root + "0001.RFH").c_str());
-    std::remove((root + "0001.RFD").c_str());
     CorvaneSetWarningHandler(nullptr);
     return 0;
 }
