@@ -403,6 +403,8 @@ TEST_F(TextureResize, SameSizeConvertsOnlyAndGrowingResamplesBilinearlyKeepingHo
     keyed->pixels[0] = 0x1F, keyed->pixels[1] = 0x7C;
     EXPECT_TRUE(keyed->Resize(1, 1, TextureFormat8888));
     EXPECT_EQ(BlockOf(keyed), (Bytes{255, 0, 255, 0}));
+    ASSERT_TRUE(keyed->Resize(1, 2, TextureFormat8888));  // taller only: the row repeats
+    EXPECT_EQ(BlockOf(keyed), (Bytes{255, 0, 255, 0, 255, 0, 255, 0}));
 
     texture = Keep(CreateTexture(200, 200, TextureFormat8888));
     for (int y = 0; y < 200; ++y)
