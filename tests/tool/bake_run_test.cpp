@@ -1,7 +1,5 @@
-// Batch runs as the front ends drive them: OpenBatchFile, then BakeMap, in a start directory of
-// their own with every global the run touches put back afterwards. Maps are 4 by 4 cells of flat
-// ground at TextureSize 256 under an overhead light, so a texel inside is 0 and one outside is
-// 255 - Ambient.
+// Batch runs as the front ends drive them. Maps are 4 by 4 cells of flat ground at TextureSize 256
+// under an overhead light, so a texel inside is 0 and one outside is 255 - Ambient.
 #include <gtest/gtest.h>
 
 #include <algorithm>
