@@ -1,5 +1,5 @@
-// The sanitizer build turns a wrong free below (a lent, borrowed, shared or mid-block pointer)
-// into a failure, and a forgotten one into a leak report.
+// The sanitizer build turns a wrong free below (a lent, shared or mid-block pointer) into a
+// failure, and a forgotten one into a leak report.
 #include "engine/mesh/mesh.h"
 
 #include <gtest/gtest.h>
@@ -60,9 +60,8 @@ KeyAnimation* MakeKeys(uint32_t lastFrame, uint8_t owner) {
 
 }  // namespace
 
-TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
+TEST(Mesh, LentAndSharedArraysAreNeverFreedHere) {
     std::vector<MeshVertex> sharedVertices(6);
-    std::vector<MeshFace> sharedFaces(2);
     std::vector<uint8_t> sharedColours(12);
     CMesh* lent = new CMesh(nullptr);
     lent->vertices = sharedVertices.data();
@@ -76,31 +75,6 @@ TEST(Mesh, LentBorrowedAndSharedArraysAreNeverFreedHere) {
     lent->AllocFaces(2, 1);  // faces of any layer drop the smoothing groups
     EXPECT_EQ(lent->smoothingGroups, nullptr);
     delete lent;
-
-    CMesh* borrower = new CMesh(nullptr);
-    borrower->AllocVertices(2);  // own arrays that the borrow replaces
-    borrower->AllocFaces(1, 0);
-    borrower->AllocSmoothingGroups();
-    borrower->BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 0);
-    EXPECT_EQ(borrower->meshFlags & MeshFlagBorrowed, uint32_t(MeshFlagBorrowed));
-    EXPECT_EQ(borrower->faces[0], sharedFaces.data());
-    EXPECT_EQ(borrower->smoothingGroups, nullptr);
-    CMesh* own = borrower->Clone(nullptr, 0);  // owns what it copied
-    EXPECT_EQ(own->meshFlags & MeshFlagBorrowed, 0u);
-    EXPECT_NE(own->faces[0], sharedFaces.data());
-    delete own;
-    delete borrower;
-    CMesh released(nullptr);
-    released.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 1);
-    released.ReleaseBorrowedGeometry(1);
-    EXPECT_EQ(released.meshFlags & MeshFlagBorrowed, 0u);
-    EXPECT_EQ(released.vertices, nullptr);
-    EXPECT_EQ(released.faces[1], nullptr);
-    released.BorrowGeometry(sharedFaces.data(), 2, sharedVertices.data(), 4, 0);
-    released.AllocSpeculars(4);
-    released.ClearGeometry();
-    EXPECT_EQ(released.faces[0], nullptr);
-    EXPECT_EQ(released.speculars, nullptr);
 
     // A vertex animation goes with its base block, whatever frame is in use.
     CMesh* animated = new CMesh(nullptr);
