@@ -31,7 +31,7 @@ Vector Through(const Matrix& m, const Vector& p) {
 
 TEST(Frame, LooksAlongMinusRowTwoAndOnlySetOrientationStraightensUp) {
     CFrame frame(nullptr), in(nullptr);
-    Vector dir, up;
+    Vector dir;
     frame.GetDirection(dir);
     ExpectNear(dir, {0, 0, -1}, 0);
     frame.matrixValid = 1;
@@ -39,10 +39,6 @@ TEST(Frame, LooksAlongMinusRowTwoAndOnlySetOrientationStraightensUp) {
     EXPECT_EQ(frame.matrixValid, 0);
     const float expected[9] = {-1, 0, 0, 0, 1, 0, 0, 0, -1};
     for (int i = 0; i < 9; ++i) EXPECT_NEAR(frame.rotation[i], expected[i], 1e-6f) << i;
-    frame.SetDirection(Vector{3, 0, 0});  // normalised, with up (0, 1, 0)
-    frame.GetOrientation(&dir, &up);
-    ExpectNear(dir, {1, 0, 0}, 0);
-    ExpectNear(up, {0, 1, 0}, 0);
     in.SetOrientationIn(nullptr, Vector{0, 0, 1}, Vector{0, 1, 1});
     const float kept[9] = {-1, 0, 0, 0, 0.70710678f, 0.70710678f, 0, 0, -1};  // y x z, normalised
     for (int i = 0; i < 9; ++i) EXPECT_NEAR(in.rotation[i], kept[i], 1e-6f) << i;
@@ -68,8 +64,6 @@ TEST(Frame, PlacementRoundTripsThroughARotatedScaledChainAndAMovedAncestor) {
     ExpectNear(leaf->position, {4, -1, 2});
     leaf->GetPositionIn(&top, inTop);
     ExpectNear(inTop, Through(midMatrix, {4, -1, 2}));
-    leaf->SetPositionIn(&top, inTop);
-    ExpectNear(leaf->position, {4, -1, 2});
     leaf->SetOrientationIn(nullptr, Vector{1, 2, -2}, Vector{0, 1, 0});
     leaf->GetOrientationIn(nullptr, &dir, &up);
     VectorNormalize(dir);  // scales come back in an unnormalised result
@@ -97,6 +91,4 @@ TEST(Frame, PlacementRoundTripsThroughARotatedScaledChainAndAMovedAncestor) {
     const std::vector<float> rotation(leaf->rotation, leaf->rotation + 9);
     leaf->SetOrientationIn(nullptr, Vector{1, 0, 0}, Vector{0, 1, 0});
     EXPECT_EQ(std::vector<float>(leaf->rotation, leaf->rotation + 9), rotation);
-    leaf->SetPositionIn(mid, 7.0f, 8.0f, 9.0f);  // relative to its parent: the identity
-    ExpectNear(leaf->position, {7, 8, 9}, 0);
 }
