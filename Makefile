@@ -2,7 +2,7 @@
 PRESET ?= release
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build demo test test-preset test-release test-asan test-tracked bench fuzz format clean screenshot
+.PHONY: all deps configure build install demo test test-preset test-release test-asan test-tracked bench fuzz format clean screenshot
 
 all: build
 
@@ -14,6 +14,12 @@ configure: deps
 
 build: configure
 	@cmake --build --preset $(PRESET) -j $(JOBS)
+
+# The tools, their manual pages and completion, and the sample map under PREFIX.
+PREFIX ?= /usr/local
+install:
+	@$(MAKE) --no-print-directory build PRESET=release
+	@cmake --install build/release --prefix $(PREFIX)
 
 # Bakes the bundled sample map with its morning script; prints where the results are.
 demo:

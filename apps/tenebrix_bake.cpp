@@ -1,7 +1,6 @@
 // tenebrix-bake: the command line of the shadow baker, for people at a terminal and for build
 // pipelines baking hundreds of maps.
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,7 +10,9 @@
 
 #include "apps/bake/bake_options.h"
 #include "apps/bake/progress_display.h"
+#include "apps/common/tool_session.h"
 #include "base/diagnostics.h"
+#include "base/memory.h"
 #include "base/resmanager.h"
 #include "engine/texture/texture.h"
 #include "engine/texture/texture_lookup.h"
@@ -35,37 +36,17 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* Program = "tenebrix-bake";
-constexpr int ExitFailed = 1, ExitUsage = 2, ExitInterrupted = 130;
 
 BakeOptions Options;
 std::string PngPath;  // absolute: the run moves between folders
 double TotalSeconds = 0.0;
 uint64_t TotalRays = 0;
-int Interrupts = 0;
 int PreviewFailures = 0;  // a preview asked for and not written fails the run
 int VerifyFailures = 0;   // a map whose fast bake differs from the literal walk fails the run
 
 // One line of information, which a quiet run leaves out.
 void Say(const char* what, const std::string& text) {
     if (!Options.quiet) std::fprintf(stderr, "%s: %s%s\n", Program, what, text.c_str());
-}
-
-void PrintWarning(const char* text) {
-    if (!Options.quiet) std::fprintf(stderr, "%s: warning: %s", Program, text);
-}
-void PrintAlert(const char* text) {
-    std::fprintf(stderr, "%s: %s", Program, text);
-}
-
-int ReportedErrors = 0;
-
-// A reported error (a bad map's extension, a config without a value) fails the run but lets it
-// go on with the next job: one bad map never ends a batch. A broken assertion ends the program.
-void ReportError(uint32_t code, const char* text) {
-    ProgressDisplayEndPass();
-    std::fprintf(stderr, "%s: error: %s", Program, text);
-    if (code == CorvaneCodeAssertion) std::exit(ExitFailed);
-    ++ReportedErrors;
 }
 
 std::string CurrentMap;  // the map being baked, for messages that don't name it
@@ -85,17 +66,6 @@ void PrintLogLine(const char* text) {
     if (Options.quiet && std::strncmp(text, "*****", 5) != 0) return;
     ProgressDisplayEndPass();
     std::fprintf(stderr, "%s: %s\n", Program, text);
-}
-
-// A first interrupt stops the bake between rows; a second one ends the program at once.
-void OnInterrupt(int) {
-    if (++Interrupts > 1) std::_Exit(ExitInterrupted);
-    RequestCancel();
-}
-
-// A fatal report has already printed its box; end without a core dump.
-void OnAbort(int) {
-    std::_Exit(ExitFailed);
 }
 
 void WritePreview(const std::string& path, const char* mapPath, const BakeResult& result) {
@@ -171,17 +141,6 @@ void OnMapBaked(const char* mapPath, const char* shadowMapPath, const BakeResult
     if (Options.verifyRows > 0) Verify(mapPath);
 }
 
-void InstallHandlers() {
-    CorvaneSetWarningHandler(PrintWarning);
-    CorvaneSetAlertHandler(PrintAlert);
-    CorvaneSetErrorHandler(ReportError);
-    SetMessageBoxPresenter(PrintBox);
-    SetMessageLogListener(PrintLogLine);
-    std::signal(SIGINT, OnInterrupt);
-    std::signal(SIGTERM, OnInterrupt);
-    std::signal(SIGABRT, OnAbort);
-}
-
 bool Fail(const std::string& text) {
     std::fprintf(stderr, "%s: error: %s\n", Program, text.c_str());
     return false;
@@ -248,7 +207,7 @@ bool EnterStartDirectory() {
         return Fail(fs::current_path().string() + ": the start directory's path is longer than " +
                     std::to_string(sizeof StartDirectory - 1) + " characters");
     if (fs::exists(config.filename())) {
-        Resources = new ResourceManager(config.filename().c_str());
+        Resources = NEW ResourceManager(config.filename().c_str());
     } else {
         if (!Options.quiet)
             std::fprintf(stderr, "%s: note: no resource.cfg in %s; scripts must be paths\n",
@@ -315,37 +274,22 @@ int Run() {
                      result.baked == 1 ? "" : "s", TotalSeconds,
                      TotalSeconds > 0 ? TotalRays / TotalSeconds : 0.0);
     bool failed = result.failed > 0 || result.baked == 0 || PreviewFailures > 0 ||
-                  ReportedErrors > 0 || VerifyFailures > 0;
+                  ToolSession::Errors() > 0 || VerifyFailures > 0;
     return failed ? ExitFailed : 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string error;
-    switch (ParseBakeOptions(argc, argv, Options, error)) {
-        case BakeCommand::Help:
-            std::fputs(BakeUsage(), stdout);
-            return 0;
-        case BakeCommand::Version:
-            std::printf("%s 0.1.0\n", Program);
-            return 0;
-        case BakeCommand::UsageError:
-            std::fprintf(stderr, "%s: %s\nTry '%s --help'.\n", Program, error.c_str(), Program);
-            return ExitUsage;
-        case BakeCommand::Run:
-            break;
-    }
-    CorvaneInit();
-    InstallHandlers();
-    int status = Run();
-    SetMessageLogListener(nullptr);
-    FreeJobList();
-    ToolTextureCacheClear();
-    FreeAllTextures();
-    delete Resources;
-    Resources = nullptr;
-    MessageLogClear();
-    CorvaneClose();
-    return status;
+    CommandLineOutcome parsed = ParseBakeOptions(argc, argv, Options);
+    if (!parsed.run) return PrintOutcome(parsed);
+    ToolSessionOptions session;
+    session.program = Program;
+    session.quiet = Options.quiet;
+    session.cancelOnInterrupt = true;
+    session.beforeMessage = ProgressDisplayEndPass;
+    ToolSession running(session);
+    SetMessageBoxPresenter(PrintBox);
+    SetMessageLogListener(PrintLogLine);
+    return Run();
 }

@@ -3,7 +3,8 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libpng-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libassimp-dev qt6-base-dev)
+          libbenchmark-dev libassimp-dev qt6-base-dev libcli11-dev help2man
+          bash-completion)
 
 # `make fuzz` needs clang and its libFuzzer runtime as well; `make screenshot` a virtual X
 # server and the tools that drive and photograph it.

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "apps/common/command_line.h"
+
 struct BakeOptions {
     std::string map;                  // a map directory holding test.vbf, or a .vbf/.vaf file
     std::string script;               // a path, or the name of a script in the LIT folder
@@ -20,10 +22,6 @@ struct BakeOptions {
     bool quiet = false;
 };
 
-enum class BakeCommand { Run, Help, Version, UsageError };
-
-// Reads the arguments; on a usage error the reason is in error.
-BakeCommand ParseBakeOptions(int argc, const char* const* argv, BakeOptions& options,
-                             std::string& error);
-
-const char* BakeUsage();
+// Reads the arguments into options; without a run, the outcome holds the answer to print or the
+// usage error.
+CommandLineOutcome ParseBakeOptions(int argc, const char* const* argv, BakeOptions& options);

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "apps/common/command_line.h"
 #include "tool/import/import_run.h"
 
 struct ImportOptions {
@@ -10,10 +11,6 @@ struct ImportOptions {
     bool quiet = false;
 };
 
-enum class ImportCommand { Run, Help, Version, UsageError };
-
-// Reads the arguments; on a usage error the reason is in error.
-ImportCommand ParseImportOptions(int argc, const char* const* argv, ImportOptions& options,
-                                 std::string& error);
-
-const char* ImportUsage();
+// Reads the arguments into options; without a run, the outcome holds the answer to print or the
+// usage error.
+CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportOptions& options);

@@ -13,6 +13,7 @@
 #include "tool/app/viewer_support.h"
 #include "tool/run/app_state.h"
 #include "tool/run/bake_run.h"
+#include "tool/run/program_session.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
@@ -48,7 +49,7 @@ static void BakeRunFinished() {
 
 bool ApplicationStart(HINSTANCE instance, int showMode) {
     QuitRequested = 0;
-    CorvaneInit();
+    StartProgram({});
     // The engine's render queues open here once the renderer exists; a bake needs none.
     Resources = NEW ResourceManager("resource.cfg");
     SetToolResourceManager(Resources);
@@ -89,14 +90,7 @@ int ApplicationEnd(HINSTANCE instance) {
     SetRunFinishedCallback(nullptr);
     SetProgressHooks(nullptr);
     DestroyViewerWindow(instance);
-    SetToolResourceManager(nullptr);
-    if (Resources) DELETE(Resources);
-    Resources = nullptr;
-    ToolTextureCacheClear();
-    LogTexturesStillAllocated();
-    FreeAllTextures();
-    MessageLogClear();
-    CorvaneClose();
+    StopProgram();
     return 0;
 }
 
