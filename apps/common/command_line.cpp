@@ -239,6 +239,11 @@ CommandLineOutcome CommandLine::Parse(int argc, const char* const* argv,
     } catch (const CLI::ArgumentMismatch& mismatch) {
         std::string what = mismatch.what();
         error = what.substr(0, what.find(':')) + " needs a value";
+    } catch (const CLI::ConversionError& conversion) {
+        // "Could not convert: NAME = VALUE": a switch given a value it can't read.
+        std::string what = conversion.what();
+        size_t start = what.find(": ") + 2, equals = what.find(" = ", start);
+        error = what.substr(start, equals - start) + " takes no value";
     } catch (const CLI::ParseError& parse) {
         error = parse.what();
     }
