@@ -3,28 +3,42 @@
 #include <QApplication>
 
 #include <cstdio>
-#include <cstring>
 
+#include "apps/common/command_line.h"
 #include "platform/crt/paths.h"
 #include "platform/ui/qt/qt_ui.h"
 #include "tool/app/app_main.h"
 
-static const char Usage[] =
-    "Usage: tenebrix [DIRECTORY]\n"
-    "Opens the shadow generator's dialog. DIRECTORY (default: the current one) holds\n"
-    "resource.cfg, whose LIT folder lists the scripts; the last map directory is kept\n"
-    "there in LastShadow.txt.\n";
+namespace {
+
+CommandLineOutcome ParseDialogOptions(int argc, char** argv, std::string& directory) {
+    CommandLine line("tenebrix",
+                     "Opens the shadow generator's dialog. DIRECTORY holds resource.cfg, whose LIT "
+                     "folder lists the scripts; the last map directory is kept there in "
+                     "LastShadow.txt. The toolkit's own options, such as -platform, are taken "
+                     "too.",
+                     "Exit status: 0 when the dialog was closed, 1 when the directory or the "
+                     "window system could not be used, 2 for a usage error.");
+    line.app.add_option("DIRECTORY", directory, "where to start (default: the current one)")
+        ->type_name("");
+    return line.Parse(argc, argv);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
+    // Help and version come before the toolkit, which needs a display; a word the toolkit takes
+    // is only known to be one after it has started.
+    std::string directory;
+    CommandLineOutcome early = ParseDialogOptions(argc, argv, directory);
+    if (!early.run && early.status == 0) return PrintOutcome(early);
     QApplication application(argc, argv);  // takes the toolkit's own options out of argv
-    if (argc > 2 ||
-        (argc == 2 && (!std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")))) {
-        std::fputs(Usage, argc > 2 ? stderr : stdout);
-        return argc > 2 ? 2 : 0;
-    }
-    if (argc == 2 && _chdir(argv[1]) != 0) {
-        std::fprintf(stderr, "tenebrix: %s: no such directory\n", argv[1]);
-        return 1;
+    directory.clear();
+    CommandLineOutcome parsed = ParseDialogOptions(argc, argv, directory);
+    if (!parsed.run) return PrintOutcome(parsed);
+    if (!directory.empty() && _chdir(directory.c_str()) != 0) {
+        std::fprintf(stderr, "tenebrix: %s: no such directory\n", directory.c_str());
+        return ExitFailed;
     }
     QtUi ui;
     return RunApplication(nullptr, SW_SHOWNORMAL);
