@@ -265,17 +265,4 @@ TEST(MeshSort, OpaqueFirstEqualTexturesTogetherThenByVerticesWithEveryRecordKept
         EXPECT_EQ(mesh.dirtyMask, 0u);  // no device form to rebuild
     }
 
-    CMesh root(nullptr);  // the device form is marked, and the sort passes on when recursive
-    CMesh* child = new CMesh(new CFrame(&root));
-    child->AllocFaces(2, 0);
-    child->faces[0][0] = MeshFace{{2, 0, 0}, nullptr, 0, {0}};
-    child->faces[0][1] = MeshFace{{1, 0, 0}, nullptr, 0, {1}};
-    child->vertexBuffer = reinterpret_cast<VertexBufferInfo*>(uintptr_t(0x1000));  // never read
-    root.SortFaces(0);
-    EXPECT_EQ(child->faces[0][0].uv[0], 0.0f);
-    root.SortFaces(1);
-    EXPECT_EQ(child->faces[0][0].uv[0], 1.0f);
-    EXPECT_EQ(child->dirtyMask, uint32_t(MeshDirtyFaceOrder));
-    EXPECT_EQ(root.dirtyMask, 0u);
-    child->vertexBuffer = nullptr;
 }

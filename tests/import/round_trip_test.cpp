@@ -25,9 +25,8 @@ std::vector<int> Texel(const CTexture* texture, int x, int y) {
     return {r, g, b};
 }
 
-// One triangle a material. Images become TGA files in the map folder, one for one image, their
-// names told apart without regard to case; one that can't be read leaves its face untextured and
-// counts as an error.
+// One triangle a material. Each image becomes one TGA file in the map folder, names told apart
+// without regard to case; one that can't be read leaves its face untextured, an error.
 TEST(Texture, PngColourMapsBecomeTgaFilesNamedInTheMap) {
     TempDir dir;
     fs::create_directories("a");

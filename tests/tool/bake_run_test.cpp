@@ -163,10 +163,9 @@ TEST_F(BakeRun, JobsWithNamesThatCannotBeTakenAsTheyStandAreRefused) {
               "the job's names are too long for the run");
 }
 
-// Each job bakes with its own name and script beside its map, and a job whose script is missing
-// with the settings before it. A map without a size, a missing one, a texture that is no TGA (fatal
-// to the engine's reader) and a negative frame count end only their own job, and leave the map
-// size alone. A frame's name loses the last four characters of the output name, however short.
+// Each job bakes with its own name and script; one whose script is missing, with the settings
+// before it. A bad map, texture or frame count ends only its own job and leaves the map size alone.
+// A frame's name loses the last four characters of the output name, however short.
 TEST_F(BakeRun, EachJobBakesWithItsOwnNameAndScriptAndBadJobsEndOnlyThemselves) {
     WriteMap("nosize/test.vbf", {});
     WriteWholeFile(dir.File("negative.ssf"), "ANIMATED -1");

@@ -249,11 +249,9 @@ protected:
 using Change = std::function<void(ShadowSettingsRecord&)>;
 const Change None = [](ShadowSettingsRecord&) {};
 
-// Each script is read over the seeded settings and must change exactly what its row says, besides
-// the two fields that every read resets, and warn as it says. Keys ignore case; a key consumes
-// exactly its values; a value that does not convert leaves its field whole and is read again as
-// the next word. A SCRIPT word names only a plain file in the LIT folder (the run copies it beside
-// the map, so a name that climbs or is cut would copy some other file), and is consumed either way.
+// Each script changes exactly what its row says over the seeded settings, and warns as it says. A
+// key takes exactly its values; one that does not convert is read again as the next word. A SCRIPT
+// word names only a plain file in the LIT folder: the run copies it beside the map.
 TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
     auto lit = [](const std::string& shown, const char* fault) {
         return "SCRIPT " + shown + " " + fault + "; the light description stays kept.lit\n";

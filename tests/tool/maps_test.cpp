@@ -134,9 +134,8 @@ protected:
     std::set<CTexture*> made;
 };
 
-// Every texture comes from the TEXTURE_DATA folder, whatever folder the name gives; a name is found
-// there in any case, its type is judged by the first dot of the file name, and each file is loaded
-// once. A file that is missing or can't be named gives the test pattern.
+// Textures come from the TEXTURE_DATA folder whatever folder the name gives, in any case, typed by
+// the first dot, loaded once; a file missing or unnameable gives the test pattern.
 TEST_F(ToolTextures, LoadsComeFromTheTexturesFolderOnceAndMissingOnesGiveThePattern) {
     const std::string longName = std::string(PathBufferSize - 10, 'a') + ".tga";
     for (auto [name, side] : {std::pair<std::string, int>("grass.tga", 4),

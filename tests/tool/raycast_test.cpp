@@ -234,11 +234,9 @@ TEST_F(RayQuery, AFaceIndexOutOfRangeGivesNoRecord) {
     EXPECT_EQ(reports.Take().size(), 1u);
 }
 
-// Triangles drawn by hand in the plane y = 10 (a = x, b = z). The ground's record box is inclusive
-// and its inside test half open: of the corners (0, 0), (10, 0), (0, 10) the edge from c0 to c1
-// belongs to the triangle, the other two do not. A light ray straight up at (a, b): the closed rule
-// counts a crossing level with a vertex on both of its edges (a ghost far outside, a hole inside),
-// the half-open rule on one, and a flat edge under neither.
+// Triangles in the plane y = 10 (a = x, b = z). The ground's box is inclusive, its inside test half
+// open: of the corners (0, 0), (10, 0), (0, 10) only the edge c0-c1 is the triangle's. A light ray
+// level with a vertex crosses both its edges under the closed rule, one under the half-open rule.
 TEST_F(RayQuery, HandDrawnTrianglesOwnTheirEdgesByTheCrossingRule) {
     RayMesh* record = Add(Floor(10, -1000, 1000, -1000, 1000));
     for (int i = 0; i < 2; ++i) SetCorners(record->Triangles[i], {{0, 0}, {10, 0}, {0, 10}});
@@ -276,9 +274,8 @@ TEST_F(RayQuery, HandDrawnTrianglesOwnTheirEdgesByTheCrossingRule) {
     }
 }
 
-// The ghost and the hole in a bake: a kite at y 50 whose middle corner stays level with sample
-// row 0 when grown, over flat ground, the sun overhead. Column 6 (x 192) lies beside the kite,
-// column 7 (x 224) under it; nothing else differs.
+// The ghost and the hole in a bake: a kite at y 50, its grown middle corner level with sample row 0,
+// the sun overhead. Column 6 (x 192) lies beside the kite, column 7 (x 224) under it.
 using RayBake = BakeFixture;
 TEST_F(RayBake, ClosedRuleShadowsBesideAKiteAndLightsUnderIt) {
     std::unique_ptr<CMesh> ground(FlatGround(nullptr, 256.0f));
@@ -313,10 +310,8 @@ const Vector Lights[] = {
     {1.0f, 1.0f, 0.0f},     // diagonal
 };
 
-// Each map is baked through the literal walk and through the fast core at 1, 2 and 4 threads (the
-// shadow map and the height file the same bytes), then both queries asked at every point of a grid
-// over the map and a border round it; with no ground the light ray starts at height 0, often
-// outside the fast core's grids.
+// Literal walk against the fast core at 1, 2 and 4 threads (the same shadow map and height file
+// bytes), then both queries at every point of a grid over the map and a border round it.
 TEST_F(RayBake, FastCoreBakesAndAnswersAsTheLiteralWalkOnRandomMaps) {
     ReportCapture quiet;  // the zero light is warned about
     ShadowSettings.TextureSize = 512;
@@ -389,9 +384,8 @@ float Ridges(float x, float z) {
     return float(3.0 * std::sin(x * 0.9) + 2.0 * std::cos(z * 1.3) + 0.8 * x);
 }
 
-// Rays aimed exactly at a terrain's vertices and shared edges find it: the growth of every triangle
-// closes the cracks that rounding would open. Rays that graze their faces are left out, as near
-// parallel to a plane its rounding moves the hit further than the growth covers.
+// Rays aimed exactly at a terrain's vertices and shared edges hit: growing each triangle closes the
+// cracks rounding opens. Grazing rays are left out; there rounding moves the hit past the growth.
 TEST(RayRandom, RaysAimedAtVerticesAndSharedEdgesHit) {
     RayTable table;
     RayQueryState state;
