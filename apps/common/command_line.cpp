@@ -22,10 +22,11 @@ std::string NumberText(double x) {
     return text;
 }
 
+// Digits behind an optional sign.
 bool IsWholeNumber(const std::string& text) {
-    size_t digits = text.find_first_not_of("+-") == 1 ? 1 : 0;
-    if (text.size() <= digits || text.size() - digits > 18) return false;
-    return text.find_first_not_of("0123456789", digits) == std::string::npos;
+    size_t digits = !text.empty() && (text[0] == '+' || text[0] == '-') ? 1 : 0;
+    return text.size() > digits &&
+           text.find_first_not_of("0123456789", digits) == std::string::npos;
 }
 
 constexpr size_t HelpWidth = 80, OptionColumn = 24;
@@ -101,7 +102,7 @@ CLI::Option* CommandLine::Whole(const std::string& name, int& value, int lo, int
     auto check = [lo, hi, range](std::string& text) -> std::string {
         if (!IsWholeNumber(text))
             return Shown(text) + " is not a number; give a whole number from " + range;
-        long n = std::strtol(text.c_str(), nullptr, 10);
+        long n = std::strtol(text.c_str(), nullptr, 10);  // saturates: far out stays out
         if (n < lo || n > hi)
             return Shown(text) + " is out of range; give a whole number from " + range;
         return "";

@@ -38,8 +38,12 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         {bake, "m --texture-size", 2, "--texture-size needs a value\n"},
         {bake, "m --texture-size=100", 2, size},
         {bake, "m --texture-size 16384", 2, "--texture-size: 16384 is out of range; give a whole number from 64 to 8192\n"},
-        {bake, "m --texture-size=4294967360", 2, "--texture-size: 4294967360 is out of range"},
+        {bake, "m --texture-size=18446744073709551680", 2, "--texture-size: 18446744073709551680 is out of range"},
         {bake, "m --threads 1025", 2, "--threads: 1025" + threads},
+        {bake, "m --threads=-1", 2, "--threads: -1" + threads},
+        {bake, "m --threads -", 2, "--threads: - is not a number; give a whole number from 1 to 1024\n"},
+        {bake, "nosuch --reference -q", 1, "error: "},  // --reference alone is no usage error
+        {bake, "m --crossing " + std::string(41, 'a'), 2, "--crossing: " + std::string(40, 'a') + "... is none of"},
         {bake, "m --threads 64k", 2, "--threads: 64k is not a number; give a whole number from 1 to 1024\n"},
         {bake, "m --script=", 2, "--script needs a value\n"},
         {bake, "--batch b m", 2, "a map or --batch, not both\n"},
@@ -50,10 +54,8 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         {bake, "m --crossing open", 2, "--crossing: open is none of half-open, closed\n"},
         {bake, "m --verify 0", 2, "--verify: 0 is out of range; give a whole number from 1 to 100000\n"},
         {bake, "m --verify 3 --reference", 2, "--verify checks the fast core; it takes neither"},
-        {mkmap, "--help", 0, "Usage: tenebrix-mkmap [OPTIONS] [OUTDIR]\n"},
         {mkmap, "n --cells 257", 2, "--cells: 257 is out of range; give a whole number from 1 to 256\n"},
         {mkmap, "n --cells 8x", 2, "--cells: 8x is not a number; give a whole number from 1 to 256\n"},
-        {mkmap, "n --cells", 2, "--cells needs a value\n"},
         {mkmap, "--cells 4", 2, "no output directory\nTry 'tenebrix-mkmap --help'.\n"},
         {mkmap, "n --wide", 2, "unknown option --wide\n"},
         {import, "x.obj -h --bogus", 0, "Usage: tenebrix-import [OPTIONS] [INPUT...]\n"},
@@ -67,7 +69,7 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         {import, "a.obj -o out --chunk 0.5", 2, "--chunk: 0.5 is out of range; give a number from 1 to 8192\n"},
         {import, "a.raw -o out --raw-size 0x5", 2, "--raw-size: give WIDTHxHEIGHT in samples"},
         {import, "a.raw -o out --raw-format int8", 2, "--raw-format: int8 is none of int16, uint16, float32\n"},
-        {import, "a.obj -o out --frobnicate", 2, "unknown option --frobnicate\n"},
+        {import, "a.raw -o out --raw-size 1048577x1", 2, "--raw-size: give WIDTHxHEIGHT in samples"},
     };
     for (const auto& [tool, args, status, text] : cases) {
         std::string name = fs::path(tool).filename().string(), start = status ? name + ": " + text : text;
@@ -75,7 +77,7 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         ToolRun run = RunTool(tool, Words(args));
         EXPECT_EQ(run.status, status) << name << " " << args;
         EXPECT_EQ(run.output.substr(0, start.size()), start) << name << " " << args;
-        if (status != 0) {
+        if (status == 2) {
             EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 2) << args;
         }
     }
