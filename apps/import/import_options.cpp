@@ -23,17 +23,16 @@ const char* Footer =
 
 // "403x344": a raw grid's size in samples.
 bool ParseGridSize(const std::string& text, uint32_t& width, uint32_t& height) {
+    auto side = [](const std::string& digits, uint32_t& value) {
+        if (digits.empty() || digits.find_first_not_of("0123456789") != std::string::npos)
+            return false;
+        long n = std::strtol(digits.c_str(), nullptr, 10);  // saturates: far out stays out
+        value = uint32_t(n);
+        return n >= 1 && n <= (1 << 20);
+    };
     size_t x = text.find_first_of("xX");
-    if (x == std::string::npos || x == 0 || x + 1 == text.size() || x > 7 ||
-        text.size() - x - 1 > 7 ||
-        text.find_first_not_of("0123456789xX") != std::string::npos ||
-        text.find_first_of("xX", x + 1) != std::string::npos)
-        return false;
-    long w = std::atol(text.substr(0, x).c_str()), h = std::atol(text.substr(x + 1).c_str());
-    if (w < 1 || h < 1 || w > (1 << 20) || h > (1 << 20)) return false;
-    width = uint32_t(w);
-    height = uint32_t(h);
-    return true;
+    return x != std::string::npos && side(text.substr(0, x), width) &&
+           side(text.substr(x + 1), height);
 }
 
 }  // namespace

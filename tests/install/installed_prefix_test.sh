@@ -22,6 +22,7 @@ for tool in tenebrix-bake tenebrix-mkmap tenebrix-import; do
     # Every option --help lists is in the manual page and is completed.
     options=$("$prefix/bin/$tool" --help | grep -oE '^  (-[a-z],)?--[a-z-]+' | sed 's/.*--/--/')
     [ -n "$options" ] || fail "$tool: --help lists no option"
+    "$prefix/bin/$tool" --help | awk 'length > 80 { exit 1 }' || fail "$tool: --help is wider than 80"
     if command -v help2man >/dev/null; then
         [ -s "$page" ] || fail "$tool: no manual page installed"
         for option in $options; do
