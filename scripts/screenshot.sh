@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Photographs the setup dialog in the middle of a bake on a virtual X screen.
+# Photographs the setup dialog on a virtual X screen: in the middle of a bake, and once it is done.
 # Usage: scripts/screenshot.sh APP OUT.png
-#   APP: the tenebrix program; OUT.png: where the picture goes. The bake runs on a copy of
-#   data/sample beside OUT.png, with a script slow enough that it is still running when the
-#   picture is taken.
+#   APP: the tenebrix program; OUT.png: where the picture of the running bake goes, and beside it
+#   OUT-done.png, the dialog after the bake. The bake runs on a copy of data/sample beside
+#   OUT.png, with a script slow enough that it is still running when the first picture is taken.
 set -euo pipefail
 
 die() {
@@ -20,7 +20,7 @@ out=$(realpath -m "$2")
 "$root/scripts/install-deps.sh" --screenshot
 
 # The sample map in a folder of its own (map/), so its path has no dot before the type letter,
-# and one script in LIT: eight samples a side per texel keep the bake busy for many seconds.
+# and one script in LIT: sixteen samples a side per texel keep the bake busy for a few seconds.
 work=$(dirname "$out")/sample
 rm -rf "$work"
 mkdir -p "$work/map"
@@ -33,7 +33,7 @@ LIGHT_COLOUR 255 226 190
 SHADOW_COLOUR 20 24 48
 AMBIENT 64
 TEXTURE_SIZE 2048
-OVERSAMPLE 8
+OVERSAMPLE 16
 SCRIPT morning.lit
 EOF
 printf '%s' "$work/map" >"$work/LastShadow.txt"
@@ -102,10 +102,24 @@ if [ ! -f "$work/LastShadow.txt" ]; then
   die "the bake did not start (see ${out%.png}-failed.png)"
 fi
 
-sleep "${SCREENSHOT_DELAY:-12}"  # the bar well under way, well short of the bake's end (~50 s here)
+sleep "${SCREENSHOT_DELAY:-1}"  # the bar under way, short of the bake's end (a few seconds)
 alive "during the bake"
 [ -f "$work/map/texture.dat" ] && die "the bake ended before the picture: make the script slower"
 mkdir -p "$(dirname "$out")"
-xwd -root -silent | xwdtopnm 2>/dev/null | pnmtopng >"$out"
-[ -s "$out" ] || die "no picture was written to $out"
-echo "screenshot: $out"
+photograph() {
+  xwd -root -silent | xwdtopnm 2>/dev/null | pnmtopng >"$1"
+  [ -s "$1" ] || die "no picture was written to $1"
+  echo "screenshot: $1"
+}
+photograph "$out"
+
+# The light description is copied beside the map as the run ends; the dialog then says so.
+for _ in $(seq 600); do
+  [ -f "$work/map/test.lit" ] && break
+  alive "before the bake ended"
+  sleep 0.2
+done
+[ -f "$work/map/test.lit" ] || die "the bake did not end within two minutes"
+sleep 1
+alive "after the bake"
+photograph "${out%.png}-done.png"
