@@ -63,7 +63,7 @@ int PrintBox(void*, const char* text, const char* caption, unsigned) {
 void PrintLogLine(const char* text) {
     if (std::strncmp(text, "MAP: ", 5) == 0) CurrentMap = text + 5;
     // Failure lines stand out with asterisks; a quiet run keeps only those.
-    if (Options.quiet && std::strncmp(text, "*****", 5) != 0) return;
+    if (Options.quiet && std::strncmp(text, "***** ", 6) != 0) return;
     ProgressDisplayEndPass();
     std::fprintf(stderr, "%s: %s\n", Program, text);
 }
@@ -77,8 +77,14 @@ void WritePreview(const std::string& path, const char* mapPath, const BakeResult
     auto side = [&](int32_t cells) { return (std::clamp(cells, 1, 256) * size + 255) / 256; };
     std::vector<uint8_t> bytes(size_t(size) * size_t(size));
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = result.texture->pixels[i * 4 + 3];
-    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), side(result.layout.cellsX),
-                              side(result.layout.cellsY), size)) {
+    const int32_t width = side(result.layout.cellsX), height = side(result.layout.cellsY);
+    const int32_t scale = PreviewScale(width, height, Options.pngScale);
+    if (Options.pngScale > scale && !Options.quiet)
+        std::fprintf(stderr,
+                     "%s: warning: --png-scale %d would make the preview more than %d "
+                     "pixels a side; it is drawn at %d\n",
+                     Program, Options.pngScale, MaxPreviewSide, scale);
+    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), width, height, size, scale)) {
         Say("preview ", path);
     } else {
         ++PreviewFailures;
@@ -180,6 +186,11 @@ bool ResolveScript(const std::string& argument, fs::path& file) {
         }
     std::string where;
     for (const fs::path& candidate : tried) where += "\n  " + candidate.string();
+    if (!lit)
+        where +=
+            "\n(a name without a path is looked for in the LIT folder of resource.cfg, and "
+            "there is no resource.cfg in " +
+            std::string(StartDirectory) + ")";
     return Fail("script " + argument + " not found; looked for:" + where);
 }
 
@@ -195,6 +206,28 @@ bool ReadScript(const fs::path& file) {
     return true;
 }
 
+// A resource list is a few lines of words; a file with bytes no text holds is something else,
+// and reading its bytes as keys would only echo them back.
+std::string BinaryFault(const fs::path& file) {
+    std::FILE* stream = std::fopen(file.c_str(), "rb");
+    if (!stream) return "";  // the reader says it can't be opened
+    unsigned char block[4096];
+    size_t got = std::fread(block, 1, sizeof block, stream);
+    std::fclose(stream);
+    for (size_t i = 0; i < got; ++i) {
+        unsigned char c = block[i];
+        if (c < 0x20 && c != '\n' && c != '\r' && c != '\t' && c != '\f' && c != '\v') {
+            char text[80];
+            std::snprintf(text, sizeof text,
+                          "it holds the byte 0x%02X at offset %zu, which no text "
+                          "holds",
+                          c, i);
+            return text;
+        }
+    }
+    return "";
+}
+
 // The start directory: the current one, or the folder of the config file given.
 bool EnterStartDirectory() {
     fs::path config =
@@ -207,12 +240,11 @@ bool EnterStartDirectory() {
         return Fail(fs::current_path().string() + ": the start directory's path is longer than " +
                     std::to_string(sizeof StartDirectory - 1) + " characters");
     if (fs::exists(config.filename())) {
+        if (std::string fault = BinaryFault(config.filename()); !fault.empty())
+            return Fail(config.string() + ": not a resource list: " + fault);
         Resources = NEW ResourceManager(config.filename().c_str());
     } else {
-        if (!Options.quiet)
-            std::fprintf(stderr, "%s: note: no resource.cfg in %s; scripts must be paths\n",
-                         Program, StartDirectory);
-        Resources = nullptr;
+        Resources = nullptr;  // scripts must then be paths; said where a name is not found
     }
     SetToolResourceManager(Resources);
     SetTextureLoadFunction(ToolLoadTexture);
@@ -270,9 +302,10 @@ int Run() {
         return ExitInterrupted;
     }
     if (!Options.quiet && result.baked > 0)
-        std::fprintf(stderr, "%s: %d map%s baked in %.2f s, %.0f rays/s\n", Program, result.baked,
+        std::fprintf(stderr, "%s: %d map%s baked in %.2f s, %.0f rays/s%s\n", Program, result.baked,
                      result.baked == 1 ? "" : "s", TotalSeconds,
-                     TotalSeconds > 0 ? TotalRays / TotalSeconds : 0.0);
+                     TotalSeconds > 0 ? TotalRays / TotalSeconds : 0.0,
+                     result.failed > 0 ? "; some jobs failed (the lines marked *****)" : "");
     bool failed = result.failed > 0 || result.baked == 0 || PreviewFailures > 0 ||
                   ToolSession::Errors() > 0 || VerifyFailures > 0;
     return failed ? ExitFailed : 0;

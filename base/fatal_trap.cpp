@@ -27,8 +27,10 @@ bool TrapFatalReport(const char* tag, const char* text) {
     FatalReportTrap* trap = Innermost;
     if (!trap) return false;
     if (!trap->sprung) {
-        // One line: the reason stands inside the run's "MAP REFUSED" line.
-        std::snprintf(trap->reason, sizeof trap->reason, "%s: %s", tag, text);
+        // One line: the reason stands inside the run's "MAP REFUSED" line. The tag names code,
+        // not anything the user gave, so only the text goes there.
+        (void)tag;
+        std::snprintf(trap->reason, sizeof trap->reason, "%s", text);
         for (char* c = trap->reason; *c; ++c)
             if (*c == '\n' || *c == '\r') *c = ' ';
         size_t length = std::strlen(trap->reason);

@@ -12,7 +12,7 @@ public:
     FatalReportTrap& operator=(const FatalReportTrap&) = delete;
 
     bool Sprung() const;
-    const char* Reason() const;  // the first report's text; "" while not sprung
+    const char* Reason() const;  // the first report's text, without its tag; "" while not sprung
 
 private:
     friend bool TrapFatalReport(const char* tag, const char* text);
@@ -21,6 +21,6 @@ private:
     char reason[400];
 };
 
-// Keeps the report (tag and text, both given) in the innermost open trap and returns true; false where no trap is open, and
-// the caller then ends the program.
+// Keeps the report (tag and text, both given) in the innermost open trap and returns true; false
+// where no trap is open, and the caller then ends the program.
 bool TrapFatalReport(const char* tag, const char* text);

@@ -8,6 +8,7 @@
 #include "base/diagnostics.h"
 #include "base/file.h"
 #include "base/memory.h"
+#include "base/quoted_text.h"
 #include "base/services.h"
 #include "platform/crt/strings.h"
 
@@ -72,7 +73,8 @@ void ResourceManager::ReadConfig(const char* configPath) {
     while (ReadToken(file, key)) {
         if (!ReadToken(file, value)) {
             // An error handler that returns keeps the pairs read so far.
-            CorvaneError("Failed to find second line in RESOURCE.CFG\n%s\n", key);
+            CorvaneError("Failed to find second line in RESOURCE.CFG\n%s\n",
+                         QuotedText(key).c_str());
             break;
         }
         AddResource(key, value);

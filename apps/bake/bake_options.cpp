@@ -16,6 +16,8 @@ std::string CheckCombination(const BakeOptions& options) {
     if (!options.map.empty() && !options.batch.empty()) return "a map or --batch, not both";
     if (!options.batch.empty() && options.out != "texture.dat")
         return "--out takes one map; a batch names each job's output";
+    if (options.pngScale > 0 && options.png.empty() && !options.pngBeside)
+        return "--png-scale sizes a preview; give --png or --png-beside";
     if (!options.batch.empty() && !options.png.empty())
         return "--png takes one map; use --png-beside with --batch";
     if (options.verifyRows > 0 && (options.reference || options.closedCrossing))
@@ -33,8 +35,7 @@ CommandLineOutcome ParseBakeOptions(int argc, const char* const* argv, BakeOptio
     line.Path("--script", options.script, "FILE",
               "shadow script: a path, or the name of a script in the LIT folder of "
               "resource.cfg (\".ssf\" may be left out)");
-    line.Path("--out", options.out, "NAME",
-              "shadow map file name, relative to the map's folder")
+    line.Path("--out", options.out, "NAME", "shadow map file name, relative to the map's folder")
         ->capture_default_str();
     line.Path("--batch", options.batch, "FILE",
               "bake every job of a .BAT list (map, output name, script)");
@@ -66,6 +67,9 @@ CommandLineOutcome ParseBakeOptions(int argc, const char* const* argv, BakeOptio
               "greyscale preview of the map's part of the shadow map, light white");
     app.add_flag("--png-beside", options.pngBeside,
                  "a preview beside each shadow map, named NAME.png");
+    line.Whole("--png-scale", options.pngScale, 1, 64,
+               "draw each texel of a preview as N by N pixels; default: the least N that makes "
+               "the long side 512 pixels or more");
     app.add_flag("--stats", options.stats, "samples, rays, rays per second and time per phase");
     app.add_flag("-q,--quiet", options.quiet, "print only failures");
     return line.Parse(argc, argv, [&] {

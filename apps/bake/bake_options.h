@@ -18,6 +18,7 @@ struct BakeOptions {
     bool closedCrossing = false;      // the light test counts both ends of every edge
     int verifyRows = 0;               // sample rows checked against the literal walk after a bake
     bool pngBeside = false;           // a preview beside each shadow map, named NAME.png
+    int pngScale = 0;                 // pixels a texel along each side; 0: 512 on the long side
     bool stats = false;
     bool quiet = false;
 };

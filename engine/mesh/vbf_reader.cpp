@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include "base/velmora_log.h"
 #include "engine/mesh/mesh.h"
 #include "engine/mesh/mesh_animation.h"
+#include "engine/mesh/mesh_read_fault.h"
 #include "engine/mesh/vbf_cursor.h"
 #include "engine/texture/texture.h"
 #include "engine/texture/texture_lookup.h"
@@ -150,6 +152,7 @@ bool Reader::Parse(CMesh* root, VBFUserData** userDataOut) {
     if (!read) {
         VelmoraLog("VELMORALoadVBF", "Corrupt VBF %s at byte %zu: %s\n", fileName, faultOffset,
                    fault);
+        SetMeshReadFault("the map file is damaged at byte %zu: %s", faultOffset, fault);
         FreeVBFUserData(userData);
         return false;
     }
@@ -168,7 +171,8 @@ bool Reader::ReadHeader(VBFUserData** userData) {
     if (!cursor.ReadU32(headerKind)) return Fail("the file ends before its header");
     if (headerKind > 1) {
         VelmoraDataFatal("VELMORALoadVBF", "invalid header\n");
-        return Fail("header kind %u", headerKind);  // reached inside a run's job only
+        return Fail("its header kind is %u, where a map file has 0 or 1",
+                    headerKind);  // reached inside a run's job only
     }
     if (headerKind == 0) return true;
     uint32_t size;
@@ -629,8 +633,10 @@ void InsertKeyValue(KeyAnimation* animation, uint32_t* capacity, float time, con
 
 bool LoadVBFFile(CMesh* root, const char* path, const char* tag, VBFUserData** userData) {
     SetMeshFolderFromPath(path);
+    ClearMeshReadFault();
     std::FILE* file = path ? std::fopen(path, "rb") : nullptr;
     if (!file) {
+        SetMeshReadFault("the map file can't be opened (%s)", std::strerror(errno));
         VelmoraLog(tag, "Failed to open VBF: %s", path ? path : "");
         return false;
     }
@@ -644,6 +650,9 @@ bool LoadVBFFile(CMesh* root, const char* path, const char* tag, VBFUserData** u
     }
     std::fclose(file);
     if (!image || got != size_t(length)) {
+        SetMeshReadFault(length > VBFMaxFileBytes
+                             ? "the map file is over 1 GiB, more than a map may be"
+                             : "the map file can't be read");
         VelmoraLog(tag, "Failed to read VBF: %s\n", path);
         if (image) FREE(image);
         return false;
@@ -658,6 +667,7 @@ bool LoadVBFFile(CMesh* root, const char* path, const char* tag, VBFUserData** u
 bool VELMORALoadVBF(CMesh* root, const uint8_t* image, size_t size, const char* fileName,
                     VBFUserData** userData) {
     if (userData) *userData = nullptr;
+    ClearMeshReadFault();
     Reader reader(image, size, fileName ? fileName : "(image)");
     return reader.Parse(root, userData);
 }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -60,6 +61,38 @@ std::string RandomPart() {
     return part;
 }
 
+// A replaced file keeps its permissions: a read-only output stays read-only. Set-id bits are
+// never carried over to bytes some other program wrote.
+void TakeTargetMode(int descriptor, const std::string& target) {
+    struct stat info;
+    if (lstat(target.c_str(), &info) == 0 && S_ISREG(info.st_mode))
+        (void)fchmod(descriptor, info.st_mode & 0777);
+}
+
+// The temporaries being written, for removal by a signal handler that ends the process at once.
+// Fixed slots of plain bytes: a handler may not allocate or follow pointers into freed strings.
+enum : size_t { PendingSlots = 16, PendingPathSize = 4096 };
+enum : int { SlotFree, SlotClaimed, SlotReady };
+std::atomic<int> PendingState[PendingSlots];
+char PendingPaths[PendingSlots][PendingPathSize];
+
+int RegisterPending(const std::string& path) {
+    if (path.size() >= PendingPathSize) return -1;
+    for (size_t i = 0; i < PendingSlots; ++i) {
+        int expected = SlotFree;
+        if (PendingState[i].compare_exchange_strong(expected, SlotClaimed)) {
+            std::memcpy(PendingPaths[i], path.c_str(), path.size() + 1);
+            PendingState[i].store(SlotReady);
+            return int(i);
+        }
+    }
+    return -1;  // more writers than slots: those few are left behind by a hard stop
+}
+
+void ReleasePending(int slot) {
+    if (slot >= 0) PendingState[slot].store(SlotFree);
+}
+
 // ".<name>.<random>.partial" in the target's folder, made only if no such name exists, so every
 // writer has a file nobody else writes and no link planted there is followed.
 FILE* CreateTemporary(const std::string& target, std::string& temporary) {
@@ -73,6 +106,7 @@ FILE* CreateTemporary(const std::string& target, std::string& temporary) {
         int descriptor =
             OpenRetrying(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC);
         if (descriptor != -1) {
+            TakeTargetMode(descriptor, target);
             FILE* stream = StreamOver(descriptor, "wb");
             if (!stream) unlink(temporary.c_str());
             return stream;
@@ -88,12 +122,14 @@ FILE* CreateTemporary(const std::string& target, std::string& temporary) {
 ReplacingFile::ReplacingFile(const char* path) : target(path ? path : ""), stream(nullptr) {
     if (target.empty()) return;
     stream = WrittenInPlace(target) ? OpenInPlace(target) : CreateTemporary(target, temporary);
+    if (stream && !temporary.empty()) pendingSlot = RegisterPending(temporary);
 }
 
 ReplacingFile::~ReplacingFile() {
     if (!stream) return;
     std::fclose(stream);
     if (!temporary.empty()) unlink(temporary.c_str());
+    ReleasePending(pendingSlot);
 }
 
 bool ReplacingFile::Commit(bool writtenWell) {
@@ -102,9 +138,15 @@ bool ReplacingFile::Commit(bool writtenWell) {
     stream = nullptr;
     if (temporary.empty()) return writtenWell && closed;
     // rename replaces a link at the target itself, never what it points to.
-    if (writtenWell && closed && rename(temporary.c_str(), target.c_str()) == 0) return true;
-    unlink(temporary.c_str());
-    return false;
+    bool renamed = writtenWell && closed && rename(temporary.c_str(), target.c_str()) == 0;
+    if (!renamed) unlink(temporary.c_str());
+    ReleasePending(pendingSlot);
+    return renamed;
+}
+
+void RemovePartialFilesNow() {
+    for (size_t i = 0; i < PendingSlots; ++i)
+        if (PendingState[i].load() == SlotReady) unlink(PendingPaths[i]);
 }
 
 bool WriteFileAtomically(const char* path, const void* data, size_t bytes) {

@@ -23,7 +23,12 @@ private:
     std::string target;
     std::string temporary;  // empty where the target is a device written in place
     FILE* stream;
+    int pendingSlot = -1;
 };
+
+// Removes every temporary still being written. Safe in a signal handler, for a process that ends
+// at once (a second interrupt) and would otherwise leave them behind.
+void RemovePartialFilesNow();
 
 // The whole block under path; false if anything failed.
 bool WriteFileAtomically(const char* path, const void* data, size_t bytes);

@@ -13,8 +13,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The preview's pixels against the light levels (255 - byte) of the shadow map's top left corner.
-void ExpectPreviewOf(const std::string& png, const std::string& shadowMap, int side, uint32_t width) {
+// The preview's pixels against the light levels (255 - byte) of the shadow map's top left corner,
+// width texels of it, each drawn as scale by scale pixels.
+void ExpectPreviewOf(const std::string& png, const std::string& shadowMap, int side, uint32_t width,
+                     uint32_t scale) {
+    width *= scale;
     std::string bytes = ReadWholeFile(png), texels = ReadWholeFile(shadowMap);
     png_image image = {};
     image.version = PNG_IMAGE_VERSION;
@@ -26,7 +29,7 @@ void ExpectPreviewOf(const std::string& png, const std::string& shadowMap, int s
     ASSERT_EQ(texels.size(), size_t(side) * size_t(side));
     int wrong = 0;
     for (uint32_t i = 0; i < width * width; ++i)
-        wrong += pixels[i] != 255 - uint8_t(texels[i / width * side + i % width]);
+        wrong += pixels[i] != 255 - uint8_t(texels[i / width / scale * side + i % width / scale]);
     EXPECT_EQ(wrong, 0) << png;
 }
 
@@ -96,15 +99,15 @@ TEST_F(BakeCli, PreviewsAndFramesShowTheMapsPart) {
     for (const std::string name : {"m/shade0", "m/shade1"}) {
         EXPECT_EQ(ReadWholeFile(name + ".dah").size(), 8u * 8u * 4u);
         EXPECT_TRUE(Contains(run.output, "shadow map " + dir.File(name + ".dat") + "\n")) << run.output;
-        ExpectPreviewOf(name + ".dat.png", name + ".dat", 8, 8);
+        ExpectPreviewOf(name + ".dat.png", name + ".dat", 8, 8, 64);  // 512 on the long side
         EXPECT_FALSE(fs::exists(name + ".dah.png"));
     }
     EXPECT_TRUE(Contains(run.output, "preview " + dir.File("new/m.png"))) << run.output;
-    ExpectPreviewOf("new/m.png", "m/shade1.dat", 8, 8);
+    ExpectPreviewOf("new/m.png", "m/shade1.dat", 8, 8, 64);
     EXPECT_FALSE(fs::exists("m/shade.dat"));
     EXPECT_TRUE(Contains(run.output, "1 map baked")) << run.output;
-    ASSERT_EQ(RunBake("tiny --texture-size 64 --png tiny.png").status, 0);
-    ExpectPreviewOf("tiny.png", "tiny/texture.dat", 64, 1);
+    ASSERT_EQ(RunBake("tiny --texture-size 64 --png tiny.png --png-scale 3").status, 0);
+    ExpectPreviewOf("tiny.png", "tiny/texture.dat", 64, 1, 3);
     fs::create_directory("taken.png");
     ToolRun blocked = RunBake("m --texture-size 64 --png taken.png");
     EXPECT_EQ(blocked.status, 1) << blocked.output;
@@ -113,7 +116,8 @@ TEST_F(BakeCli, PreviewsAndFramesShowTheMapsPart) {
 }
 
 // A script by its path (from where the user stands), or by name in the config's LIT folder with
-// or without ".ssf": the same bake, and only the LIT folder's light description goes beside.
+// or without ".ssf": the same bake, and the light description it names, from beside the script or
+// from the LIT folder, goes beside the map.
 TEST_F(BakeCli, ScriptByPathOrByNameInTheLitFolder) {
     ASSERT_TRUE(MakeMap("m", 8));
     fs::create_directories("conf/lit");
@@ -124,7 +128,8 @@ TEST_F(BakeCli, ScriptByPathOrByNameInTheLitFolder) {
     ASSERT_EQ(RunBake("m --texture-size 256 --script=conf/lit/k=dusk.ssf").status, 0);
     std::string dusk = ReadWholeFile("m/texture.dat");
     EXPECT_NE(dusk, ReadWholeFile("m/plain.dat"));
-    EXPECT_FALSE(fs::exists("m/test.lit"));
+    EXPECT_EQ(ReadWholeFile("m/test.lit"), "dusk light\n");
+    fs::remove("m/test.lit");
     for (const char* name : {"k=dusk", "k=dusk.ssf"}) {
         fs::remove("m/texture.dat");
         ToolRun run =

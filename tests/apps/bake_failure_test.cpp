@@ -11,7 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "apps/common/tool_session.h"
 #include "engine/mesh/mesh.h"
+#include "platform/crt/replacing_file.h"
 #include "tests/apps/cli_run.h"
 #include "tool/maps/map_chunks.h"
 #include "tool/maps/map_generator.h"
@@ -51,6 +53,7 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         {bake, "--batch b --out x.dat", 2, "--out takes one map; a batch names each job's output\n"},
         {bake, "m n", 2, "unexpected argument n\n"},
         {bake, "m --png-beside=x.png", 2, "--png-beside takes no value\n"},
+        {bake, "m --png-scale 2", 2, "--png-scale sizes a preview; give --png or --png-beside\n"},
         {bake, "m --crossing open", 2, "--crossing: open is none of half-open, closed\n"},
         {bake, "m --verify 0", 2, "--verify: 0 is out of range; give a whole number from 1 to 100000\n"},
         {bake, "m --verify 3 --reference", 2, "--verify checks the fast core; it takes neither"},
@@ -134,22 +137,25 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
     ASSERT_TRUE(MakeMap("n", 4));
     WriteWholeFile("plain.ssf", "AMBIENT 100\n");
     WriteWholeFile("jobs.bat", "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n");
+    WriteWholeFile("noscript.bat", "n/test.vbf other.dat nosuch.ssf\n");
+    WriteWholeFile("bin.cfg", "LIT\x1b[2Jlit\n");
     ASSERT_TRUE(MakeMap("locked", 4));
     fs::permissions("locked", fs::perms(0555));
 
-    const std::string d = dir.Path() + "/", refused = "***** MAP REFUSED " + d,
-                      unread = ": the map could not be read";
+    const std::string d = dir.Path() + "/", refused = "***** MAP REFUSED " + d;
     std::vector<std::pair<std::string, std::string>> cases = {
         {"nowhere", "error: " + d + "nowhere: no such file or directory"},
         {"nowhere --quiet", "error: " + d + "nowhere: no such file or directory"},
         {"empty", "error: " + d + "empty: the directory holds no test.vbf"},
         {"m/notes.txt", "error: " + d + "m/notes.txt: not a map (a map file ends in .vbf or .vaf)"},
         {"m --config nowhere.cfg", "error: nowhere.cfg: no such config file"},
-        {"half", refused + "half/test.vbf" + unread},
-        {"ten", refused + "ten/test.vbf" + unread},
+        {"half", refused + "half/test.vbf: the map file is damaged at byte "},
+        {"ten", refused + "ten/test.vbf: the map file is damaged at byte 8: user data of 24 bytes, 2 are left *****"},
         {"bare/test.vbf", refused + "bare/test.vbf: the map has no user data, so no map size *****"},
         {"unended", refused + "unended/test.vbf: the user data ends without the end chunk 0xA0000000"},
-        {"kind", refused + "kind/test.vbf: VELMORALoadVBF: invalid header *****"},
+        {"kind", refused + "kind/test.vbf: the map file is damaged at byte 4: its header kind is 2, where a map file "
+                           "has 0 or 1 *****"},
+        {"m --config bin.cfg", "error: " + d + "bin.cfg: not a resource list: it holds the byte 0x1B at offset 3"},
         {"m --script words.ssf",
          "error: " + d + "words.ssf: no key of a shadow script in it (7 other words)"},
         {"m --script missing.ssf",
@@ -167,6 +173,8 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
         {"--batch none.bat", "error: " + d + "none.bat: no job in the batch"},
         {"--batch short.bat", "error: " + d + "short.bat: no job in the batch"},
         {"--batch jobs.bat", "***** MAP REFUSED gone/test.vbf"},
+        {"--batch noscript.bat", "***** " + d + "noscript.bat line 1: the script \"nosuch.ssf\" can't be read; the "
+                                                "job bakes with the settings as they stand, and the batch fails *****"},
     };
     if (access("locked", W_OK) != 0)  // the superuser writes anyway
         cases.push_back({"locked", refused + "locked/test.vbf: texture.dat could not be written"});
@@ -209,6 +217,22 @@ TEST_F(BakeFailures, InterruptLeavesTheOldShadowMap) {
     EXPECT_EQ(DecodeWaitStatus(status), 130) << output;
     EXPECT_TRUE(Contains(output, "tenebrix-bake: interrupted; no partial file was left\n")) << output;
     EXPECT_EQ(ReadWholeFile("big/texture.dat"), old);
+    EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+}
+
+// A second interrupt ends the program at once, but still says so and removes what it was writing.
+TEST(ToolSessionDeathTest, ASecondInterruptEndsAtOnceWithoutPartialFiles) {
+    TempDir dir;
+    auto twice = [] {
+        ToolSessionOptions options;
+        options.program = "t";
+        options.cancelOnInterrupt = true;
+        ToolSession session(options);
+        ReplacingFile file("out.dat");
+        raise(SIGINT);
+        raise(SIGINT);
+    };
+    EXPECT_EXIT(twice(), ::testing::ExitedWithCode(130), "\nt: interrupted; stopped at once, no partial file was left\n");
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
 }
 

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "base/quoted_text.h"
 #include "platform/debug/debug_output.h"
 #include "tests/support/report_capture.h"
 
@@ -54,3 +56,23 @@ TEST(Diagnostics, TextsAreFormattedOnceAndCutAtTheBuffer) {
 }
 
 }  // namespace
+
+// Bytes from files reach a terminal only as printable text; a cut never splits a character.
+TEST(QuotedText, EscapesWhatIsNotPrintableAndCutsWholeCharacters) {
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        // text, quoted with a limit of 8, escaped keeping line ends
+        {"plain", "\"plain\"", "plain"},
+        {"a\"b\\c", "\"a\\\"b\\\\c\"", "a\"b\\c"},
+        {"\x1b[2J\n\t\x7f", "\"\\x1B[2J\\x0A\\x09\\x7F\"", "\\x1B[2J\n\t\\x7F"},
+        {"caf\xc3\xa9 \xe2\x82\xac", "\"caf\xc3\xa9 \"...", "caf\xc3\xa9 \xe2\x82\xac"},
+        {"abcdefg\xc3\xa9", "\"abcdefg\"...", "abcdefg\xc3\xa9"},  // the cut falls inside the é
+        {"abcdefgh\xc3\xa9", "\"abcdefgh\"...", "abcdefgh\xc3\xa9"},
+        {"\xc3(\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80", "\"\\xC3(\\xC0\\xAF\\xED\\xA0\\x80\\xF4\"...",
+         "\\xC3(\\xC0\\xAF\\xED\\xA0\\x80\\xF4\\x90\\x80\\x80"},  // broken, overlong, surrogate, too high
+        {std::string("a\0b", 3), "\"a\\x00b\"", "a\\x00b"},
+    };
+    for (const auto& [text, quoted, escaped] : rows) {
+        EXPECT_EQ(QuotedText(text, 8), quoted) << text;
+        EXPECT_EQ(EscapedText(text, true), escaped) << text;
+    }
+}

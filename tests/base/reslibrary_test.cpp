@@ -270,7 +270,7 @@ TEST(ResourceManager, ConfigurationsReadAsPairs) {
     } rows[] = {
         {"A\n1\nB\t2\r\n\r\nC\v3\f", "A B c", "1 2 3", {}},
         {"  \n\t A   1\tB\n\n2 C\r3", "a B C", "1 2 3", {}},
-        {"A 1\nB 2\nLONELY\n", "A B", "1 2", {"E513: Failed to find second line in RESOURCE.CFG\nLONELY\n"}},
+        {"A 1\nB 2\nLONELY\n", "A B", "1 2", {"E513: Failed to find second line in RESOURCE.CFG\n\"LONELY\"\n"}},
         {" \n\t\r\n", "", "", {}},
         {std::string(1000, 'k') + " short\nLONG " + std::string(1000, 'v') + "\n" + a399 + " fits " + b399 +
              "b cut\n",

@@ -48,6 +48,24 @@ TEST(ReplacingFile, ReplacesAFileOnlyWithAWholeOne) {
     EXPECT_EQ(ReadWholeFile(dir.File(longest)), "long");
 }
 
+// A replaced file keeps its permissions, without set-id bits; a hard stop's clean-up removes the
+// temporaries still being written, and only those.
+TEST(ReplacingFile, KeepsTheModeOfWhatItReplacesAndCleansUpOnAHardStop) {
+    TempDir dir;
+    for (auto [before, after] : {std::pair{0444, 0444}, {0640, 0640}, {04755, 0755}}) {
+        WriteWholeFile(dir.File("out.dat"), "old");
+        fs::permissions(dir.File("out.dat"), fs::perms(before));
+        ASSERT_TRUE(WriteFileAtomically("out.dat", "new", 3));
+        EXPECT_EQ(int(fs::status(dir.File("out.dat")).permissions()), after) << before;
+        fs::permissions(dir.File("out.dat"), fs::perms(0644));
+    }
+    ReplacingFile done("done.dat"), pending("pending.dat");
+    ASSERT_TRUE(done.Commit(true));
+    RemovePartialFilesNow();
+    EXPECT_EQ(Listing(dir.Path()).size(), 2u);  // out.dat and done.dat
+    EXPECT_FALSE(pending.Commit(true));
+}
+
 // Links planted at the temporary name and at the target: what they point to stays as it was, and
 // the target ends a plain file with the new bytes.
 TEST(ReplacingFile, NeverWritesThroughALink) {

@@ -163,13 +163,15 @@ TEST_F(BakeRun, JobsWithNamesThatCannotBeTakenAsTheyStandAreRefused) {
               "the job's names are too long for the run");
 }
 
-// Each job bakes with its own name and script; one whose script is missing, with the settings
-// before it. A bad map, texture or frame count ends only its own job and leaves the map size alone.
+// Each job bakes with its own name and script; one whose script is missing or holds no key, with
+// the settings before it, and it fails the batch. A bad map, texture or frame count ends only its
+// own job, with its reason in words, and leaves the map size alone.
 // A frame's name loses the last four characters of the output name, however short.
 TEST_F(BakeRun, EachJobBakesWithItsOwnNameAndScriptAndBadJobsEndOnlyThemselves) {
     WriteMap("nosize/test.vbf", {});
     WriteWholeFile(dir.File("negative.ssf"), "ANIMATED -1");
     WriteWholeFile(dir.File("frames.ssf"), "ANIMATED 2 AMBIENT 20");
+    WriteWholeFile(dir.File("junk.ssf"), "\x7F" "ELF binary words");
     CTexture* bitmap = CreateTexture(2, 2, 0x8888);
     bitmap->SetName("wall.bmp");
     WriteMap("bmp/test.vbf", MakeMapChunks(4, 4), [&](CMesh* root) {
@@ -179,19 +181,23 @@ TEST_F(BakeRun, EachJobBakesWithItsOwnNameAndScriptAndBadJobsEndOnlyThemselves) 
     FreeTexture(bitmap);
     BakeRunResult result = RunBatch(
         "a/test.vbf one.dat ten.ssf\nnosize/test.vbf x.dat ten.ssf\ngone/test.vbf x.dat ten.ssf\n"
-        "b/test.vbf two.dat missing.ssf\nbmp/test.vbf x.dat twenty.ssf\n"
-        "c/test.vbf x.dat negative.ssf\nc/test.vbf ab frames.ssf\n");
-    EXPECT_EQ(std::make_pair(result.baked, result.failed), std::make_pair(3, 4));
+        "b/test.vbf two.dat missing.ssf\nb/test.vbf three.dat junk.ssf\n"
+        "bmp/test.vbf x.dat twenty.ssf\nc/test.vbf x.dat negative.ssf\nc/test.vbf ab frames.ssf\n");
+    EXPECT_EQ(std::make_pair(result.baked, result.failed), std::make_pair(4, 6));
     EXPECT_EQ(ranMapPath, "a/test.vbf");  // the buffer holds the last job's map
     EXPECT_EQ(BatchMode, 1);              // a batch ends the program, so it stays set
-    for (const char* map : {"nosize/test.vbf", "gone/test.vbf", "c/test.vbf"})
+    for (const char* map : {"nosize/test.vbf", "c/test.vbf"})
         EXPECT_TRUE(Logged("***** MAP REFUSED " + std::string(map) + ": ", " *****")) << map;
-    EXPECT_TRUE(Logged("***** MAP REFUSED bmp/test.vbf: VELMORALoadTexture: ",
-                       "wall.bmp is an Invalid File Format *****"));
+    EXPECT_TRUE(Logged("***** MAP REFUSED gone/test.vbf: the map file can't be opened (No such"));
+    EXPECT_TRUE(Logged("***** MAP REFUSED bmp/test.vbf: Texture ", "wall.bmp is an Invalid File Format *****"));
+    const std::string bakesAnyway = "; the job bakes with the settings as they stand, and the batch fails *****";
+    EXPECT_TRUE(Logged("***** jobs.bat line 4: the script \"missing.ssf\" can't be read" + bakesAnyway));
+    EXPECT_TRUE(Logged("***** jobs.bat line 5: the script \"junk.ssf\" holds no key of a shadow script" +
+                       bakesAnyway));
     EXPECT_TRUE(RecordedErrors.empty());
     EXPECT_EQ(std::make_tuple(Byte(Read("a/one.dat"), 0, 0), Byte(Read("a/one.dat"), 5, 5),
-                              Byte(Read("b/two.dat"), 5, 5)),  // the script of the job before
-              std::make_tuple(0, 245, 235));
+                              Byte(Read("b/two.dat"), 5, 5), Byte(Read("b/three.dat"), 5, 5)),
+              std::make_tuple(0, 245, 235, 235));  // the script of the job before
     EXPECT_EQ(Read("c/1.dat"), std::string(16, '\0'));  // the map's 4 by 4 texels, all lit
     EXPECT_EQ(Listing("c"), (std::vector<std::string>{"0.dat", "1.dat", "test.vbf"}));
     for (const char* folder : {"nosize", "bmp"})

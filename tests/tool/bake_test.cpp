@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -221,7 +224,8 @@ TEST(ShadowQuantise, LevelsAndTexelsOfKnownSums) {
 }
 
 auto Fields(const ShadowSettingsRecord& s) {
-    return std::make_tuple(s.Light.x, s.Light.y, s.Light.z, s.ShadowColour, s.LightColour,
+    auto bits = [](float f) { return std::bit_cast<uint32_t>(f); };  // a NaN equals itself
+    return std::make_tuple(bits(s.Light.x), bits(s.Light.y), bits(s.Light.z), s.ShadowColour, s.LightColour,
                            s.Ambient, s.Oversample, s.TextureSize, s.MapCellsX, s.MapCellsY,
                            std::string(s.LitFile), s.FrameCount, s.WriteHeightData);
 }
@@ -262,6 +266,13 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
     const Change ambient5 = [](auto& s) { s.Ambient = 5; };
     const Change light123 = [](auto& s) { s.Light = {1, 2, 3}; };
     const std::string c259(259, 'c'), c260(260, 'c');
+    auto keeps = [](const char* n) {
+        return "OVERSAMPLE " + std::string(n) + " is not 1, 2, 4, 8 or 16; the bake keeps 4\n";
+    };
+    auto noLight = [](const char* light) {
+        return "LIGHT " + std::string(light) +
+               " is no direction; the bake finds no light, so the whole map gets the ambient level\n";
+    };
     auto overlong = [](char c) {
         return "the word " + std::string(40, c) + "... is longer than 199 characters; skipped\n";
     };
@@ -279,7 +290,16 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
         {" \n\t\r\n  \v\f ", None, 0, 0, ""},
         {"TEXTURE_SIZE 512 9", None, 1, 1, ""},  // no key sets TextureSize or MapCells
         {"MAPSIZE 512 256 9", None, 1, 1, ""},
-        {"OVERSAMPLE 3 OVERSAMPLE 0 OVERSAMPLE 17 OVERSAMPLE -16 OVERSAMPLE 32", None, 5, 0, ""},
+        // Values the bake takes or leaves as written, each with one warning of what it makes of them.
+        {"OVERSAMPLE 3 OVERSAMPLE 0 OVERSAMPLE 17 OVERSAMPLE -16", None, 4, 0,
+         keeps("3") + keeps("0") + keeps("17") + keeps("-16")},
+        {"AMBIENT -5000", [](auto& s) { s.Ambient = -5000; }, 1, 0,
+         "AMBIENT -5000 is below 0; light levels wrap around below 0, so unlit texels bake as "
+         "with AMBIENT 120\n"},
+        {"AMBIENT 256 AMBIENT 255 AMBIENT 0", [](auto& s) { s.Ambient = 0; }, 3, 0,
+         "AMBIENT 256 is above 255; every texel bakes at the level 255\n"},
+        {"LIGHT nan nan nan", [](auto& s) { s.Light = {NAN, NAN, NAN}; }, 1, 0, noLight("nan nan nan")},
+        {"LIGHT inf 1 0", [](auto& s) { s.Light = {INFINITY, 1, 0}; }, 1, 0, noLight("inf 1 0")},
         {"OVERSAMPLE 2", [](auto& s) { s.Oversample = 2; }, 1, 0, ""},
         {"OVERSAMPLE 16 OVERSAMPLE 1", [](auto& s) { s.Oversample = 1; }, 2, 0, ""},
         {"OVERSAMPLE 8", [](auto& s) { s.Oversample = 8; }, 1, 0, ""},
@@ -293,7 +313,10 @@ TEST_F(ShadowScript, ScriptChangesOnlyWhatItNamesAndWarnsOfWhatItCannotTake) {
         {"SHADOW_COLOUR 16 32 48\nLIGHT_COLOUR 255 0 1",
          [](auto& s) { s.ShadowColour = 0x102030, s.LightColour = 0xFF0001; }, 2, 0, ""},
         {"SHADOW_COLOUR 1 0 256\nLIGHT_COLOUR -1 0 0",
-         [](auto& s) { s.ShadowColour = 0x010100, s.LightColour = 0xFFFF0000; }, 2, 0, ""},
+         [](auto& s) { s.ShadowColour = 0x010100, s.LightColour = 0xFFFF0000; }, 2, 0,
+         "SHADOW_COLOUR 1 0 256 has a component outside 0 to 255; the colour is packed unmasked as "
+         "0x10100\nLIGHT_COLOUR -1 0 0 has a component outside 0 to 255; the colour is packed "
+         "unmasked as 0xFFFF0000\n"},
         // The end of the file ends words and values; values cut off leave the field alone.
         {"LIGHT 1 2\n3", light123, 1, 0, ""},
         {"SCRIPT last.lit", [](auto& s) { std::strcpy(s.LitFile, "last.lit"); }, 1, 0, ""},

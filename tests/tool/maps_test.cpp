@@ -157,7 +157,7 @@ TEST_F(ToolTextures, LoadsComeFromTheTexturesFolderOnceAndMissingOnesGiveThePatt
     {
         FatalReportTrap job;  // another type is fatal; in a run's job that ends only the job
         EXPECT_EQ(Load("grass.bmp")->width, 64);
-        EXPECT_STREQ(job.Reason(), "Load Texture: Invalid Texture Type grass.bmp");
+        EXPECT_STREQ(job.Reason(), "Invalid Texture Type grass.bmp");
     }
     CTexture* rock = Load("rock.tga");
     ToolTextureCacheClear();  // the textures stay with the engine; the next ask loads anew

@@ -2,6 +2,7 @@
 
 #include <png.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <vector>
 
@@ -29,14 +30,23 @@ static bool WritePng(FILE* file, const std::vector<uint8_t>& pixels, int32_t wid
 }
 
 bool WriteShadowPreviewPng(const char* path, const uint8_t* bytes, int32_t width, int32_t height,
-                           int32_t stride) {
-    if (width <= 0 || height <= 0) return false;
-    std::vector<uint8_t> pixels(size_t(width) * size_t(height));
-    for (int32_t y = 0; y < height; ++y)
-        for (int32_t x = 0; x < width; ++x)
-            pixels[size_t(y) * width + x] = uint8_t(255 - bytes[size_t(y) * stride + x]);
+                           int32_t stride, int32_t scale) {
+    if (width <= 0 || height <= 0 || scale <= 0) return false;
+    const int64_t wide = int64_t(width) * scale, high = int64_t(height) * scale;
+    if (wide > MaxPreviewSide || high > MaxPreviewSide) return false;
+    std::vector<uint8_t> pixels(size_t(wide) * size_t(high));
+    for (int64_t y = 0; y < high; ++y)
+        for (int64_t x = 0; x < wide; ++x)
+            pixels[size_t(y * wide + x)] =
+                uint8_t(255 - bytes[size_t(y / scale) * size_t(stride) + size_t(x / scale)]);
 
     ReplacingFile file(path);
     if (!file.Stream()) return false;
-    return file.Commit(WritePng(file.Stream(), pixels, width, height));
+    return file.Commit(WritePng(file.Stream(), pixels, int32_t(wide), int32_t(high)));
+}
+
+int32_t PreviewScale(int32_t width, int32_t height, int32_t asked) {
+    const int32_t side = std::max({width, height, 1});
+    const int32_t scale = asked > 0 ? asked : (512 + side - 1) / side;
+    return std::clamp(scale, 1, std::max(1, MaxPreviewSide / side));
 }

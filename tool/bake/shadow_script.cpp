@@ -1,8 +1,10 @@
 #include "tool/bake/shadow_script.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/diagnostics.h"
 #include "base/memory.h"
@@ -15,6 +17,8 @@
 static_assert(sizeof(ShadowSettings.LitFile) == 260, "the SCRIPT word fills LitFile");
 
 enum { ScriptWordSize = 200 };
+
+static std::string LastScriptPath;
 
 // Values are read one at a time so that a value that does not convert can be put back whole:
 // fscanf may already have eaten part of it (a lone "-" or "."), and losing that would put the
@@ -71,30 +75,80 @@ static void SetLitFile(FILE* file, const char* path) {
     std::memcpy(ShadowSettings.LitFile, name, length + 1);
 }
 
+// Values the bake takes as they stand but that don't do what their key says: each gets one
+// warning naming the script, the key and what the bake makes of it.
+static void CheckLight(const char* path, const float (&light)[3]) {
+    if (std::isfinite(light[0]) && std::isfinite(light[1]) && std::isfinite(light[2])) return;
+    CorvaneWarning(
+        "Script %s: LIGHT %g %g %g is no direction; the bake finds no light, so the "
+        "whole map gets the ambient level\n",
+        path, double(light[0]), double(light[1]), double(light[2]));
+}
+
+static void CheckAmbient(const char* path, int ambient) {
+    if (ambient > 255)
+        CorvaneWarning("Script %s: AMBIENT %d is above 255; every texel bakes at the level 255\n",
+                       path, ambient);
+    if (ambient < 0)
+        CorvaneWarning(
+            "Script %s: AMBIENT %d is below 0; light levels wrap around below 0, so "
+            "unlit texels bake as with AMBIENT %d\n",
+            path, ambient, (ambient % 256 + 256) % 256);
+}
+
+static void CheckColour(const char* path, const char* key, const int (&rgb)[3]) {
+    for (int c : rgb)
+        if (c < 0 || c > 255) {
+            CorvaneWarning(
+                "Script %s: %s %d %d %d has a component outside 0 to 255; the colour "
+                "is packed unmasked as 0x%X\n",
+                path, key, rgb[0], rgb[1], rgb[2], unsigned(PackColour(rgb)));
+            return;
+        }
+}
+
+static void SetOversample(const char* path, int n) {
+    if (n == 1 || n == 2 || n == 4 || n == 8 || n == 16) {
+        ShadowSettings.Oversample = n;
+        return;
+    }
+    CorvaneWarning("Script %s: OVERSAMPLE %d is not 1, 2, 4, 8 or 16; the bake keeps %d\n", path, n,
+                   ShadowSettings.Oversample);
+}
+
 // Compares the word with the keys in their fixed order and applies the first that matches.
 // FAST is recognised and, like FULLSCREEN, does nothing. False for a word that is no key.
 static bool ApplyWord(FILE* file, const char* word, const char* path) {
     float light[3];
     int ints[3];
     if (_stricmp(word, "LIGHT") == 0) {
-        if (ReadValues(file, light, 3)) ShadowSettings.Light = {light[0], light[1], light[2]};
+        if (ReadValues(file, light, 3)) {
+            CheckLight(path, light);
+            ShadowSettings.Light = {light[0], light[1], light[2]};
+        }
     } else if (_stricmp(word, "SHADOW_COLOUR") == 0) {
-        if (ReadValues(file, ints, 3)) ShadowSettings.ShadowColour = PackColour(ints);
+        if (ReadValues(file, ints, 3)) {
+            CheckColour(path, "SHADOW_COLOUR", ints);
+            ShadowSettings.ShadowColour = PackColour(ints);
+        }
     } else if (_stricmp(word, "LIGHT_COLOUR") == 0) {
-        if (ReadValues(file, ints, 3)) ShadowSettings.LightColour = PackColour(ints);
+        if (ReadValues(file, ints, 3)) {
+            CheckColour(path, "LIGHT_COLOUR", ints);
+            ShadowSettings.LightColour = PackColour(ints);
+        }
     } else if (_stricmp(word, "TEXTURE_SIZE") == 0) {
         ReadValues(file, ints, 1);  // consumed only: no key sets the texture size
     } else if (_stricmp(word, "AMBIENT") == 0) {
-        if (ReadValues(file, ints, 1)) ShadowSettings.Ambient = ints[0];
+        if (ReadValues(file, ints, 1)) {
+            CheckAmbient(path, ints[0]);
+            ShadowSettings.Ambient = ints[0];
+        }
     } else if (_stricmp(word, "MAPSIZE") == 0) {
         ReadValues(file, ints, 2);  // consumed only: the map file gives the size
     } else if (_stricmp(word, "SCRIPT") == 0) {
         SetLitFile(file, path);
     } else if (_stricmp(word, "OVERSAMPLE") == 0) {
-        if (ReadValues(file, ints, 1)) {
-            int n = ints[0];
-            if (n == 1 || n == 2 || n == 4 || n == 8 || n == 16) ShadowSettings.Oversample = n;
-        }
+        if (ReadValues(file, ints, 1)) SetOversample(path, ints[0]);
     } else if (_stricmp(word, "FULLSCREEN") == 0 || _stricmp(word, "FAST") == 0) {
         // no effect
     } else if (_stricmp(word, "HEIGHTDATA") == 0) {
@@ -132,6 +186,7 @@ bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
         LogFailedOpen(path);
         return false;
     }
+    LastScriptPath = path;
     char word[ScriptWordSize];
     size_t length = 0;
     for (;;) {
@@ -151,4 +206,8 @@ bool ParseShadowScript(const char* path, ShadowScriptReport* report) {
     std::fclose(file);
     if (report) *report = counts;
     return true;
+}
+
+const char* LastShadowScriptPath() {
+    return LastScriptPath.c_str();
 }

@@ -11,3 +11,7 @@ struct ShadowScriptReport {
 // Reads one script into ShadowSettings. FrameCount and WriteHeightData are reset first, even when
 // the file can't be opened. Returns whether the file could be opened; says nothing of its contents.
 bool ParseShadowScript(const char* path, ShadowScriptReport* report = nullptr);
+
+// The path of the last script that could be opened, as it was given; "" before the first. The
+// light description it names may stand beside it.
+const char* LastShadowScriptPath();

@@ -11,6 +11,7 @@
 #include "base/memory.h"
 #include "base/resmanager.h"
 #include "engine/mesh/mesh.h"
+#include "engine/mesh/mesh_read_fault.h"
 #include "engine/scene/scene.h"
 #include "engine/texture/texture.h"
 #include "platform/crt/paths.h"
@@ -18,6 +19,7 @@
 #include "tool/bake/bake_pass.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/progress.h"
+#include "tool/bake/shadow_script.h"
 #include "tool/bake/shadow_settings.h"
 #include "tool/maps/map_chunks.h"
 #include "tool/run/app_state.h"
@@ -71,20 +73,24 @@ static char MapType(const char* path) {
     return extension.size() >= 3 ? extension[2] : 0;
 }
 
+// Why the map's reader gave up, in the reader's words where it left some.
+static const char* ReadFault() {
+    return *MeshReadFault() ? MeshReadFault() : "the map could not be read (see velmora.log)";
+}
+
 // Loads the map under MapMesh and sets the map size from a binary map's chunks. Null when the
 // map loaded; else why not, "" where an error report has already said so.
 static const char* LoadMap(const char* path) {
     switch (MapType(path)) {
         case 'a':
         case 'A':  // a text map has no size chunk: the size stays as it was
-            return MapMesh->LoadVAF(path, 0) ? nullptr
-                                             : "the map could not be read (see velmora.log)";
+            return MapMesh->LoadVAF(path, 0) ? nullptr : ReadFault();
         case 'b':
         case 'B': {
             VBFUserData* data = MapMesh->LoadVBFWithData(path);
             if (!data)
                 return MapMesh->firstChild ? "the map has no user data, so no map size"
-                                           : "the map could not be read (see velmora.log)";
+                                           : ReadFault();
             MapSize size = {ShadowSettings.MapCellsX, ShadowSettings.MapCellsY};
             const char* error = nullptr;
             bool good = ReadMapChunks(data->bytes, data->size, size, error);
@@ -160,8 +166,9 @@ static bool BakeOneMap(char* mapPath, const char* outputName) {
     FatalReportTrap trap;
     Clock::time_point start = Clock::now();
     MapMesh = NEW CMesh(SceneRoot);
+    ClearMeshReadFault();
     const char* fault = LoadMap(mapPath);
-    if (trap.Sprung()) fault = trap.Reason();
+    if (trap.Sprung()) fault = *MeshReadFault() ? MeshReadFault() : trap.Reason();
     if (fault && *fault) RefuseMap(mapPath, fault);
     bool good = !fault;
     double loadSeconds = std::chrono::duration<double>(Clock::now() - start).count();
@@ -201,24 +208,32 @@ BakeRunResult RunBakeMaps(char* mapPath) {
         if (!good) RefuseMap(mapPath[0] ? mapPath : "(a name too long)", job.refusal.c_str());
         if (good) good = BakeOneMap(mapPath, outputName);
         good ? ++result.baked : ++result.failed;
+        if (good && job.scriptFailed) ++result.failed;
         if (job.last || CancelRequested()) return result;
     }
 }
 
+static std::string FromStart(const std::string& path) {
+    return path[0] == '/' ? path : std::string(StartDirectory) + "/" + path;
+}
+
+// The light description named by the script: in the LIT folder, or else beside the script, for
+// a script given by its path from some other folder.
 static void CopyLightDescription(const char* mapPath) {
     const char* lit = Resources ? Resources->GetResourcePath("LIT") : nullptr;
-    if (!lit) return;  // never a path made from nothing
+    std::string script = LastShadowScriptPath();
+    if (!lit && script.empty()) return;  // never a path made from nothing
     const char* name = ShadowSettings.LitFile;
     char drive[_MAX_DRIVE], dir[_MAX_DIR];
     _splitpath(mapPath, drive, dir, nullptr, nullptr);
-    std::string target = std::string(drive) + dir + "test.lit";
-    if (target[0] != '/')
-        target = std::string(StartDirectory) + "/" + target;  // maps are relative to the start
-    DeleteFileA(target.c_str());
-    // Only a file of the LIT folder: no name, or one that could lead out of it, copies nothing.
+    std::string target = FromStart(std::string(drive) + dir + "test.lit");  // maps are relative
+    DeleteFileA(target.c_str());                                            // to the start
+    // Only a plain name: no name, or one that could lead out of the folder, copies nothing.
     if (!*name || std::strpbrk(name, "/\\") || std::strcmp(name, "..") == 0) return;
-    CopyFileA((std::string(StartDirectory) + "/" + lit + "/" + name).c_str(), target.c_str(),
-              false);
+    std::string source = lit ? FromStart(std::string(lit) + "/" + name) : "";
+    if ((source.empty() || !fs::is_regular_file(source)) && !script.empty())
+        source = (fs::path(FromStart(script)).parent_path() / name).string();
+    CopyFileA(source.c_str(), target.c_str(), false);
 }
 
 BakeRunResult BakeMap(char* mapPath, uint8_t showViewer) {

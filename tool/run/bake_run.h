@@ -10,7 +10,8 @@ struct RayCoreOptions;
 
 struct BakeRunResult {
     int baked;   // maps whose shadow map was written
-    int failed;  // maps refused, not written, or cancelled
+    int failed;  // maps refused, not written, or cancelled, and batch jobs baked from a script
+                 // that could not be read
 };
 
 // Called behind each pass with the shadow map's absolute path and the pass's result (which

@@ -6,6 +6,7 @@
 
 #include "base/diagnostics.h"
 #include "base/memory.h"
+#include "base/quoted_text.h"
 #include "base/services.h"
 #include "platform/crt/paths.h"
 #include "platform/debug/debug_output.h"
@@ -15,6 +16,7 @@
 #include "tool/run/app_state.h"
 
 BatchJob* JobList = nullptr;
+static std::string ListPath;  // the list the jobs came from, for messages about them
 
 // One more than the run's path buffers hold, so a word that would be cut shows as too long.
 enum { BatchWordSize = _MAX_PATH + 1 };
@@ -77,6 +79,7 @@ static char* JobRefusal(const char* list, int line, const char* map, const char*
 int OpenBatchFile(const char* path) {
     BatchMode = 1;
     FreeJobList();
+    ListPath = path;
     FILE* file = std::fopen(path, "r");
     if (!file) {
         MessageBoxA(nullptr, "FAILED TO OPEN BATCH FILE", "ERROR", MB_OK);
@@ -92,8 +95,8 @@ int OpenBatchFile(const char* path) {
             !ReadWord(file, script, sizeof script, &line))
             break;
         char* refusal = JobRefusal(path, mapLine, map, saveAs, script);
-        JobList =
-            NEW BatchJob{CopyString(map), CopyString(saveAs), CopyString(script), refusal, JobList};
+        JobList = NEW BatchJob{
+            CopyString(map), CopyString(saveAs), CopyString(script), refusal, mapLine, JobList};
         ++jobs;
     }
     std::fclose(file);
@@ -110,6 +113,27 @@ static bool CopyInto(char* buffer, size_t size, const char* text) {
     return true;
 }
 
+// The script's read as the list's user needs it told: a batch runs unattended, so a script that
+// can't be read, or holds no key, fails the batch, and skipped words get a warning.
+static bool ReadJobScript(const BatchJob& job) {
+    const std::string where = ListPath + " line " + std::to_string(job.Line) + ": the script " +
+                              QuotedText(job.Script, 120);
+    ShadowScriptReport report = {0, 0};
+    const char* fault = nullptr;
+    if (!ParseShadowScript(job.Script, &report))
+        fault = "can't be read";
+    else if (report.keys == 0)
+        fault = "holds no key of a shadow script";
+    else if (report.otherWords > 0)
+        CorvaneWarning("%s: %d words are no keys and were skipped\n", where.c_str(),
+                       report.otherWords);
+    if (!fault) return true;
+    LogMessage(("***** " + where + " " + fault +
+                "; the job bakes with the settings as they stand, and the batch fails *****")
+                   .c_str());
+    return false;
+}
+
 TakenJob TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t outputSize) {
     BatchJob* job = JobList;
     ASSERT(job);  // the bake run takes a job only while some are left
@@ -124,7 +148,7 @@ TakenJob TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t out
     if (taken.refusal.empty() && !fits) taken.refusal = "the job's names are too long for the run";
     if (taken.refusal.empty()) {
         _chdir(StartDirectory);
-        ParseShadowScript(job->Script);
+        taken.scriptFailed = !ReadJobScript(*job);
     }
     JobList = job->Next;
     FreeJob(job);

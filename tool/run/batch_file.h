@@ -10,6 +10,7 @@ struct BatchJob {
     char* SaveAs;   // shadow map file, relative to the map's directory; owned
     char* Script;   // .ssf script, relative to StartDirectory or absolute; owned
     char* Refusal;  // why the job can't run, naming the list and its line; null if it can; owned
+    int Line;       // where the job's map stands in the list
     BatchJob* Next;
 };
 
@@ -22,13 +23,16 @@ extern BatchJob* JobList;
 int OpenBatchFile(const char* path);
 
 struct TakenJob {
-    bool last;            // no job is left behind this one
-    std::string refusal;  // empty when the job may run
+    bool last;                  // no job is left behind this one
+    std::string refusal;        // empty when the job may run
+    bool scriptFailed = false;  // its script can't be read or holds no key: the job still bakes,
+                                // with the settings as they stand, and fails the run
 };
 
 // Takes the head job: logs it, copies its map and output name over the run's buffers, goes back
-// to StartDirectory and reads its script. A refused job, or one whose words don't fit the
-// buffers, reads no script and comes back with its refusal. JobList must not be empty.
+// to StartDirectory and reads its script, saying in the log what the script lacked. A refused
+// job, or one whose words don't fit the buffers, reads no script and comes back with its
+// refusal. JobList must not be empty.
 TakenJob TakeNextJob(char* mapPath, size_t mapSize, char* outputName, size_t outputSize);
 
 void FreeJobList();
