@@ -88,6 +88,11 @@ TEST_F(QtDialogTest, ControlsStandWhereTheTemplateSaysAndEveryTextFits) {
         EXPECT_EQ(ui.Widget(GetDlgItem(dialog, control.id)), widget);
         PixelRect rect =
             DialogUnitsToPixels(control.x, control.y, control.width, control.height, units);
+        // A label beside a field stands on the field's row, so that their texts are level.
+        const int field = control.id == IdMapDirectoryLabel ? IdMapDirectory
+                          : control.id == IdScriptLabel     ? IdScript
+                                                            : 0;
+        if (field) rect.y = Control(field)->y(), rect.height = Control(field)->height();
         EXPECT_EQ(widget->pos(), QPoint(rect.x, rect.y));
         // The list's template height counts it open; closed it takes its own height.
         const bool list = control.kind == ControlKind::DropDownList;
@@ -194,6 +199,31 @@ TEST_F(QtDialogTest, WindowCallsReachTheWidgets) {
     EXPECT_TRUE(editWidget.isNull());
     EXPECT_EQ(ui.Widget(edit), nullptr);
     EXPECT_FALSE(SetWindowTextA(edit, "gone"));
+}
+
+// A long path keeps its start and its end on the screen, and the program reads it whole.
+TEST_F(QtDialogTest, LongTextsLoseTheirMiddleOnlyOnTheScreen) {
+    ShowAndActivate();
+    const std::string path = "/maps/" + std::string(90, 'x') + "/harbour/texture.dat",
+                      status = "Done: " + path + " in 1.4 s";
+    for (const auto& [id, text] : {std::pair{IdMapDirectory, path}, {IdProgressLabel, status}}) {
+        SCOPED_TRACE(id);
+        QWidget* widget = Control(id);
+        SetDlgItemTextA(dialog, id, text.c_str());
+        const std::string shown = ShownText(*widget).toStdString();
+        EXPECT_EQ(shown.substr(0, 12), text.substr(0, 12));
+        EXPECT_EQ(shown.substr(shown.size() - 12), text.substr(text.size() - 12));
+        EXPECT_LT(widget->fontMetrics().horizontalAdvance(ShownText(*widget)), widget->width());
+        EXPECT_TRUE(window->rect().contains(widget->geometry()));
+        char whole[300];
+        GetDlgItemTextA(dialog, id, whole, sizeof whole);
+        EXPECT_EQ(whole, text);
+    }
+    EXPECT_EQ(Control(IdProgressLabel)->toolTip().toStdString(), status);
+    SetDlgItemTextA(dialog, IdProgressLabel, "Done");
+    EXPECT_EQ(Control(IdProgressLabel)->toolTip(), "");
+    Control(IdMapDirectory)->setFocus();  // whole while the user edits it
+    EXPECT_EQ(ShownText(*Control(IdMapDirectory)).toStdString(), path);
 }
 
 TEST_F(QtDialogTest, TheErrorBoxIsModalOverItsOwner) {

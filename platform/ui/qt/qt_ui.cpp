@@ -14,11 +14,14 @@
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QMoveEvent>
+#include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QResizeEvent>
+#include <QStyleOptionFrame>
 #include <algorithm>
 #include <cassert>
+#include <vector>
 
 #include "platform/ui/shell_api.h"
 #include "platform/ui/window_api.h"
@@ -153,6 +156,75 @@ protected:
     }
 };
 
+// The end alone, where the cursor leaves a long path, rarely tells one map from another: while
+// the user is elsewhere the field shows the start and the end. Only the drawing changes, so the
+// program reads and the user edits the whole text.
+class EditField final : public QLineEdit {
+public:
+    using QLineEdit::QLineEdit;
+
+    QString Shown() const {
+        if (hasFocus()) return text();
+        return fontMetrics().elidedText(text(), Qt::ElideMiddle, TextArea().width());
+    }
+
+protected:
+    void paintEvent(QPaintEvent* event) override {
+        QString shown = Shown();
+        if (shown == text()) return QLineEdit::paintEvent(event);
+        QPainter painter(this);
+        QStyleOptionFrame option;
+        initStyleOption(&option);
+        style()->drawPrimitive(QStyle::PE_PanelLineEdit, &option, &painter, this);
+        painter.setPen(palette().color(QPalette::Text));  // the disabled colour while locked
+        painter.drawText(TextArea(), Qt::AlignLeft | Qt::AlignVCenter, shown);
+    }
+
+private:
+    QRect TextArea() const {
+        QStyleOptionFrame option;
+        initStyleOption(&option);
+        const int margin = 2;  // QLineEdit's own, beside its text
+        return style()
+            ->subElementRect(QStyle::SE_LineEditContents, &option, this)
+            .marginsRemoved(textMargins())
+            .adjusted(margin, 0, -margin, 0);
+    }
+};
+
+// A label takes the room its text needs, from its template width up to the room it has; a text
+// longer still loses its middle, and the whole text shows as its hint.
+class Label final : public QLabel {
+public:
+    explicit Label(QWidget* parent) : QLabel(parent) { setTextFormat(Qt::PlainText); }
+
+    void SetRoom(int leastWidth, int mostWidth) {
+        least = leastWidth;
+        most = mostWidth;
+    }
+    void Show(const QString& text) {
+        whole = text;
+        setText(text);
+        const int need = sizeHint().width();
+        resize(std::min(std::max(least, need), most), height());
+        if (need <= width()) return SetHint(QString());
+        const int margins = need - fontMetrics().horizontalAdvance(text);
+        setText(fontMetrics().elidedText(text, Qt::ElideMiddle, width() - margins));
+        SetHint(text);
+    }
+    const QString& Whole() const { return whole; }
+
+private:
+    // The whole text as the hint of a cut one; a hint the program gave stays.
+    void SetHint(const QString& hint) {
+        if (toolTip() == hinted) setToolTip(hint);
+        hinted = hint;
+    }
+
+    int least = 0, most = QWIDGETSIZE_MAX;
+    QString whole, hinted;
+};
+
 QWidget* MakeControl(const ControlTemplate& control, WindowId dialogId, WindowId controlId,
                      QWidget* parent) {
     const int id = control.id;
@@ -177,13 +249,9 @@ QWidget* MakeControl(const ControlTemplate& control, WindowId dialogId, WindowId
             return box;
         }
         case ControlKind::Edit:
-            return new QLineEdit(text, parent);
-        case ControlKind::Static: {
-            auto* label = new QLabel(parent);
-            label->setTextFormat(Qt::PlainText);
-            label->setText(text);
-            return label;
-        }
+            return new EditField(text, parent);
+        case ControlKind::Static:
+            return new Label(parent);  // its text comes once it has its room
         case ControlKind::DropDownList: {
             auto* combo = new QComboBox(parent);
             combo->setEditable(false);
@@ -205,6 +273,12 @@ QWidget* MakeControl(const ControlTemplate& control, WindowId dialogId, WindowId
 }
 
 }  // namespace
+
+QString ShownText(const QWidget& control) {
+    if (auto* edit = dynamic_cast<const EditField*>(&control)) return edit->Shown();
+    if (auto* label = dynamic_cast<const Label*>(&control)) return label->text();
+    return {};
+}
 
 DialogBaseUnits MeasureDialogBaseUnits(const QFont& font) {
     QFontMetrics metrics(font);
@@ -254,21 +328,49 @@ void QtUi::CreateDialogWindow(WindowId dialogId, const DialogTemplate& dialog,
     window->setFixedSize(size.width, size.height);
     windows[dialogId] = {window, ControlKind::Static, false, 0};
 
+    struct Placed {
+        Label* label;
+        PixelRect rect;
+        QString text;
+    };
+    std::vector<Placed> labels;
+    std::vector<QWidget*> others;
     for (int i = 0; i < dialog.controlCount; ++i) {
         const ControlTemplate& control = dialog.controls[i];
         QWidget* widget = MakeControl(control, dialogId, controlIds[i], window);
         widget->setObjectName(QStringLiteral("control%1").arg(control.id));
         PixelRect rect =
             DialogUnitsToPixels(control.x, control.y, control.width, control.height, units);
+        windows[controlIds[i]] = {widget, control.kind, true, dialogId};
+        if (auto* label = dynamic_cast<Label*>(widget)) {
+            labels.push_back({label, rect, FromText(control.text)});
+            continue;
+        }
         // A drop-down list's template height includes its open list.
         if (control.kind == ControlKind::DropDownList) rect.height = widget->sizeHint().height();
-        // The units fit the average letter, and a label's letters may be wider than average
-        // in this font: such a text takes the room it needs rather than lose its end.
-        if (control.kind == ControlKind::Static || control.kind == ControlKind::AutoCheckBox)
+        // The units fit the average letter, and a text's letters may be wider than average in
+        // this font: such a text takes the room it needs rather than lose its end.
+        if (control.kind == ControlKind::AutoCheckBox)
             rect.width =
                 std::min(std::max(rect.width, widget->sizeHint().width()), size.width - rect.x);
         widget->setGeometry(rect.x, rect.y, rect.width, rect.height);
-        windows[controlIds[i]] = {widget, control.kind, true, dialogId};
+        others.push_back(widget);
+    }
+    // A label names the nearest control to its right on its row, and is drawn on that control's
+    // row: the control centres its text in a height Qt makes its own, and the label's text must
+    // stand level with it. Its room ends short of that control, or at the dialog's margin.
+    for (const Placed& placed : labels) {
+        const PixelRect& rect = placed.rect;
+        const QWidget* field = nullptr;
+        for (const QWidget* other : others)
+            if (other->x() > rect.x && other->y() < rect.y + rect.height &&
+                other->y() + other->height() > rect.y && (!field || other->x() < field->x()))
+                field = other;
+        int most = field ? field->x() - units.x / 2 - rect.x : size.width - 2 * rect.x;
+        placed.label->SetRoom(std::min(rect.width, most), most);
+        placed.label->setGeometry(rect.x, field ? field->y() : rect.y, rect.width,
+                                  field ? field->height() : rect.height);
+        placed.label->Show(placed.text);
     }
 }
 
@@ -299,8 +401,8 @@ void QtUi::SetText(WindowId id, const char* text) {
         button->setText(value);
     } else if (auto* edit = qobject_cast<QLineEdit*>(widget)) {
         edit->setText(value);
-    } else if (auto* label = qobject_cast<QLabel*>(widget)) {
-        label->setText(value);
+    } else if (auto* label = dynamic_cast<Label*>(widget)) {
+        label->Show(value);
     }
     // A drop-down list and a progress bar have no text of their own.
 }
@@ -311,7 +413,7 @@ std::string QtUi::Text(WindowId id) {
     if (widget->isWindow()) return ToText(widget->windowTitle());
     if (auto* button = qobject_cast<QAbstractButton*>(widget)) return ToText(button->text());
     if (auto* edit = qobject_cast<QLineEdit*>(widget)) return ToText(edit->text());
-    if (auto* label = qobject_cast<QLabel*>(widget)) return ToText(label->text());
+    if (auto* label = dynamic_cast<Label*>(widget)) return ToText(label->Whole());
     if (auto* combo = qobject_cast<QComboBox*>(widget))
         return combo->currentIndex() >= 0 ? ToText(combo->currentText()) : std::string();
     return {};

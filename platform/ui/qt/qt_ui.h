@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QPointer>
+#include <QString>
 #include <map>
 #include <string>
 
@@ -15,6 +16,10 @@ class QWidget;
 // The base units of a dialog drawn in this font: the average width of the 52 letters, rounded,
 // and the font's line height.
 DialogBaseUnits MeasureDialogBaseUnits(const QFont& font);
+
+// What a dialog's edit field or label shows: its whole text, or a text too long for it with its
+// middle left out (in a field only while the user is elsewhere). Empty for any other widget.
+QString ShownText(const QWidget& control);
 
 class QtUi : public UiBackend {
 public:
