@@ -1,9 +1,13 @@
 // The setup dialog driven as its user would drive it, on the screenless window system.
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <string>
+#include <tuple>
 
 #include "platform/ui/headless_ui.h"
 #include "tests/support/app_fixture.h"
+#include "tool/app/setup_dialog_template.h"
 
 namespace {
 
@@ -57,12 +61,11 @@ TEST_F(SetupDialogTest, OpensWithTheScriptsTheLastDirectoryAndTheViewerBoxOff) {
     EXPECT_FALSE(ui.Click(dialog, IdDisplayMap));
 }
 
-// Each bad map directory or script gets the one box, nothing of a bake happens and the last
-// directory is kept; a path of exactly 250 characters is still good, and a map the run refuses
-// says why, since no viewer shows the log.
+// Each bad map directory or script gets the one box with its reason under it, nothing of a bake
+// happens and the last directory is kept; a path of exactly 250 characters is still good.
 TEST_F(SetupDialogTest, EveryBadDirectoryOrScriptGetsTheOneBox) {
     const std::string longest(250, 'd'), tooLong(251, 'e'),
-        refused = "ERROR|16|" + std::string(ErrorText);
+        refused = "ERROR|16|" + std::string(ErrorText) + "\n\n";
     WriteMap(longest);
     WriteMap(tooLong);
     std::filesystem::create_directories(dir.File("maps/empty"));
@@ -71,17 +74,21 @@ TEST_F(SetupDialogTest, EveryBadDirectoryOrScriptGetsTheOneBox) {
     WriteWholeFile(dir.File("LastShadow.txt"), "maps/old");
     Open();
     std::vector<std::string> boxes;
-    for (const std::string& typed :
-         {std::string(), std::string("maps/nowhere"), std::string("maps/plain-file"),
-          std::string("maps/empty"), std::string("maps/folder"), tooLong}) {
+    for (const auto& [typed, reason] : std::vector<std::pair<std::string, std::string>>{
+             {"", "No map directory is given."},
+             {"maps/nowhere", "The directory maps/nowhere does not exist."},
+             {"maps/plain-file", "maps/plain-file is a file, not a directory."},
+             {"maps/empty", "maps/empty holds no test.vbf."},
+             {"maps/folder", "maps/folder/test.vbf is a directory, not a map."},
+             {tooLong, "The map directory's path is too long: at most 250 characters fit."}}) {
         Create(typed);
-        boxes.push_back(refused);
+        boxes.push_back(refused + reason);
         EXPECT_EQ(Boxes(), boxes) << typed;
         EXPECT_EQ(MessageLogCount(), 0) << typed;  // the script is read only for a good map
     }
     std::filesystem::remove(dir.File("lit/quick.ssf"));  // since the list was filled
     Create("maps/good");
-    boxes.push_back(refused);
+    boxes.push_back(refused + "The script lit/quick.ssf can't be read.");
     EXPECT_EQ(Boxes(), boxes);
     EXPECT_STREQ(MessageLogLine(MessageLogCount() - 1),
                  "***** FAILED TO OPEN SCRIPT lit/quick.ssf *****");
@@ -94,14 +101,26 @@ TEST_F(SetupDialogTest, EveryBadDirectoryOrScriptGetsTheOneBox) {
     EXPECT_EQ(Boxes(), boxes);
     EXPECT_TRUE(Exists(longest + "/texture.dat"));
     EXPECT_EQ(ReadWholeFile(dir.File("LastShadow.txt")), longest);
-    WriteWholeFile(dir.File("maps/good/test.vbf"), std::string("\0\0\0\0\x05", 5));
-    Create("maps/good");
-    boxes.push_back(
-        "ERROR|16|***** MAP REFUSED maps/good/test.vbf: the map could not be read (see "
-        "velmora.log) *****");
-    EXPECT_EQ(Boxes(), boxes);
-    EXPECT_FALSE(Exists("maps/good/texture.dat"));
-    EXPECT_TRUE(Enabled(dialog, IdCreateShadows));
+}
+
+// When a bake ends the bar's label says what it wrote and in what time, or that it failed; a map
+// the run refuses says why, since no viewer shows the log.
+TEST_F(SetupDialogTest, TheEndOfEachBakeIsToldUnderTheBar) {
+    WriteScript("z_frames.ssf", "ANIMATED 3\n");
+    std::filesystem::create_directories(dir.File("maps/bad"));
+    WriteWholeFile(dir.File("maps/bad/test.vbf"), std::string("\0\0\0\0\x05", 5));
+    Open();
+    for (const auto& [script, typed, said] : std::vector<std::tuple<int, std::string, std::string>>{
+             {0, "maps/good", "Done: /.*/maps/good/texture\\.dat in [0-9.]+ s"},
+             {1, "maps/good", "Done: /.*/maps/good/texture0\\.dat and 2 more in [0-9.]+ s"},
+             {0, "maps/bad", "Failed: maps/bad/test\\.vbf"}}) {
+        ASSERT_TRUE(ui.Choose(dialog, IdScript, script));
+        Create(typed);
+        EXPECT_THAT(ItemText(dialog, IdProgressLabel), testing::MatchesRegex(said));
+        EXPECT_TRUE(Enabled(dialog, IdCreateShadows));
+    }
+    EXPECT_THAT(Boxes(), testing::ElementsAre(testing::StartsWith(
+                             "ERROR|16|***** MAP REFUSED maps/bad/test.vbf: ")));
 }
 
 // What the user sees while the bake runs: the bar moving and nothing that could start another.
@@ -112,7 +131,8 @@ ProgressHooks AppHooks;
 
 void WatchProgress(int percent) {
     AppHooks.setProgress(percent);
-    Percents.push_back(Progress(WatchedDialog) == percent ? percent : -1);
+    const bool told = ItemText(WatchedDialog, IdProgressLabel) == ProgressLabelText;
+    Percents.push_back(Progress(WatchedDialog) == percent && told ? percent : -1);
     ControlStates.push_back(BakeControlsEnabled(WatchedDialog));
 }
 
@@ -133,6 +153,7 @@ TEST_F(SetupDialogTest, APickedDirectoryBakesWithTheControlsLockedAndTheBarMovin
     ProgressHooks watch = AppHooks;
     watch.setProgress = WatchProgress;
     SetProgressHooks(&watch);
+    SetDlgItemTextA(dialog, IdProgressLabel, "Done: an earlier bake");  // gone while it runs
     const int pumpsBefore = ui.PumpCount();
     ASSERT_TRUE(ui.Click(dialog, IdCreateShadows));
     DrainWindowMessages();

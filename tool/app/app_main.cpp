@@ -11,13 +11,13 @@
 #include "platform/ui/window_api.h"
 #include "tool/app/setup_dialog.h"
 #include "tool/app/viewer_support.h"
-#include "tool/run/app_state.h"
-#include "tool/run/bake_run.h"
-#include "tool/run/program_session.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_settings.h"
 #include "tool/maps/tool_load_texture.h"
+#include "tool/run/app_state.h"
+#include "tool/run/bake_run.h"
+#include "tool/run/program_session.h"
 
 SetupDialog* Dialog = nullptr;
 

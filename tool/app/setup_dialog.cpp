@@ -14,6 +14,7 @@
 #include "platform/ui/window_api.h"
 #include "tool/app/setup_dialog_template.h"
 #include "tool/app/viewer_support.h"
+#include "tool/bake/bake_pass.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/shadow_script.h"
 #include "tool/run/app_state.h"
@@ -44,14 +45,57 @@ static void WriteLastDirectory(const char* dir) {
     if (file.Stream()) file.Commit(std::fputs(dir, file.Stream()) >= 0);
 }
 
-static bool IsDirectory(const char* path) {
+enum class PathKind { None, File, Directory };
+
+static PathKind KindOf(const char* path) {
     struct _stat status;
-    return _stat(path, &status) == 0 && (status.st_mode & _S_IFMT) == _S_IFDIR;
+    if (_stat(path, &status) != 0) return PathKind::None;
+    return (status.st_mode & _S_IFMT) == _S_IFDIR ? PathKind::Directory : PathKind::File;
 }
 
-static bool IsFile(const char* path) {
-    struct _stat status;
-    return _stat(path, &status) == 0 && (status.st_mode & _S_IFMT) != _S_IFDIR;
+// Why the map directory and the script can't be baked, checked in the order the box always
+// had; empty where they can.
+static std::string InvalidInput(const char* dir, const char* mapFile, const char* script,
+                                const char* scriptPath) {
+    const char* lit = LitFolder();
+    const size_t longest = _MAX_PATH - 2 - std::strlen(MapFileName);
+    if (std::strlen(dir) > longest)
+        return "The map directory's path is too long: at most " + std::to_string(longest) +
+               " characters fit.";
+    if (!*dir) return "No map directory is given.";
+    PathKind kind = KindOf(dir);
+    if (kind == PathKind::None) return "The directory " + std::string(dir) + " does not exist.";
+    if (kind == PathKind::File) return std::string(dir) + " is a file, not a directory.";
+    kind = KindOf(mapFile);
+    if (kind == PathKind::None) return std::string(dir) + " holds no " + MapFileName + ".";
+    if (kind == PathKind::Directory) return std::string(mapFile) + " is a directory, not a map.";
+    if (!lit) return "resource.cfg names no LIT folder for the shadow scripts.";
+    if (!*script) return "The folder " + std::string(lit) + " holds no shadow script (.ssf).";
+    if (!ParseShadowScript(scriptPath))
+        return "The script " + std::string(scriptPath) + " can't be read.";
+    return {};
+}
+
+// "1.4 s", "0.04 s", "2 min 05 s": as precise as a glance needs.
+static std::string Duration(double seconds) {
+    char text[48];
+    if (seconds >= 60)
+        std::snprintf(text, sizeof text, "%d min %02d s", int(seconds / 60), int(seconds) % 60);
+    else
+        std::snprintf(text, sizeof text, seconds < 1 ? "%.2f s" : "%.1f s", seconds);
+    return text;
+}
+
+// The shadow maps the current bake has written, for the word the dialog says when it ends.
+static struct {
+    std::string first;
+    int count = 0;
+    double seconds = 0;
+} Written;
+
+static void NoteMapBaked(const char*, const char* shadowMapPath, const BakeResult& result) {
+    if (Written.count++ == 0) Written.first = shadowMapPath;
+    Written.seconds += result.statistics.TotalSeconds();
 }
 
 SetupDialog::SetupDialog(HINSTANCE instance, int showMode) {
@@ -180,11 +224,10 @@ void SetupDialog::Start() {
 
     char mapFile[_MAX_PATH * 2] = {};
     std::snprintf(mapFile, sizeof mapFile, "%s/%s", dir, MapFileName);
-    bool valid = std::strlen(MapFileName) + std::strlen(dir) + 2 <= _MAX_PATH && IsDirectory(dir) &&
-                 IsFile(mapFile) && ParseShadowScript(scriptPath);
-    if (!valid) {
-        MessageBoxA(Window, "You must specify a valid map directory and script.", "ERROR",
-                    MB_ICONERROR);
+    std::string invalid = InvalidInput(dir, mapFile, script, scriptPath);
+    if (!invalid.empty()) {
+        invalid = "You must specify a valid map directory and script.\n\n" + invalid;
+        MessageBoxA(Window, invalid.c_str(), "ERROR", MB_ICONERROR);
         return;
     }
     char mapPath[_MAX_PATH] = {};  // the validation kept the path within the buffer
@@ -192,7 +235,18 @@ void SetupDialog::Start() {
 
     WriteLastDirectory(dir);
     EnableControls(false);
+    SetDlgItemTextA(Window, IdProgressLabel, ProgressLabelText);
+    Written = {};
+    SetMapBakedCallback(NoteMapBaked);
     BakeRunResult result = BakeMap(mapPath, uint8_t(IsDlgButtonChecked(Window, IdDisplayMap)));
+    SetMapBakedCallback(nullptr);
+    std::string status = "Failed: " + std::string(mapPath);
+    if (result.baked > 0) {
+        status = "Done: " + Written.first;
+        if (Written.count > 1) status += " and " + std::to_string(Written.count - 1) + " more";
+        status += " in " + Duration(Written.seconds);
+    }
+    SetDlgItemTextA(Window, IdProgressLabel, status.c_str());
     // Without the viewer nothing shows the message log: a map that could not be baked says why.
     if (result.baked == 0 && MessageLogCount() > 0)
         MessageBoxA(Window, MessageLogLine(MessageLogCount() - 1), "ERROR", MB_ICONERROR);

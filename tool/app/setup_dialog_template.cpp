@@ -2,6 +2,8 @@
 
 #include "tool/app/setup_dialog.h"
 
+const char* const ProgressLabelText = "Shadow Build Progress:";
+
 static const ControlTemplate Controls[] = {
     {IdCreateShadows, ControlKind::DefaultPushButton, "&Create Shadows", 5, 90, 65, 14},
     {IdExit, ControlKind::PushButton, "E&xit", 75, 90, 50, 14},
@@ -12,7 +14,7 @@ static const ControlTemplate Controls[] = {
     {IdScriptLabel, ControlKind::Static, "Shadow Settings:", 5, 25, 60, 10},
     {IdScript, ControlKind::DropDownList, "", 70, 20, 150, 55},
     {IdProgress, ControlKind::ProgressBar, "", 5, 75, 260, 10},
-    {IdProgressLabel, ControlKind::Static, "Shadow Build Progress:", 5, 60, 80, 10},
+    {IdProgressLabel, ControlKind::Static, ProgressLabelText, 5, 60, 80, 10},
 };
 
 const DialogTemplate SetupDialogTemplate = {

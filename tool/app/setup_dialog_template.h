@@ -4,3 +4,6 @@
 #include "platform/ui/dialog_template.h"
 
 extern const DialogTemplate SetupDialogTemplate;
+
+// The progress bar's label, which says how the last bake went once it has ended.
+extern const char* const ProgressLabelText;
