@@ -88,7 +88,7 @@ ToolSession::ToolSession(const ToolSessionOptions& options) {
 }
 
 ToolSession::~ToolSession() {
-    StopProgram();
+    StopProgram(false);
 }
 
 int ToolSession::Errors() {

@@ -16,14 +16,14 @@ void StartProgram(const ProgramReporters& reporters) {
     if (reporters.error) CorvaneSetErrorHandler(reporters.error);
 }
 
-void StopProgram() {
+void StopProgram(bool logHeldTextures) {
     SetMessageLogListener(nullptr);
     FreeJobList();
     SetToolResourceManager(nullptr);
     if (Resources) DELETE(Resources);
     Resources = nullptr;
     ToolTextureCacheClear();
-    LogTexturesStillAllocated();
+    if (logHeldTextures) LogTexturesStillAllocated();
     FreeAllTextures();
     MessageLogClear();
     CorvaneClose();

@@ -16,6 +16,7 @@ struct ProgramReporters {
 void StartProgram(const ProgramReporters& reporters);
 
 // Frees what the runs left behind (the resource manager, cached and loaded textures, the job list,
-// the message log), logs textures something still held, and closes the base library, which reports
-// files left open and memory not released.
-void StopProgram();
+// the message log), logs textures something still held where asked, and closes the base library,
+// which reports files left open and memory not released. The command line tools don't ask: their
+// engine log should hold only what the engine met in the user's files.
+void StopProgram(bool logHeldTextures = true);
