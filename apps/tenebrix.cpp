@@ -3,6 +3,8 @@
 #include <QApplication>
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "apps/common/command_line.h"
 #include "platform/crt/paths.h"
@@ -24,6 +26,17 @@ CommandLineOutcome ParseDialogOptions(int argc, char** argv, std::string& direct
     return line.Parse(argc, argv);
 }
 
+// The toolkit aborts where it finds no window system; say it in words before it starts. A
+// platform named by the user (-platform, QT_QPA_PLATFORM) is left to the toolkit.
+bool DisplayMissing(int argc, char** argv) {
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        if (const char* value = std::getenv(name); value && *value) return false;
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "-platform") == 0 || std::strcmp(argv[i], "--platform") == 0)
+            return false;
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -32,6 +45,13 @@ int main(int argc, char** argv) {
     std::string directory;
     CommandLineOutcome early = ParseDialogOptions(argc, argv, directory);
     if (!early.run && early.status == 0) return PrintOutcome(early);
+    if (DisplayMissing(argc, argv)) {
+        if (!early.run) return PrintOutcome(early);  // no toolkit to take the word either
+        std::fprintf(stderr,
+                     "tenebrix: no display to open the dialog on (DISPLAY is not set); bake from "
+                     "a terminal with tenebrix-bake, or set QT_QPA_PLATFORM=offscreen\n");
+        return ExitFailed;
+    }
     QApplication application(argc, argv);  // takes the toolkit's own options out of argv
     directory.clear();
     CommandLineOutcome parsed = ParseDialogOptions(argc, argv, directory);

@@ -34,6 +34,19 @@ for tool in tenebrix-bake tenebrix-mkmap tenebrix-import; do
     done
 done
 
+# The dialog without any display answers in words: help and version, a usage error, no display.
+if [ -x "$prefix/bin/tenebrix" ]; then
+    dialog() { env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$prefix/bin/tenebrix" "$@" 2>&1; }
+    [ "$(dialog --version)" = "tenebrix 0.1.0" ] || fail "dialog --version: $(dialog --version)"
+    dialog --help | grep -q '^Usage: tenebrix' || fail "dialog --help: $(dialog --help)"
+    for args in --bogus ""; do
+        status=0; said=$(dialog $args) || status=$?
+        expected=$([ -n "$args" ] && echo "2 tenebrix: unknown option --bogus" ||
+                   echo "1 tenebrix: no display to open the dialog on")
+        [[ "$status $said" == "$expected"* ]] || fail "dialog $args: $status $said"
+    done
+fi
+
 # Completion as bash runs it: options by prefix, the words of a fixed choice, files for a file.
 if [ -r /usr/share/bash-completion/bash_completion ]; then
     mkdir -p "$prefix/work" && cd "$prefix/work" && touch dawn.ssf dusk.ssf
