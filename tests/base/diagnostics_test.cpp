@@ -70,6 +70,7 @@ TEST(QuotedText, EscapesWhatIsNotPrintableAndCutsWholeCharacters) {
         {"\xc3(\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80", "\"\\xC3(\\xC0\\xAF\\xED\\xA0\\x80\\xF4\"...",
          "\\xC3(\\xC0\\xAF\\xED\\xA0\\x80\\xF4\\x90\\x80\\x80"},  // broken, overlong, surrogate, too high
         {std::string("a\0b", 3), "\"a\\x00b\"", "a\\x00b"},
+        {"\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf", "\"\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf\"", "\xf0\x9f\x98\x80\xf4\x8f\xbf\xbf"},
     };
     for (const auto& [text, quoted, escaped] : rows) {
         EXPECT_EQ(QuotedText(text, 8), quoted) << text;

@@ -226,8 +226,9 @@ static void CopyLightDescription(const char* mapPath) {
     const char* name = ShadowSettings.LitFile;
     char drive[_MAX_DRIVE], dir[_MAX_DIR];
     _splitpath(mapPath, drive, dir, nullptr, nullptr);
-    std::string target = FromStart(std::string(drive) + dir + "test.lit");  // maps are relative
-    DeleteFileA(target.c_str());                                            // to the start
+    // Maps are named relative to the start directory.
+    std::string target = FromStart(std::string(drive) + dir + "test.lit");
+    DeleteFileA(target.c_str());
     // Only a plain name: no name, or one that could lead out of the folder, copies nothing.
     if (!*name || std::strpbrk(name, "/\\") || std::strcmp(name, "..") == 0) return;
     std::string source = lit ? FromStart(std::string(lit) + "/" + name) : "";
