@@ -76,6 +76,7 @@ TEST_F(BakeCli, MapByFolderOrFileWritesTheSameBytesBesideIt) {
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_TRUE(Contains(run.output, "shadow map " + dir.File("maps.v2/m/texture.dat") + "\n"));
     EXPECT_TRUE(Contains(run.output, "1 map baked")) << run.output;
+    EXPECT_FALSE(Contains(run.output, "resource.cfg")) << run.output;  // no script, no word of it
     std::string first = ReadWholeFile("maps.v2/m/texture.dat");
     ASSERT_EQ(first.size(), 256u * 256u);
     EXPECT_NE(first.find_first_not_of(first[0]), std::string::npos);

@@ -135,7 +135,7 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
     WriteWholeFile("empty.bat", "  \n\n");
     WriteWholeFile("short.bat", "m/test.vbf texture.dat\n");  // two words make no job
     ASSERT_TRUE(MakeMap("n", 4));
-    WriteWholeFile("plain.ssf", "AMBIENT 100\n");
+    WriteWholeFile("plain.ssf", "AMBIENT 100 stray words\n");
     WriteWholeFile("jobs.bat", "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n");
     WriteWholeFile("noscript.bat", "n/test.vbf other.dat nosuch.ssf\n");
     WriteWholeFile("bin.cfg", "LIT\x1b[2Jlit\n");
@@ -173,6 +173,7 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
         {"--batch none.bat", "error: " + d + "none.bat: no job in the batch"},
         {"--batch short.bat", "error: " + d + "short.bat: no job in the batch"},
         {"--batch jobs.bat", "***** MAP REFUSED gone/test.vbf"},
+        {"--batch jobs.bat", "warning: " + d + "jobs.bat line 1: the script \"plain.ssf\": 2 words are no keys"},
         {"--batch noscript.bat", "***** " + d + "noscript.bat line 1: the script \"nosuch.ssf\" can't be read; the "
                                                 "job bakes with the settings as they stand, and the batch fails *****"},
     };
