@@ -89,8 +89,8 @@ TEST(ImportCli, BrokenInputsFailWithAClearMessage) {
 }
 
 // The summary says what was written; faces without area are dropped and counted. A colour map
-// that can't be found fails the run, but the map is written with those faces untextured, so the
-// geometry isn't lost; --no-textures asks for exactly that and succeeds.
+// that can't be found is a warning, and its faces get a plain stand-in; --no-textures leaves
+// colour maps out without a word.
 TEST(ImportCli, PrintsASummaryAndKeepsTheGeometryOfAMissingTexture) {
     TempDir dir;
     ObjWriter obj;
@@ -102,14 +102,18 @@ TEST(ImportCli, PrintsASummaryAndKeepsTheGeometryOfAMissingTexture) {
     obj.Save("two.obj");
     WriteWholeFile("two.mtl", "newmtl painted\nKd 1 1 1\nmap_Kd paint/missing.png\n");
     ToolRun run = RunImport("two.obj -o map --chunk 64");
-    EXPECT_EQ(run.status, 1) << run.output;
+    EXPECT_EQ(run.status, 0) << run.output;
     EXPECT_THAT(run.output, HasSubstr("2 degenerate faces (no area) dropped"));
-    EXPECT_THAT(run.output, HasSubstr("two.obj: colour map paint/missing.png: not found beside the model; "
-                                      "its faces keep no texture"));
+    EXPECT_THAT(run.output, HasSubstr("warning: two.obj: colour map paint/missing.png: not "
+                                      "found beside the model; its faces get a plain grey stand-in "
+                                      "(--no-textures leaves colour maps out)"));
     EXPECT_THAT(run.output,
                 HasSubstr("tenebrix-import: map/test.vbf: 2 meshes, 24 triangles, extent 110 x 50 x "
                           "60 (x 0 .. 110, y 0 .. 50, z -60 .. 0), 4 x 2 cells\n"));
-    EXPECT_EQ(LoadedMap("map").faceTextures, std::vector<const CTexture*>(24, nullptr));
+    std::vector<const CTexture*> textures = LoadedMap("map").faceTextures;
+    ASSERT_EQ(textures.size(), 24u);
+    EXPECT_TRUE(textures[0] && std::count(textures.begin(), textures.end(), textures[0]) == 24);
+    EXPECT_TRUE(fs::exists("map/missing.tga"));
     ToolRun quiet = RunImport("two.obj -o plain --no-textures -q");
     EXPECT_EQ(quiet.status, 0);
     EXPECT_EQ(quiet.output, "");

@@ -107,6 +107,12 @@ std::string OutputName(const TextureSource& source, std::set<std::string>& taken
     return name;
 }
 
+CTexture* StandInTexture() {
+    enum { Side = 8 };
+    std::vector<uint8_t> grey(Side * Side * 4, 128);
+    return MakeTexture(Side, Side, grey.data());
+}
+
 }  // namespace
 
 void LoadMaterialTextures(ImportScene& scene, ImportLog& log) {
@@ -129,7 +135,10 @@ void LoadMaterialTextures(ImportScene& scene, ImportLog& log) {
         CTexture* texture = nullptr;
         std::string error;
         if (source.kind == TextureSource::File && file.empty()) {
-            error = "not found beside the model";
+            // Shadows need no colours: a lost image costs the map its look, never its geometry.
+            log.Warning(where + ": not found beside the model; its faces get a plain grey "
+                                "stand-in (--no-textures leaves colour maps out)");
+            texture = StandInTexture();
         } else if (source.kind == TextureSource::File) {
             std::vector<uint8_t> bytes;
             if (ReadInputFile(file, bytes, error))

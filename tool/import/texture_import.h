@@ -1,7 +1,8 @@
 // The materials' colour maps: found beside the model or embedded in it, decoded (PNG through
 // libpng, TGA through the engine's reader), and held as textures in the engine's list under the
-// names of the TGA files the map folder will get. A colour map that can't be found or read is an
-// error that names it; its faces keep no texture.
+// names of the TGA files the map folder will get. A colour map that can't be found is a warning
+// that names it, and its faces get a plain grey stand-in; one that can't be read is an error that
+// names it, and its faces keep no texture.
 #pragma once
 
 #include <vector>
