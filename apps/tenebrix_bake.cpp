@@ -13,6 +13,7 @@
 #include "apps/common/tool_session.h"
 #include "base/diagnostics.h"
 #include "base/memory.h"
+#include "base/quoted_text.h"
 #include "base/resmanager.h"
 #include "engine/texture/texture.h"
 #include "engine/texture/texture_lookup.h"
@@ -56,7 +57,7 @@ int PrintBox(void*, const char* text, const char* caption, unsigned) {
     std::string message = text;
     while (!message.empty() && message.back() == '\n') message.pop_back();
     if (!CurrentMap.empty()) message += " (map " + CurrentMap + ")";
-    std::fprintf(stderr, "%s: %s: %s\n", Program, caption, message.c_str());
+    std::fprintf(stderr, "%s: %s: %s\n", Program, caption, EscapedText(message).c_str());
     return IDOK;
 }
 
@@ -65,7 +66,8 @@ void PrintLogLine(const char* text) {
     // Failure lines stand out with asterisks; a quiet run keeps only those.
     if (Options.quiet && std::strncmp(text, "***** ", 6) != 0) return;
     ProgressDisplayEndPass();
-    std::fprintf(stderr, "%s: %s\n", Program, text);
+    // Log lines echo a batch list's words, which may hold any bytes.
+    std::fprintf(stderr, "%s: %s\n", Program, EscapedText(text).c_str());
 }
 
 void WritePreview(const std::string& path, const char* mapPath, const BakeResult& result) {

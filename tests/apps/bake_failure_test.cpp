@@ -137,7 +137,7 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
     ASSERT_TRUE(MakeMap("n", 4));
     WriteWholeFile("plain.ssf", "AMBIENT 100 stray words\n");
     WriteWholeFile("jobs.bat", "n/test.vbf good.dat plain.ssf\ngone/test.vbf bad.dat plain.ssf\n");
-    WriteWholeFile("noscript.bat", "n/test.vbf other.dat nosuch.ssf\n");
+    WriteWholeFile("noscript.bat", "n/test.vbf other.dat nosuch\x1b]0;x\x07.ssf\n");
     WriteWholeFile("bin.cfg", "LIT\x1b[2Jlit\n");
     ASSERT_TRUE(MakeMap("locked", 4));
     fs::permissions("locked", fs::perms(0555));
@@ -174,7 +174,7 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
         {"--batch short.bat", "error: " + d + "short.bat: no job in the batch"},
         {"--batch jobs.bat", "***** MAP REFUSED gone/test.vbf"},
         {"--batch jobs.bat", "warning: " + d + "jobs.bat line 1: the script \"plain.ssf\": 2 words are no keys"},
-        {"--batch noscript.bat", "***** " + d + "noscript.bat line 1: the script \"nosuch.ssf\" can't be read; the "
+        {"--batch noscript.bat", "***** " + d + "noscript.bat line 1: the script \"nosuch\\x1B]0;x\\x07.ssf\" can't be read; the "
                                                 "job bakes with the settings as they stand, and the batch fails *****"},
     };
     if (access("locked", W_OK) != 0)  // the superuser writes anyway
@@ -182,6 +182,7 @@ TEST_F(BakeFailures, MissingOrDamagedMapsScriptsOutputsAndBatches) {
     for (const auto& [args, line] : cases) {
         ToolRun run = RunBake(args + " --texture-size 64");
         EXPECT_EQ(run.status, 1) << args;
+        EXPECT_EQ(run.output.find('\x1b'), std::string::npos) << args;  // no file's bytes raw
         if (Contains(args, "-q"))
             EXPECT_EQ(run.output, "tenebrix-bake: " + line + "\n");
         else
