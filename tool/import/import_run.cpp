@@ -87,7 +87,7 @@ bool RunImport(const ImportRequest& request, ImportLog& log, ImportSummary& summ
         FreeSceneTextures(scene);
         return false;
     }
-    if (request.placement.ground) AddGroundPlane(scene, summary.placement, request.chunkSize);
+    if (request.placement.ground || scene.groundPlane) AddGroundPlane(scene, summary.placement, request.chunkSize);
 
     ChunkTreeStats stats;
     CMesh* root = BuildChunkTree(scene, request.chunkSize, stats);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +28,8 @@ inline DVec3 Cross(const DVec3& a, const DVec3& b) {
 inline double Dot(const DVec3& a, const DVec3& b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
+
+enum class UpAxis { Y, Z };
 
 // Where a material's colour map comes from, as the input file names it.
 struct TextureSource {
@@ -54,11 +57,13 @@ struct ImportMesh {
     std::vector<uint32_t> triangles;  // three indices a face; a, b, c as the source winds them
     int material = -1;                // index into ImportScene::materials; -1: untextured
     bool mapFrame = false;            // already in the map's axes and winding (height maps)
+    std::optional<UpAxis> fileUp;     // the up axis the format defines; --up doesn't apply
 };
 
 struct ImportScene {
     std::vector<ImportMesh> meshes;
     std::vector<ImportMaterial> materials;
+    bool groundPlane = false;  // an input stands on the ground (a city model): --ground is implied
 };
 
 // The importer's messages. Notes and warnings inform; an error fails the import (the map may still

@@ -6,11 +6,12 @@
 #include <utility>
 
 void ConvertAxes(ImportScene& scene, UpAxis up) {
-    auto convert = [up](DVec3& v) {
-        v = up == UpAxis::Y ? DVec3{v.x, v.y, -v.z} : DVec3{v.x, v.z, v.y};
-    };
     for (ImportMesh& mesh : scene.meshes) {
         if (mesh.mapFrame) continue;
+        UpAxis meshUp = mesh.fileUp.value_or(up);
+        auto convert = [meshUp](DVec3& v) {
+            v = meshUp == UpAxis::Y ? DVec3{v.x, v.y, -v.z} : DVec3{v.x, v.z, v.y};
+        };
         for (DVec3& p : mesh.positions) convert(p);
         for (DVec3& n : mesh.normals) convert(n);
         // A mirror turns every face inside out; swapping two corners turns it back.

@@ -15,8 +15,6 @@ constexpr int32_t MapMaxCells = 256;
 constexpr double GroundRayTop = 10000.0;
 constexpr double GroundRayBottom = -20000.0;
 
-enum class UpAxis { Y, Z };
-
 struct PlacementOptions {
     UpAxis up = UpAxis::Y;
     double scale = 0.0;       // 0: not given (1, unless fitting)
@@ -33,7 +31,8 @@ struct Placement {
 };
 
 // Right-handed y-up: (x, y, z) -> (x, y, -z); z-up: (x, y, z) -> (x, z, y). Faces are rewound.
-// Meshes already in the map's axes (height maps) are left alone.
+// Meshes already in the map's axes (height maps) are left alone; a mesh whose format defines its
+// up axis keeps that one.
 void ConvertAxes(ImportScene& scene, UpAxis up);
 
 // Scales and moves every mesh into the map: the box's low x at 0 (plus the margin), its high z at
