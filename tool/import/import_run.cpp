@@ -62,8 +62,11 @@ void PrepareMeshes(ImportScene& scene, ImportLog& log) {
         std::vector<uint32_t> weld = WeldPositions(mesh.positions);
         bool hadNormals = mesh.normals.size() == mesh.positions.size();
         if (!mesh.mapFrame) {
-            std::string fixed = DescribeWinding(FixWinding(mesh, weld));
+            WindingReport winding = FixWinding(mesh, weld);
+            std::string fixed = DescribeWinding(winding);
             if (!fixed.empty()) log.Warning(mesh.name + ": " + fixed);
+            std::string kept = DescribeKeptParts(winding);
+            if (!kept.empty()) log.Note(mesh.name + ": " + kept);
         }
         if (!hadNormals && !mesh.mapFrame)
             log.Note(mesh.name + ": no normals in the source; smooth normals made");

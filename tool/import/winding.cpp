@@ -1,8 +1,10 @@
 #include "tool/import/winding.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tool/import/mesh_weld.h"
 
@@ -134,28 +136,45 @@ void WindingFixer::WalkParts() {
     }
 }
 
+// A whole part is turned only on clear evidence: a closed part by the sign of its volume; an
+// open one when nearly all of its area seen from above faces down. A scan with a few holes faces
+// up and down alike, and its source winding is kept.
 void WindingFixer::SettlePart(const std::vector<uint32_t>& part, bool closed) {
-    double measure = 0.0;
     if (closed) {
         // Six times the enclosed volume, about the first corner to keep the sums small.
+        double volume = 0.0;
         DVec3 origin = mesh.positions[Corner(part[0], 0)];
         for (uint32_t f : part) {
             DVec3 a = mesh.positions[Corner(f, 0)] - origin,
                   b = mesh.positions[Corner(f, 1)] - origin,
                   c = mesh.positions[Corner(f, 2)] - origin;
-            measure += Dot(a, Cross(b, c));
+            volume += Dot(a, Cross(b, c));
         }
-    } else {
-        if (hasNormals) return;
-        for (uint32_t f : part) measure += Normal(f).y;  // twice the area seen from above, net
+        if (!(volume < 0.0)) return;
+        if (hasNormals) {
+            ++report.insideOutKept;
+            return;
+        }
+        for (uint32_t f : part) Turn(f);
+        ++report.insideOutParts;
+        report.insideOutFaces += part.size();
+        return;
     }
-    if (!(measure < 0.0)) return;
-    if (closed && hasNormals) {
-        ++report.insideOutKept;
+    if (hasNormals) return;
+    double up = 0.0, down = 0.0;  // twice the area seen from above
+    for (uint32_t f : part) {
+        double y = Normal(f).y;
+        (y > 0.0 ? up : down) += std::fabs(y);
+    }
+    double downShare = down / (up + down);
+    if (!(downShare >= OverwhelmingDownShare)) {
+        if (up + down > 0.0 && downShare > 0.5) ++report.undecidedParts;
         return;
     }
     for (uint32_t f : part) Turn(f);
-    (closed ? report.insideOutFaces : report.downFacingFaces) += part.size();
+    ++report.downFacingParts;
+    report.downFacingFaces += part.size();
+    report.leastDownShare = std::min(report.leastDownShare, downShare);
 }
 
 WindingReport WindingFixer::Run() {
@@ -173,17 +192,45 @@ WindingReport FixWinding(ImportMesh& mesh, const std::vector<uint32_t>& weld) {
     return fixer.Run();
 }
 
+namespace {
+
+std::string Count(size_t n, const char* one, const char* many) {
+    return std::to_string(n) + " " + (n == 1 ? one : many);
+}
+
+}  // namespace
+
+// "turned: 2 faces wound against the source's normals; 1 closed part (12 faces) enclosing a
+// negative volume"
 std::string DescribeWinding(const WindingReport& report) {
+    std::vector<std::string> turned;
+    auto faces = [](size_t n) { return Count(n, "face", "faces"); };
+    if (report.againstNormals)
+        turned.push_back(faces(report.againstNormals) + " wound against the source's normals");
+    if (report.againstNeighbours)
+        turned.push_back(faces(report.againstNeighbours) + " wound against the neighbouring faces");
+    if (report.insideOutParts)
+        turned.push_back(Count(report.insideOutParts, "closed part", "closed parts") + " (" +
+                         faces(report.insideOutFaces) + ") enclosing a negative volume");
+    if (report.downFacingParts)
+        turned.push_back(
+            Count(report.downFacingParts, "open part", "open parts") + " (" +
+            faces(report.downFacingFaces) + ") facing down " +
+            (report.leastDownShare < 1.0
+                 ? "over at least " +
+                       std::to_string(int(std::floor(report.leastDownShare * 100.0))) +
+                       "% of the area seen from above"
+                 : "all over"));
     std::string text;
-    auto add = [&](size_t count, const std::string& what) {
-        if (!count) return;
-        text += text.empty() ? "" : "; ";
-        text += std::to_string(count) + " " + what;
-    };
-    add(report.againstNormals, "faces were wound against their normals and were turned");
-    add(report.againstNeighbours, "faces were wound against their neighbours and were turned");
-    add(report.insideOutFaces, "faces of closed parts that were inside out were turned");
-    add(report.downFacingFaces, "faces of open parts that faced down were turned over");
-    add(report.insideOutKept, "closed parts face inward, as their normals say; left as they are");
+    for (const std::string& what : turned) text += (text.empty() ? "turned: " : "; ") + what;
+    if (report.insideOutKept)
+        text += std::string(text.empty() ? "" : "; ") + "kept: " + Count(report.insideOutKept, "closed part", "closed parts") +
+                " facing inward, as the normals say";
     return text;
+}
+
+std::string DescribeKeptParts(const WindingReport& report) {
+    if (!report.undecidedParts) return "";
+    return Count(report.undecidedParts, "open part faces", "open parts face") +
+           " down more than up, but not clearly; the source's winding is kept";
 }
