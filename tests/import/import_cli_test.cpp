@@ -61,7 +61,7 @@ TEST(ImportCli, BrokenInputsFailWithAClearMessage) {
         {"lines.obj", "lines.obj: no triangles in the file"},
         {"badindex.obj", "badindex.obj: cannot be read: "},
         {"level.bsp", "level.bsp: unsupported format"},
-        {"city.json", "city.json: unsupported format (no reader for .json files)"},
+        {"city.json", "city.json: \"vertices\" is missing or not an array"},
         {"cut.png", "cut.png: cannot be read as a height map: "},
         {"colour.png", "colour.png: cannot be read as a height map: not a greyscale image"},
         {"line.png", "line.png: a height map needs at least 2 x 2 samples"},

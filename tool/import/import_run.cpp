@@ -7,6 +7,7 @@
 #include "engine/mesh/mesh.h"
 #include "tool/import/assimp_reader.h"
 #include "tool/import/chunk_tree.h"
+#include "tool/import/cityjson_reader.h"
 #include "tool/import/input_file.h"
 #include "tool/import/map_writer.h"
 #include "tool/import/mesh_weld.h"
@@ -48,6 +49,7 @@ bool ReadInput(const std::string& path, const ImportRequest& request, ImportScen
         name = path.substr(0, path.size() - 3);
         kind = LowerExtension(name);
     }
+    if (kind == "json") return ReadCityJson(path, bytes, scene, log);
     if (IsHeightMapPath(name)) {
         if (kind != "png") kind = "raw";
         return ReadHeightMap(path, kind, bytes, request, scene, log);
