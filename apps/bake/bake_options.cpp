@@ -57,8 +57,9 @@ CommandLineOutcome ParseBakeOptions(int argc, const char* const* argv, BakeOptio
                  "same bytes, far slower");
     std::string crossing = "half-open";
     line.Word("--crossing", crossing, {"half-open", "closed"},
-              "the light test's edge rule; closed counts both ends of every edge, as the light "
-              "test was first written, and bakes through the literal walk")
+              "the ray tests' edge rule; closed counts both ends of every edge of the light "
+              "test and decides the ground test in each face's own plane alone, as the tests "
+              "were first written, and bakes through the literal walk")
         ->capture_default_str();
     line.Whole("--verify", options.verifyRows, 1, 100000,
                "after each bake, bake this many sample rows spread over the map again through "

@@ -45,6 +45,7 @@ Vector Unit(double x, double y, double z) {
 
 void SetCorners(RayTriangle& triangle, const float (&corners)[3][2]) {
     for (int k = 0; k < 3; ++k) std::copy(corners[k], corners[k] + 2, triangle.Corner[k]);
+    for (int k = 0; k < 3; ++k) std::copy(corners[k], corners[k] + 2, triangle.GroundCorner[k]);
 }
 
 // The projection keeps the two coordinates across the normal's largest component (ties go to x,
@@ -75,9 +76,9 @@ TEST(RayBuildTriangle, ProjectionAxesAndCornersGrownByAThousandth) {
             const float g[3] = {float(float(d.x + w.x * 0.001) + c[0]),
                                 float(float(d.y + w.y * 0.001) + c[1]),
                                 float(float(d.z + w.z * 0.001) + c[2])};
-            EXPECT_EQ(
-                std::tuple(grown[i].x, grown[i].y, grown[i].z, t.Corner[i][0], t.Corner[i][1]),
-                std::tuple(g[0], g[1], g[2], g[a], g[b]))
+            EXPECT_EQ(std::tuple(grown[i].x, grown[i].y, grown[i].z, t.Corner[i][0],
+                                 t.Corner[i][1], t.GroundCorner[i][0], t.GroundCorner[i][1]),
+                      std::tuple(g[0], g[1], g[2], g[a], g[b], p[i].x, p[i].z))
                 << what << " " << i;
         }
     }
@@ -91,8 +92,9 @@ protected:
         EXPECT_NE(record, nullptr);
         return record;
     }
-    bool Down(float x, float z, float from = 100, float to = -100) {
-        return RayCastDown(table, state, x, from, z, x, to, z);
+    bool Down(float x, float z, float from = 100, float to = -100,
+              CrossingRule rule = CrossingRule::HalfOpen) {
+        return RayCastDown(table, state, x, from, z, x, to, z, nullptr, rule);
     }
     bool Light(Vector o, Vector d, CrossingRule rule = CrossingRule::HalfOpen) {
         return RayCastToLight(table, state, o.x, o.y, o.z, d.x, d.y, d.z, rule);
@@ -234,16 +236,39 @@ TEST_F(RayQuery, AFaceIndexOutOfRangeGivesNoRecord) {
     EXPECT_EQ(reports.Take().size(), 1u);
 }
 
-// Triangles in the plane y = 10 (a = x, b = z). The ground's box is inclusive, its inside test half
-// open: of the corners (0, 0), (10, 0), (0, 10) only the edge c0-c1 is the triangle's. A light ray
-// level with a vertex crosses both its edges under the closed rule, one under the half-open rule.
+// A cell of a steep terrain far from the origin, cut along its diagonal into two faces whose
+// normals are mostly x. A ray straight down onto the diagonal finds ground; decided in the faces'
+// own plane alone, where the hit point carries the rounding of t, it fell between them.
+TEST_F(RayQuery, ARayOnTheEdgeOfASteepFaceFindsGround) {
+    Add(HandMesh(nullptr,
+                 {At(7880, 58.395f, -88), At(7888, 66.95f, -88), At(7888, 64.41f, -96),
+                  At(7880, 56.2f, -96)},
+                 {{0, 1, 2}, {0, 2, 3}}));
+    ASSERT_EQ(table.First()->Triangles[1].Axes, RayAxesZY);
+    EXPECT_FALSE(Down(7884, -92, 10000, -20000));
+    EXPECT_NEAR(state.Ground.Position.y, (58.395f + 64.41f) / 2, 1e-3);
+    EXPECT_TRUE(RayCastDown(table, state, 7884, 10000, -92, 7884, -20000, -92, nullptr,
+                            CrossingRule::Closed));
+}
+
+// Triangles in the plane y = 10 (a = x, b = z). The ground's box is inclusive; its inside test in
+// the triangle's plane is half open: of the corners (0, 0), (10, 0), (0, 10) only the edge c0-c1
+// is the triangle's, which is all the rule as first written takes; seen from above, every edge is.
+// A light ray level with a vertex crosses both its edges under the closed rule, one under the
+// half-open rule.
 TEST_F(RayQuery, HandDrawnTrianglesOwnTheirEdgesByTheCrossingRule) {
     RayMesh* record = Add(Floor(10, -1000, 1000, -1000, 1000));
     for (int i = 0; i < 2; ++i) SetCorners(record->Triangles[i], {{0, 0}, {10, 0}, {0, 10}});
     EXPECT_LT(record->MinX, -1000);  // the box holds the grown corners
-    const std::tuple<float, float, bool> edges[] = {
-        {2, 5, 1}, {5, 0, 1}, {0, 5, 0}, {5, 5, 0}, {8, 5, 0}};
-    for (auto [x, z, hit] : edges) EXPECT_EQ(!Down(x, z), hit) << x << " " << z;
+    const std::tuple<float, float, bool, bool> edges[] = {
+        // x, z, found, found as first written
+        {2, 5, 1, 1},    {5, 0, 1, 1}, {0, 5, 1, 0}, {5, 5, 1, 0},
+        {8, 5, 0, 0},    {0, 0, 1, 0}, {0, 10, 1, 0}, {-0.001f, 5, 0, 0},
+        {5, -0.001f, 0, 0}};
+    for (auto [x, z, hit, asWritten] : edges) {
+        EXPECT_EQ(!Down(x, z), hit) << x << " " << z;
+        EXPECT_EQ(!Down(x, z, 100, -100, CrossingRule::Closed), asWritten) << x << " " << z;
+    }
     record->MinX = record->MaxX = 3;
     record->MinZ = record->MaxZ = 2;
     const std::tuple<float, float, bool> box[] = {

@@ -14,7 +14,7 @@ void RayCounters::Add(const RayCounters& other) {
 }
 
 bool RayCastDown(const RayTable& table, RayQueryState& state, float ox, float oy, float oz,
-                 float tx, float ty, float tz, RayCounters* counters) {
+                 float tx, float ty, float tz, RayCounters* counters, CrossingRule rule) {
     Vector direction;
     Vector origin = {ox, oy, oz};
     Vector target = {tx, ty, tz};
@@ -30,7 +30,7 @@ bool RayCastDown(const RayTable& table, RayQueryState& state, float ox, float oy
         tests += record->TriangleCount;
         for (uint32_t i = 0; i < record->TriangleCount; ++i) {
             const RayTriangle& triangle = record->Triangles[i];
-            if (!HitsDown(triangle, ox, oy, oz, direction, best, hit)) continue;
+            if (!HitsDown(triangle, ox, oy, oz, direction, best, hit, rule)) continue;
             best = hit.t;  // the test is strict: on equal t the earlier find stays
             found = &triangle;
             foundRecord = record;

@@ -30,7 +30,8 @@ struct RayCounters {
 // True when nothing was hit; only right for a ray straight down (target x, z = origin x, z). A hit
 // goes to state.Ground.
 bool RayCastDown(const RayTable& table, RayQueryState& state, float ox, float oy, float oz,
-                 float tx, float ty, float tz, RayCounters* counters = nullptr);
+                 float tx, float ty, float tz, RayCounters* counters = nullptr,
+                 CrossingRule rule = CrossingRule::HalfOpen);
 
 // True when the way to the light is free. d has unit length; its y may have either sign. The last
 // blocker is tried first, but only where the walk would test it (its record passes the cylinder
@@ -47,7 +48,7 @@ public:
         : table(rayTable), light(lightDirection), rule(crossing) {}
 
     bool CastDown(float ox, float oy, float oz, float tx, float ty, float tz) {
-        return RayCastDown(table, state, ox, oy, oz, tx, ty, tz, &counters);
+        return RayCastDown(table, state, ox, oy, oz, tx, ty, tz, &counters, rule);
     }
     bool CastToLight(float ox, float oy, float oz) {
         return RayCastToLight(table, state, ox, oy, oz, light.x, light.y, light.z, rule, &counters);

@@ -14,7 +14,8 @@
 // HalfOpen: an edge counts only when it straddles the crossing's b half-open, (b >= p.b) unlike
 // (b >= q.b), as in the ground query. A vertex level with the crossing then counts on exactly one
 // of its two edges, and an edge with both ends at one b never counts.
-// Closed: every edge whose fraction u lies in [0, 1] counts, both ends included. A crossing level
+// Closed: every edge whose fraction u lies in [0, 1] counts, both ends included; and the ground
+// query decides in each triangle's own plane, as both tests were first written. A crossing level
 // with a vertex (within a few ulps, which a long ray meets often) counts that vertex on both of
 // its edges: a point far outside the triangle can read as blocked (isolated dark texels, more of
 // them the more triangles a ray tests, which no index near a triangle can find) and a point
@@ -35,11 +36,11 @@ inline bool InsideBox(const RayMesh& record, float x, float z) {
 }
 
 // Crossing count of the ground query, cross-multiplied so that no division is needed.
-inline bool InsideDown(const RayTriangle& triangle, double a, double b) {
+inline bool InsideDown(const float (&corners)[3][2], double a, double b) {
     bool inside = false;
     for (int k = 0; k < 3; ++k) {
-        const float* p = triangle.Corner[k];
-        const float* q = triangle.Corner[(k + 1) % 3];
+        const float* p = corners[k];
+        const float* q = corners[(k + 1) % 3];
         bool bp = b >= p[1];
         bool bq = b >= q[1];
         if (bp == bq) continue;
@@ -50,14 +51,33 @@ inline bool InsideDown(const RayTriangle& triangle, double a, double b) {
     return inside;
 }
 
+// Whether (x, z) lies inside the corners or on an edge, seen from above: the point is on no
+// edge's outer side. Each edge's two products are compared, not subtracted, so a point on an edge
+// reads as on it. A face with no area seen from above covers nothing.
+inline bool CoversFromAbove(const float (&corners)[3][2], double x, double z) {
+    int sides = 0;  // bit 0: left of some edge, bit 1: right of some edge
+    for (int k = 0; k < 3; ++k) {
+        const float* p = corners[k];
+        const float* q = corners[(k + 1) % 3];
+        double left = (double(q[0]) - p[0]) * (z - p[1]);
+        double right = (double(q[1]) - p[1]) * (x - p[0]);
+        sides |= (left > right ? 1 : 0) | (left < right ? 2 : 0);
+    }
+    return sides == 1 || sides == 2;
+}
+
 struct DownHit {
     double t, a, b;
 };
 
 // The ground query's triangle test against the nearest hit so far. Only a triangle whose stored
-// normal points down (visible from above) can pass, bar an origin lying exactly on a plane.
+// normal points down (visible from above) can pass, bar an origin lying exactly on a plane. A hit
+// lies inside the grown corners in the triangle's own plane, or on the corners as given seen
+// from above, edges included, so that neither a shared edge nor the edge of the data lets a ray
+// through; under the rule as first written only the former counts.
 inline bool HitsDown(const RayTriangle& triangle, float ox, float oy, float oz,
-                     const Vector& direction, double best, DownHit& hit) {
+                     const Vector& direction, double best, DownHit& hit,
+                     CrossingRule rule = CrossingRule::HalfOpen) {
     float den = -triangle.Normal.y;
     if (IsPositiveZero(den)) return false;
     float num = float(-(double(oz) * triangle.Normal.z + double(oy) * triangle.Normal.y +
@@ -80,7 +100,11 @@ inline bool HitsDown(const RayTriangle& triangle, float ox, float oy, float oz,
             b = float(oy + t * direction.y);
             break;
     }
-    if (!InsideDown(triangle, a, b)) return false;
+    bool inside = InsideDown(triangle.Corner, a, b) ||
+                  (rule == CrossingRule::HalfOpen &&
+                   CoversFromAbove(triangle.GroundCorner, ox + t * direction.x,
+                                   float(oz + t * direction.z)));
+    if (!inside) return false;
     hit = {t, a, b};
     return true;
 }

@@ -24,6 +24,10 @@ void RayBuildTriangle(RayTriangle* record, Vector corners[3]) {
     double cy = (double(corners[0].y) + corners[1].y + corners[2].y) * CentroidFactor;
     double cz = (double(corners[0].z) + corners[1].z + corners[2].z) * CentroidFactor;
     for (int i = 0; i < 3; ++i) {
+        record->GroundCorner[i][0] = corners[i].x;
+        record->GroundCorner[i][1] = corners[i].z;
+    }
+    for (int i = 0; i < 3; ++i) {
         Vector& p = corners[i];
         p = {float(p.x - cx), float(p.y - cy), float(p.z - cz)};
         Vector w = p;

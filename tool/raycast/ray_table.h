@@ -31,6 +31,11 @@ struct RayTriangle {
     Vector Normal;       // unit plane normal from the ungrown corners; zero when degenerate
     float D;             // Normal . p + D = 0 on the plane
     float Corner[3][2];  // grown corners as (a, b) by Axes
+    // The corners as given, as (x, z). Neighbours share these exactly, so a ray straight down
+    // tested against them, edges included, can't pass between two faces; the grown corners alone
+    // don't ensure it, as far from the origin the growth rounds away in one axis and not the
+    // other, and in a steep face's own plane the hit point carries the rounding of t.
+    float GroundCorner[3][2];
     uint32_t Vertex[3];  // the face's vertex indices, for normal interpolation
     uint8_t Axes;        // RayAxes
     uint8_t Skip;        // non-zero keeps the light query from testing the triangle
