@@ -8,18 +8,33 @@ const char* Summary =
     "Makes a map folder from meshes and height maps: MAPDIR/test.vbf with the map's size, and "
     "the textures its faces use as TGA files beside it. "
     "INPUT is a mesh file that Assimp reads (OBJ, glTF and GLB, FBX, PLY, Collada, 3DS and "
-    "more; NAME.gz is inflated first), a greyscale PNG height map of 8 or 16 bits, or a raw "
+    "more; NAME.gz is inflated first), a greyscale PNG or PGM height map of 8 or 16 bits, or a raw "
     "grid (.raw, .r16, .r32, .f32) of little-endian 16-bit integers or 32-bit floats. Several "
     "inputs share one coordinate system and make one map.\n\n"
     "The map's world: x from 0 up, z from 0 down, y up, 32 units a cell, at most 256 x 256 "
     "cells. Meshes are taken as right-handed (as those formats are) and mirrored into the "
     "map's left-handed world, so they look as in their editor. A height map's top row lies "
-    "along z = 0, its columns along x, one unit apart before scaling.";
+    "along z = 0, its columns along x, one unit apart before scaling. Given what a sample "
+    "spacing and a height step are in metres (--pixel-size, --height-unit), a height map keeps "
+    "its true proportions through --fit and --scale.";
 
 const char* Footer =
     "Exit status: 0 when the map was written without an error, 1 when an input or an output "
     "failed (a map whose colour map could not be read is written without it, and the status "
     "is 1), 2 for a usage error.";
+
+// "160" or "74.5x92.6": metres between samples along a row, and down a column when it differs.
+bool ParsePixelSize(const std::string& text, double& width, double& depth) {
+    auto metres = [](const std::string& number, double& value) {
+        char* end = nullptr;
+        value = std::strtod(number.c_str(), &end);
+        return !number.empty() && end == number.c_str() + number.size() && value > 0.0 &&
+               value <= 1e9;
+    };
+    size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) return metres(text, width) && metres(text, depth);
+    return metres(text.substr(0, x), width) && metres(text.substr(x + 1), depth);
+}
 
 // "403x344": a raw grid's size in samples.
 bool ParseGridSize(const std::string& text, uint32_t& width, uint32_t& height) {
@@ -60,6 +75,27 @@ CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportO
     line.Real("--height-scale", request.heightMap.heightScale, 0.0, false, 1e30,
               "height maps: the height of one sample value, in sample spacings")
         ->capture_default_str();
+    std::string pixelSize;
+    app.add_option("--pixel-size", pixelSize,
+                   "height maps: metres between samples, or along a row x down a column "
+                   "(74.5x92.6); gives true proportions with --height-unit")
+        ->type_name("METRES")
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                double w, d;
+                return ParsePixelSize(text, w, d)
+                           ? ""
+                           : "give metres above 0, or WIDTHxDEPTH in metres, such as 74.5x92.6";
+            },
+            ""));
+    line.Real("--height-unit", request.heightMap.heightUnit, 0.0, false, 1e9,
+              "height maps with --pixel-size: metres in one unit of sample value")
+        ->type_name("METRES")
+        ->capture_default_str();
+    line.Real("--exaggerate", request.heightMap.exaggerate, 0.0, false, 1e6,
+              "height maps: multiply the heights by this")
+        ->type_name("K")
+        ->capture_default_str();
     std::string rawSize;
     app.add_option("--raw-size", rawSize, "raw grids: their size in samples, such as 403x344")
         ->type_name("WxH")
@@ -87,6 +123,12 @@ CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportO
         if (rawFormat == "uint16") request.heightMap.rawFormat = RawSampleFormat::UInt16;
         if (rawFormat == "float32") request.heightMap.rawFormat = RawSampleFormat::Float32;
         if (app.count("--scale") && app.count("--fit")) return "--scale or --fit, not both";
+        if (!pixelSize.empty()) {
+            ParsePixelSize(pixelSize, request.heightMap.pixelWidth, request.heightMap.pixelDepth);
+            if (app.count("--height-scale")) return "--height-scale or --pixel-size, not both";
+        } else if (app.count("--height-unit")) {
+            return "--height-unit needs --pixel-size: the height step is measured against it";
+        }
         if (request.inputs.empty()) return "no input given";
         if (request.mapFolder.empty()) return "no map folder given: -o MAPDIR";
         if (request.placement.fitCells + 2 * request.placement.marginCells > MapMaxCells)

@@ -73,6 +73,10 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         {import, "a.raw -o out --raw-size 0x5", 2, "--raw-size: give WIDTHxHEIGHT in samples"},
         {import, "a.raw -o out --raw-format int8", 2, "--raw-format: int8 is none of int16, uint16, float32\n"},
         {import, "a.raw -o out --raw-size 1048577x1", 2, "--raw-size: give WIDTHxHEIGHT in samples"},
+        {import, "a.png -o out --pixel-size 0", 2, "--pixel-size: give metres above 0, or WIDTHxDEPTH"},
+        {import, "a.png -o out --pixel-size 10x", 2, "--pixel-size: give metres above 0, or WIDTHxDEPTH"},
+        {import, "a.png -o out --pixel-size 10 --height-scale 2", 2, "--height-scale or --pixel-size, not both\n"},
+        {import, "a.png -o out --height-unit 0.1", 2, "--height-unit needs --pixel-size"},
     };
     for (const auto& [tool, args, status, text] : cases) {
         std::string name = fs::path(tool).filename().string(), start = status ? name + ": " + text : text;

@@ -26,12 +26,24 @@ TEST(HeightMap, SamplesBecomeHeightsWithTheTopRowAtTheFarEdge) {
     WriteWholeFile("grid.r16", std::string(reinterpret_cast<const char*>(i16), sizeof i16));
     const float f32[6] = {0.25f, -1.5f, 2.0f, 3.0f, 4.0f, 1e3f};
     WriteWholeFile("grid.f32", std::string(reinterpret_cast<const char*>(f32), sizeof f32));
+    std::string pgm8 = "P5\n# from a GIS\n5 4\n255\n", pgm16 = "P5 5 4 65535\r", plain = "P2 5 4 255\n";
+    for (uint32_t i = 0; i < 20; ++i) {
+        pgm8 += char(bytes[i]);
+        pgm16 += {char(deep[i] >> 8), char(deep[i] & 255)};
+        plain += std::to_string(bytes[i]) + (i % 5 == 4 ? "\n" : " ");
+    }
+    WriteWholeFile("byte.pgm", pgm8);
+    WriteWholeFile("deep.pgm", pgm16);
+    WriteWholeFile("plain.pgm", plain);
     const std::vector<std::tuple<std::string, RawSampleFormat, uint32_t, std::vector<float>>> cases = {
         {"deep.png", RawSampleFormat::Auto, 5, std::vector<float>(deep.begin(), deep.end())},
         {"byte.png", RawSampleFormat::Auto, 5, std::vector<float>(bytes.begin(), bytes.end())},
         {"grid.r16", RawSampleFormat::Int16, 3, {-2, 5, 300, 7, 0, -1}},
         {"grid.r16", RawSampleFormat::Auto, 3, {65534, 5, 300, 7, 0, 65535}},  // uint16
-        {"grid.f32", RawSampleFormat::Auto, 3, {0.25f, -1.5f, 2, 3, 4, 1e3f}}};
+        {"grid.f32", RawSampleFormat::Auto, 3, {0.25f, -1.5f, 2, 3, 4, 1e3f}},
+        {"byte.pgm", RawSampleFormat::Auto, 5, std::vector<float>(bytes.begin(), bytes.end())},
+        {"deep.pgm", RawSampleFormat::Auto, 5, std::vector<float>(deep.begin(), deep.end())},
+        {"plain.pgm", RawSampleFormat::Auto, 5, std::vector<float>(bytes.begin(), bytes.end())}};
     for (const auto& [file, format, width, expected] : cases) {
         ImportResult result =
             Import({.inputs = {file},
@@ -52,6 +64,31 @@ TEST(HeightMap, SamplesBecomeHeightsWithTheTopRowAtTheFarEdge) {
         for (uint32_t i = 0; i < expected.size(); ++i)
             EXPECT_EQ((heights[{float(i % width), float(i / width)}]), expected[i] * 0.125f) << file << i;
     }
+}
+
+// True scale: 10 m between samples along a row, 20 m down a column, heights in decimetres,
+// doubled; fitted to one cell, the 40 m side is 32 units, so a metre is 0.8 units.
+TEST(HeightMap, PixelSizeAndHeightUnitKeepTrueProportionsThroughTheFit) {
+    TempDir dir;
+    const uint16_t values[9] = {0, 100, 200, 300, 400, 500, 600, 700, 1000};
+    ASSERT_TRUE(WritePng("dem.png", 3, 3, PNG_FORMAT_LINEAR_Y, values));
+    ImportResult result = Import(
+        {.inputs = {"dem.png"},
+         .mapFolder = "out",
+         .placement = {.fitCells = 1},
+         .heightMap = {.pixelWidth = 10, .pixelDepth = 20, .heightUnit = 0.1, .exaggerate = 2}});
+    ASSERT_TRUE(result.written) << result.messages;
+    EXPECT_THAT(result.messages, HasSubstr("true scale: one world unit is 1.25 m, a cell 40 m; "
+                                           "heights exaggerated 2 times"));
+    LoadedMap map("out");
+    std::map<std::pair<float, float>, float> heights;
+    for (const CMesh* mesh : map.meshes)
+        for (int32_t i = 0; i < mesh->vertexCount; ++i)
+            heights[{mesh->vertices[i].position.x, mesh->vertices[i].position.z}] =
+                mesh->vertices[i].position.y;
+    ASSERT_EQ(heights.size(), 9u);
+    for (int i = 0; i < 9; ++i)
+        EXPECT_FLOAT_EQ((heights[{8.0f * (i % 3), -16.0f * (i / 3)}]), values[i] * 0.16f) << i;
 }
 
 // 259 x 259 units in 256-unit chunks: 2 x 2 chunks, the first of 257 x 257 vertices, past the

@@ -21,16 +21,19 @@ ToolRun RunImport(const std::string& args) {
 // The options no other test here runs.
 TEST(ImportCli, OptionsReachTheRequest) {
     const char* argv[] = {"tenebrix-import", "a",    "--output=o",        "--up", "z", "--scale=2.5",
-                          "--height-scale",  "0.25", "--raw-format=int16", "--raw-size", "3x2",
-                          "--no-textures"};
+                          "--height-unit",  "0.25", "--raw-format=int16", "--raw-size", "3x2",
+                          "--no-textures", "--pixel-size", "74.5x92.6", "--exaggerate=3"};
     ImportOptions o;
-    CommandLineOutcome outcome = ParseImportOptions(12, argv, o);
+    CommandLineOutcome outcome = ParseImportOptions(int(std::size(argv)), argv, o);
     ASSERT_TRUE(outcome.run) << outcome.text;
     const ImportRequest& r = o.request;
     EXPECT_EQ(std::make_tuple(r.inputs.size(), r.mapFolder, r.placement.up, r.placement.scale,
-                              r.heightMap.heightScale, r.heightMap.rawFormat, r.textures),
+                              r.heightMap.heightUnit, r.heightMap.rawFormat, r.textures),
               std::make_tuple(1u, "o", UpAxis::Z, 2.5, 0.25, RawSampleFormat::Int16, false));
     EXPECT_EQ(std::make_pair(r.heightMap.rawWidth, r.heightMap.rawHeight), std::make_pair(3u, 2u));
+    EXPECT_EQ(std::make_tuple(r.heightMap.pixelWidth, r.heightMap.pixelDepth, r.heightMap.heightUnit,
+                              r.heightMap.exaggerate),
+              std::make_tuple(74.5, 92.6, 0.25, 3.0));
 }
 
 // Each broken input fails the run with a message naming the file and the fault, and leaves no map
@@ -49,6 +52,10 @@ TEST(ImportCli, BrokenInputsFailWithAClearMessage) {
     ASSERT_TRUE(WritePng("colour.png", 2, 2, PNG_FORMAT_RGB, std::string(12, 'Z').data()));
     ASSERT_TRUE(WritePng("line.png", 7, 1, PNG_FORMAT_GRAY, "1234567"));
     WriteWholeFile("short.raw", std::string(99, '\0'));
+    WriteWholeFile("cut.pgm", "P5 4 4 65535\n" + std::string(31, '\0'));
+    WriteWholeFile("high.pgm", "P2 2 2 9 1 2 3 10");
+    WriteWholeFile("nomax.pgm", "P5 2 2 0\n");
+    WriteWholeFile("glued.pgm", "P5 2 2 255x1234");
     const float grid[6] = {1, 2, 3, std::nanf(""), 5, 6};
     WriteWholeFile("nan.f32", std::string(reinterpret_cast<const char*>(grid), sizeof grid));
     WriteWholeFile("cut.ply.gz", std::string("\x1f\x8b\x08\0\0\0\0\0\0\x03", 10));
@@ -67,6 +74,10 @@ TEST(ImportCli, BrokenInputsFailWithAClearMessage) {
         {"line.png", "line.png: a height map needs at least 2 x 2 samples"},
         {"short.raw --raw-size 10x10", "short.raw: 99 bytes, but a 10 x 10 grid has"},
         {"short.raw", "short.raw: a raw grid needs its size: --raw-size"},
+        {"cut.pgm", "cut.pgm: cannot be read as a height map: the samples end early: 31 bytes for 16 samples of 2"},
+        {"high.pgm", "high.pgm: cannot be read as a height map: the sample at column 1, row 1 is 10, above the header's largest value 9"},
+        {"nomax.pgm", "nomax.pgm: cannot be read as a height map: the header's largest value is missing or not from 1 to 65535"},
+        {"glued.pgm", "glued.pgm: cannot be read as a height map: the header doesn't end in a single space or line end"},
         {"nan.f32 --raw-size 3x2", "nan.f32: the sample at column 0, row 1 is nan"},
         {"cut.ply.gz", "cut.ply.gz: the gzip data ends early"},
         {"huge.gltf", "huge.gltf: node \"blown\" has a transform with NaN or infinite numbers"},

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tool/import/input_file.h"
+#include "tool/import/pgm_decode.h"
 #include "tool/import/png_decode.h"
 
 namespace {
@@ -43,20 +44,36 @@ bool IsRawGridPath(const std::string& path) {
 }
 
 bool IsHeightMapPath(const std::string& path) {
-    return LowerExtension(path) == "png" || IsRawGridPath(path);
+    std::string ext = LowerExtension(path);
+    return ext == "png" || ext == "pgm" || IsRawGridPath(path);
 }
 
-bool ReadHeightPng(const std::string& path, const std::vector<uint8_t>& bytes, HeightGrid& grid,
-                   ImportLog& log) {
+GridSpacing HeightGridSpacing(const HeightMapOptions& options) {
+    GridSpacing spacing;
+    if (options.pixelWidth > 0.0) {
+        spacing.rowStep = (options.pixelDepth > 0.0 ? options.pixelDepth : options.pixelWidth) /
+                          options.pixelWidth;
+        spacing.heightStep = options.heightUnit / options.pixelWidth;
+    } else {
+        spacing.heightStep = options.heightScale;
+    }
+    spacing.heightStep *= options.exaggerate;
+    return spacing;
+}
+
+bool ReadHeightImage(const std::string& path, const std::vector<uint8_t>& bytes, HeightGrid& grid,
+                     ImportLog& log) {
     GreyImage image;
     std::string error;
-    if (!DecodeGreyPng(bytes.data(), bytes.size(), image, error))
-        return log.Error(path + ": cannot be read as a height map: " + error);
+    bool pgm = LooksLikePgm(bytes.data(), bytes.size());
+    bool read = pgm ? DecodePgm(bytes.data(), bytes.size(), image, error)
+                    : DecodeGreyPng(bytes.data(), bytes.size(), image, error);
+    if (!read) return log.Error(path + ": cannot be read as a height map: " + error);
     if (!CheckSize(path, image.width, image.height, log)) return false;
     grid.width = image.width;
     grid.height = image.height;
     grid.values.assign(image.samples.begin(), image.samples.end());
-    grid.what = std::to_string(image.bitDepth) + "-bit PNG";
+    grid.what = std::to_string(image.bitDepth) + (pgm ? "-bit PGM" : "-bit PNG");
     return true;
 }
 
@@ -110,7 +127,7 @@ bool ReadRawGrid(const std::string& path, const std::vector<uint8_t>& bytes,
     return true;
 }
 
-void AddHeightGrid(const std::string& path, const HeightGrid& grid, double heightScale,
+void AddHeightGrid(const std::string& path, const HeightGrid& grid, const GridSpacing& spacing,
                    ImportScene& scene) {
     ImportMesh mesh;
     mesh.name = BaseName(path) + ": height map";
@@ -118,9 +135,9 @@ void AddHeightGrid(const std::string& path, const HeightGrid& grid, double heigh
     mesh.positions.reserve(size_t(grid.width) * grid.height);
     for (uint32_t row = 0; row < grid.height; ++row)
         for (uint32_t column = 0; column < grid.width; ++column)
-            mesh.positions.push_back({double(column),
-                                      grid.values[size_t(row) * grid.width + column] * heightScale,
-                                      -double(row)});
+            mesh.positions.push_back(
+                {double(column), grid.values[size_t(row) * grid.width + column] * spacing.heightStep,
+                 -double(row) * spacing.rowStep});
     auto at = [&](uint32_t column, uint32_t row) { return row * grid.width + column; };
     mesh.triangles.reserve(size_t(grid.width - 1) * (grid.height - 1) * 6);
     // With x along columns and z = -row, (p00, p10, p11) and (p00, p11, p01) face up.

@@ -27,13 +27,13 @@ bool ReadHeightMap(const std::string& path, const std::string& kind,
                    const std::vector<uint8_t>& bytes, const ImportRequest& request,
                    ImportScene& scene, ImportLog& log) {
     HeightGrid grid;
-    bool read = kind == "png" ? ReadHeightPng(path, bytes, grid, log)
-                              : ReadRawGrid(path, bytes, request.heightMap, grid, log);
+    bool read = kind == "raw" ? ReadRawGrid(path, bytes, request.heightMap, grid, log)
+                              : ReadHeightImage(path, bytes, grid, log);
     if (!read) return false;
     auto [lo, hi] = std::minmax_element(grid.values.begin(), grid.values.end());
     log.Note(path + ": " + std::to_string(grid.width) + " x " + std::to_string(grid.height) + " " +
              grid.what + ", values " + Number(*lo) + " .. " + Number(*hi));
-    AddHeightGrid(path, grid, request.heightMap.heightScale, scene);
+    AddHeightGrid(path, grid, HeightGridSpacing(request.heightMap), scene);
     return true;
 }
 
@@ -51,7 +51,7 @@ bool ReadInput(const std::string& path, const ImportRequest& request, ImportScen
     }
     if (kind == "json") return ReadCityJson(path, bytes, scene, log);
     if (IsHeightMapPath(name)) {
-        if (kind != "png") kind = "raw";
+        if (IsRawGridPath(name)) kind = "raw";
         return ReadHeightMap(path, kind, bytes, request, scene, log);
     }
     if (name != path) return ReadModelMemory(path, bytes, kind, scene, log);
@@ -92,6 +92,14 @@ bool RunImport(const ImportRequest& request, ImportLog& log, ImportSummary& summ
         FreeSceneTextures(scene);
         return false;
     }
+    if (request.heightMap.pixelWidth > 0.0)
+        log.Note("true scale: one world unit is " +
+                 Number(request.heightMap.pixelWidth / summary.placement.scale) + " m, a cell " +
+                 Number(request.heightMap.pixelWidth / summary.placement.scale * MapCellUnits) +
+                 " m; heights " +
+                 (request.heightMap.exaggerate == 1.0
+                      ? std::string("as they are")
+                      : "exaggerated " + Number(request.heightMap.exaggerate) + " times"));
     if (request.placement.ground || scene.groundPlane) AddGroundPlane(scene, summary.placement, request.chunkSize);
 
     ChunkTreeStats stats;
