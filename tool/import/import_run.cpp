@@ -6,6 +6,7 @@
 
 #include "engine/mesh/mesh.h"
 #include "tool/import/assimp_reader.h"
+#include "tool/import/bsp_reader.h"
 #include "tool/import/chunk_tree.h"
 #include "tool/import/cityjson_reader.h"
 #include "tool/import/input_file.h"
@@ -49,6 +50,7 @@ bool ReadInput(const std::string& path, const ImportRequest& request, ImportScen
         name = path.substr(0, path.size() - 3);
         kind = LowerExtension(name);
     }
+    if (kind == "bsp") return ReadBspLevel(path, bytes, scene, log);
     if (kind == "json") return ReadCityJson(path, bytes, scene, log);
     if (IsHeightMapPath(name)) {
         if (IsRawGridPath(name)) kind = "raw";
