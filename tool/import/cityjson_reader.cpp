@@ -32,8 +32,18 @@ std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
+// "an array", "a number": what a JSON value is, for messages.
+std::string Kind(const Json& value) {
+    std::string name = value.type_name();
+    return (name[0] == 'a' || name[0] == 'o' ? "an " : "a ") + name;
+}
+
 std::string Count(size_t count, const std::string& what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+    if (count == 1) return "1 " + what;
+    size_t n = what.size();
+    if (what.compare(n - 2, 2, "ex") == 0) return std::to_string(count) + " " + what.substr(0, n - 2) + "ices";
+    if (what.back() == 'y') return std::to_string(count) + " " + what.substr(0, n - 1) + "ies";
+    return std::to_string(count) + " " + what + "s";
 }
 
 // The DOM parse says only that it failed; a second pass with this finds where.
@@ -179,8 +189,7 @@ private:
 };
 
 bool CityJsonReader::ReadHeader(const Json& root) {
-    if (!root.is_object()) return Fail(std::string("not a CityJSON file: the JSON is a ") +
-                                       root.type_name() + ", not an object");
+    if (!root.is_object()) return Fail("not a CityJSON file: the JSON is " + Kind(root) + ", not an object");
     auto type = root.find("type");
     if (type == root.end() || !type->is_string() || *type != "CityJSON") {
         if (type != root.end() && *type == "CityJSONFeature")
@@ -190,7 +199,7 @@ bool CityJsonReader::ReadHeader(const Json& root) {
     }
     auto found = root.find("version");
     if (found != root.end() && !found->is_string())
-        return Fail(std::string("\"version\" is a ") + found->type_name() + ", not a string");
+        return Fail("\"version\" is " + Kind(*found) + ", not a string");
     version = found == root.end() ? "" : found->get<std::string>();
     bool known = false;
     for (const char* v : {"1.0", "1.1", "2.0"})
@@ -202,7 +211,7 @@ bool CityJsonReader::ReadHeader(const Json& root) {
     auto transform = root.find("transform");
     if (transform == root.end()) return true;
     if (!transform->is_object())
-        return Fail(std::string("\"transform\" is a ") + transform->type_name() +
+        return Fail("\"transform\" is " + Kind(*transform) +
                     ", not an object");
     for (auto [name, into] : {std::pair{"scale", &scale}, std::pair{"translate", &translate}}) {
         auto part = transform->find(name);
@@ -275,14 +284,11 @@ uint32_t CityJsonReader::GroupFor(const std::string& semantic) {
 
 bool CityJsonReader::ReadRing(const Json& ring, const std::string& at) {
     if (!ring.is_array())
-        return FailHere(at + " is a " + ring.type_name() +
+        return FailHere(at + " is " + Kind(ring) +
                         " where a ring (an array of vertex indices) belongs: the boundaries "
                         "nest too shallowly");
-    size_t size = ring.size();
-    if (size > 1 && ring[0].is_number() && ring[0] == ring[size - 1]) --size;  // a ring closed the way GeoJSON closes it
-    if (size < 3) return FailHere(at + " is a ring of " + Count(size, "vertex") +
-                                  "; a ring needs at least 3");
-    for (size_t i = 0; i < size; ++i) {
+    size_t start = corners.size();
+    for (size_t i = 0; i < ring.size(); ++i) {
         const Json& index = ring[i];
         uint64_t v;
         if (index.is_array())
@@ -291,25 +297,29 @@ bool CityJsonReader::ReadRing(const Json& ring, const std::string& at) {
                             "deeply");
         if (!Index(index, v))
             return FailHere(at + "[" + std::to_string(i) + "] is " +
-                            (index.is_number() ? "not a whole number from 0 up"
-                                               : std::string("a ") + index.type_name()) +
+                            (index.is_number() ? "not a whole number from 0 up" : Kind(index)) +
                             ", not a vertex index");
         if (v >= vertexLimit)
             return FailHere(at + "[" + std::to_string(i) + "]: vertex " + std::to_string(v) +
                             " is out of range; there are " + Count(vertexLimit, "vertex"));
-        uint32_t id = vertexBase + uint32_t(v);
-        corners.push_back(id);
-        used[id] = 1;
+        corners.push_back(vertexBase + uint32_t(v));
     }
-    if (reverseRings)
-        std::reverse(corners.end() - std::ptrdiff_t(size), corners.end());
+    size_t size = corners.size() - start;
+    if (size > 1 && corners[start] == corners.back()) {
+        corners.pop_back();  // a ring closed the way GeoJSON closes it
+        --size;
+    }
+    if (size < 3)
+        return FailHere(at + " is a ring of " + Count(size, "vertex") + "; a ring needs at least 3");
+    for (size_t c = start; c < corners.size(); ++c) used[corners[c]] = 1;
+    if (reverseRings) std::reverse(corners.begin() + std::ptrdiff_t(start), corners.end());
     ringEnds.push_back(uint32_t(corners.size()));
     return true;
 }
 
 bool CityJsonReader::ReadSurface(const Json& surface, const Json* value, const std::string& at) {
     if (!surface.is_array())
-        return FailHere(at + " is a " + surface.type_name() +
+        return FailHere(at + " is " + Kind(surface) +
                         " where a surface (an array of rings) belongs: the boundaries nest too "
                         "shallowly");
     if (surface.empty()) return FailHere(at + " is a surface without rings");
@@ -321,7 +331,7 @@ bool CityJsonReader::ReadSurface(const Json& surface, const Json* value, const s
                             (value->is_number() ? "not one of the " +
                                                       Count(semanticTypes.size(), "surface") +
                                                       " of its semantics"
-                                                : std::string("a ") + value->type_name()));
+                                                : Kind(*value)));
         semantic = semanticTypes[index];
     }
     size_t start = corners.size();
@@ -343,14 +353,14 @@ bool CityJsonReader::ReadSurface(const Json& surface, const Json* value, const s
 bool CityJsonReader::ReadLevel(const Json& list, int level, const Json* values,
                                const std::string& at) {
     if (!list.is_array())
-        return FailHere(at + " is a " + list.type_name() + " where an array of " +
+        return FailHere(at + " is " + Kind(list) + " where an array of " +
                         LevelNames[level] + "s belongs: the boundaries nest too shallowly");
     if (values && values->is_null()) values = nullptr;
     if (values && (!values->is_array() || values->size() != list.size()))
         return FailHere("semantics values for " + at + " don't match the boundaries: " +
                         (values->is_array() ? Count(values->size(), "value") + " for " +
                                                   Count(list.size(), LevelNames[level])
-                                            : std::string("a ") + values->type_name()));
+                                            : Kind(*values)));
     for (size_t i = 0; i < list.size(); ++i) {
         std::string item = at + "[" + std::to_string(i) + "]";
         const Json* value = values ? &(*values)[i] : nullptr;
@@ -449,7 +459,7 @@ bool CityJsonReader::ReadInstance(const Json& instance) {
 
 bool CityJsonReader::ReadObject(const std::string& id, const Json& object) {
     where = "object " + Quoted(id);
-    if (!object.is_object()) return FailHere(std::string("is a ") + object.type_name() +
+    if (!object.is_object()) return FailHere("is " + Kind(object) +
                                              ", not an object");
     auto type = object.find("type");
     if (type == object.end() || !type->is_string()) return FailHere("no \"type\" string");

@@ -178,7 +178,19 @@ bool EarClipper::IsEar(uint32_t node) {
 void EarClipper::Clip(uint32_t start, std::vector<uint32_t>& triangles) {
     uint32_t count = 1;
     for (uint32_t n = nodes[start].next; n != start; n = nodes[n].next) ++count;
+    // Corners without area first, spikes out and back among them: left in, their neighbours would
+    // pass the ear test with triangles outside the polygon.
     uint32_t node = start, stop = start;
+    while (count > 2) {
+        if (std::fabs(Turn(node)) <= tiny) {
+            uint32_t prev = nodes[node].prev;
+            Remove(node);
+            --count;
+            node = stop = prev;
+        } else if ((node = nodes[node].next) == stop) {
+            break;
+        }
+    }
     bool forced = false;
     while (count > 2) {
         double turn = Turn(node);
