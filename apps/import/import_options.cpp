@@ -51,6 +51,17 @@ bool ParseGridSize(const std::string& text, uint32_t& width, uint32_t& height) {
            side(text.substr(x + 1), height);
 }
 
+// A check of an option given as two values, such as 403x344, with the message for a bad one.
+template <typename T>
+CLI::Validator PairOf(bool (*parse)(const std::string&, T&, T&), const std::string& message) {
+    return CLI::Validator(
+        [parse, message](std::string& text) -> std::string {
+            T first, second;
+            return parse(text, first, second) ? "" : message;
+        },
+        "");
+}
+
 }  // namespace
 
 CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportOptions& options) {
@@ -81,14 +92,8 @@ CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportO
                    "height maps: metres between samples, or along a row x down a column "
                    "(74.5x92.6); gives true proportions with --height-unit")
         ->type_name("METRES")
-        ->check(CLI::Validator(
-            [](std::string& text) -> std::string {
-                double w, d;
-                return ParsePixelSize(text, w, d)
-                           ? ""
-                           : "give metres above 0, or WIDTHxDEPTH in metres, such as 74.5x92.6";
-            },
-            ""));
+        ->check(PairOf<double>(ParsePixelSize,
+                               "give metres above 0, or WIDTHxDEPTH in metres, such as 74.5x92.6"));
     line.Real("--height-unit", request.heightMap.heightUnit, 0.0, false, 1e9,
               "height maps with --pixel-size: metres in one unit of sample value")
         ->type_name("METRES")
@@ -100,14 +105,8 @@ CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportO
     std::string rawSize;
     app.add_option("--raw-size", rawSize, "raw grids: their size in samples, such as 403x344")
         ->type_name("WxH")
-        ->check(CLI::Validator(
-            [](std::string& text) -> std::string {
-                uint32_t w, h;
-                return ParseGridSize(text, w, h)
-                           ? ""
-                           : "give WIDTHxHEIGHT in samples from 1 to 1048576, such as 403x344";
-            },
-            ""));
+        ->check(PairOf<uint32_t>(ParseGridSize,
+                                 "give WIDTHxHEIGHT in samples from 1 to 1048576, such as 403x344"));
     std::string rawFormat;
     line.Word("--raw-format", rawFormat, {"int16", "uint16", "float32"},
               "raw grids: the sample type (default: by the file's size, 2 bytes a sample as "
