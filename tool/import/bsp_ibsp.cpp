@@ -13,9 +13,9 @@ namespace {
 enum IbspLump { Shaders = 1, Vertices = 10, MeshVerts = 11, Faces = 13 };
 
 const std::vector<const char*> IbspLumpNames = {
-    "entities", "textures", "planes",  "nodes",   "leafs",     "leaffaces",
-    "leafbrushes", "models", "brushes", "brushsides", "vertexes", "meshverts",
-    "effects",  "faces",    "lightmaps", "lightvols", "visdata"};
+    "entities",    "textures", "planes",    "nodes",      "leafs",    "leaffaces",
+    "leafbrushes", "models",   "brushes",   "brushsides", "vertexes", "meshverts",
+    "effects",     "faces",    "lightmaps", "lightvols",  "visdata"};
 
 constexpr uint32_t ShaderSize = 72, VertexSize = 44, MeshVertSize = 4, FaceSize = 104;
 enum FaceType { Polygon = 1, Patch = 2, Mesh = 3, Billboard = 4 };
@@ -33,9 +33,8 @@ struct IbspFace {
 };
 
 IbspFace LoadFace(const uint8_t* p) {
-    return {LoadI32(p),      LoadI32(p + 8),  LoadI32(p + 12),   LoadI32(p + 16),
-            LoadI32(p + 20), LoadI32(p + 24), LoadVec3(p + 84), LoadI32(p + 96),
-            LoadI32(p + 100)};
+    return {LoadI32(p),      LoadI32(p + 8),   LoadI32(p + 12), LoadI32(p + 16), LoadI32(p + 20),
+            LoadI32(p + 24), LoadVec3(p + 84), LoadI32(p + 96), LoadI32(p + 100)};
 }
 
 class IbspReader {
@@ -152,8 +151,10 @@ bool IbspReader::AddPatch(const std::string& name, const IbspFace& face, ImportM
     if (width < 3 || height < 3 || width % 2 == 0 || height % 2 == 0 || width > MaxPatchSide ||
         height > MaxPatchSide)
         return file.Fail(name + ": a patch of " + std::to_string(width) + " x " +
-                         std::to_string(height) + " control points; each side takes an odd "
-                         "number from 3 to " + std::to_string(MaxPatchSide));
+                         std::to_string(height) +
+                         " control points; each side takes an odd "
+                         "number from 3 to " +
+                         std::to_string(MaxPatchSide));
     if (int64_t(width) * height > face.vertexCount)
         return file.Fail(name + ": a patch of " + std::to_string(width) + " x " +
                          std::to_string(height) + " control points over " +

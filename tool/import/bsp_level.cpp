@@ -23,8 +23,7 @@ bool Contains(const std::string& text, const char* part) {
 }
 
 // Third-generation surface and content flags the compilers set from the shader scripts.
-constexpr uint32_t SurfaceSky = 0x4, SurfaceNoDraw = 0x80, SurfaceHint = 0x100,
-                   SurfaceSkip = 0x200;
+constexpr uint32_t SurfaceSky = 0x4, SurfaceNoDraw = 0x80, SurfaceHint = 0x100, SurfaceSkip = 0x200;
 constexpr uint32_t ContentsTrigger = 0x40000000;
 
 }  // namespace
@@ -43,8 +42,7 @@ bool BspFile::ReadDirectory(size_t at, const std::vector<const char*>& names) {
     uint64_t header = at + uint64_t(names.size()) * 8;
     if (bytes.size() < header)
         return Fail(std::to_string(bytes.size()) + " bytes, too short for the header's " +
-                    std::to_string(names.size()) + " lumps (" + std::to_string(header) +
-                    " bytes)");
+                    std::to_string(names.size()) + " lumps (" + std::to_string(header) + " bytes)");
     lumps.clear();
     for (size_t i = 0; i < names.size(); ++i) {
         int32_t offset = LoadI32(bytes.data() + at + i * 8),
@@ -83,8 +81,8 @@ BspSkip QuakeTextureSkip(const std::string& name) {
     if (StartsWith(lower, "sky")) return BspSkip::Sky;
     if (StartsWith(lower, "trigger")) return BspSkip::Trigger;
     if (StartsWith(lower, "clip")) return BspSkip::Clip;
-    for (const char* tool : {"skip", "hint", "hintskip", "origin", "null", "nodraw", "caulk",
-                             "__tb_empty"})
+    for (const char* tool :
+         {"skip", "hint", "hintskip", "origin", "null", "nodraw", "caulk", "__tb_empty"})
         if (lower == tool) return BspSkip::Tool;
     return BspSkip::None;
 }
@@ -132,7 +130,8 @@ void BspLevel::AddFacing(ImportMesh& mesh, uint32_t a, uint32_t b, uint32_t c) {
 }
 
 std::string BspLevel::Summary(const std::string& layout) const {
-    static const char* const kinds[] = {"", "sky", "trigger", "clip", "tool", "billboard", "ceiling"};
+    static const char* const kinds[] = {"",     "sky",       "trigger", "clip",
+                                        "tool", "billboard", "ceiling"};
     std::string left;
     for (size_t k = 1; k < skipped.size(); ++k)
         if (skipped[k])

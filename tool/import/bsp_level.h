@@ -21,8 +21,12 @@ constexpr int64_t BspMaxFaceEdges = 1024;
 inline uint32_t LoadU32(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
 }
-inline int32_t LoadI32(const uint8_t* p) { return int32_t(LoadU32(p)); }
-inline uint16_t LoadU16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
+inline int32_t LoadI32(const uint8_t* p) {
+    return int32_t(LoadU32(p));
+}
+inline uint16_t LoadU16(const uint8_t* p) {
+    return uint16_t(p[0] | p[1] << 8);
+}
 inline float LoadF32(const uint8_t* p) {
     uint32_t bits = LoadU32(p);
     float value;

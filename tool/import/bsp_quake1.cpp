@@ -10,12 +10,20 @@
 
 namespace {
 
-enum QuakeLump { Planes = 1, Textures = 2, Vertices = 3, TexInfo = 6, Faces = 7, Edges = 12,
-                 SurfEdges = 13 };
+enum QuakeLump {
+    Planes = 1,
+    Textures = 2,
+    Vertices = 3,
+    TexInfo = 6,
+    Faces = 7,
+    Edges = 12,
+    SurfEdges = 13
+};
 
 const std::vector<const char*> QuakeLumpNames = {
-    "entities", "planes",    "textures", "vertices", "visibility",   "nodes", "texinfo",  "faces",
-    "lighting", "clipnodes", "leaves",   "marksurfaces", "edges", "surfedges", "models"};
+    "entities", "planes",       "textures", "vertices",  "visibility",
+    "nodes",    "texinfo",      "faces",    "lighting",  "clipnodes",
+    "leaves",   "marksurfaces", "edges",    "surfedges", "models"};
 
 constexpr uint32_t PlaneSize = 20, VertexSize = 12, TexInfoSize = 40, SurfEdgeSize = 4;
 
@@ -37,8 +45,8 @@ bool TexInfoNames(BspFile& file, std::vector<std::string>& names) {
     uint64_t length = file.Length(Textures);
     int64_t textures = length >= 4 ? LoadI32(lump) : 0;
     if (textures < 0 || 4 + uint64_t(textures) * 4 > std::max<uint64_t>(length, 4))
-        return file.Fail("the textures lump lists " + std::to_string(textures) +
-                         " textures in " + std::to_string(length) + " bytes");
+        return file.Fail("the textures lump lists " + std::to_string(textures) + " textures in " +
+                         std::to_string(length) + " bytes");
     std::vector<std::string> textureNames;
     for (int64_t t = 0; t < textures; ++t) {
         int32_t at = LoadI32(lump + 4 + t * 4);
@@ -73,7 +81,8 @@ void DropStraightCorners(std::vector<DVec3>& polygon) {
         dropped = false;
         for (size_t k = 0; k < polygon.size() && polygon.size() > 3;) {
             size_t n = polygon.size();
-            DVec3 in = polygon[k] - polygon[(k + n - 1) % n], out = polygon[(k + 1) % n] - polygon[k];
+            DVec3 in = polygon[k] - polygon[(k + n - 1) % n],
+                  out = polygon[(k + 1) % n] - polygon[k];
             DVec3 turn = Cross(in, out);
             if (Dot(turn, turn) <= MaxSine * MaxSine * Dot(in, in) * Dot(out, out)) {
                 polygon.erase(polygon.begin() + std::ptrdiff_t(k));
@@ -88,7 +97,10 @@ void DropStraightCorners(std::vector<DVec3>& polygon) {
 class QuakeReader {
 public:
     QuakeReader(BspFile& source, bool wideRecords, BspLevel& target)
-        : file(source), wide(wideRecords), level(target), faceSize(wide ? 28 : 20),
+        : file(source),
+          wide(wideRecords),
+          level(target),
+          faceSize(wide ? 28 : 20),
           edgeSize(wide ? 8 : 4) {}
 
     bool Run();
@@ -121,9 +133,9 @@ bool QuakeReader::Corner(uint32_t face, int64_t surfedge, DVec3& position) {
     int64_t signedEdge = LoadI32(file.Record(SurfEdges, SurfEdgeSize, uint32_t(surfedge)));
     int64_t edge = signedEdge < 0 ? -signedEdge : signedEdge;
     if (edge >= edges)
-        return file.Fail("face " + std::to_string(face) + ": surfedge " +
-                         std::to_string(surfedge) + " names edge " + std::to_string(edge) +
-                         "; the edges lump has " + std::to_string(edges));
+        return file.Fail("face " + std::to_string(face) + ": surfedge " + std::to_string(surfedge) +
+                         " names edge " + std::to_string(edge) + "; the edges lump has " +
+                         std::to_string(edges));
     const uint8_t* record = file.Record(Edges, edgeSize, uint32_t(edge));
     int end = signedEdge < 0 ? 1 : 0;
     uint32_t vertex = wide ? LoadU32(record + end * 4) : LoadU16(record + end * 2);
@@ -161,7 +173,8 @@ bool QuakeReader::ReadFace(uint32_t index) {
                          "; the planes lump has " + std::to_string(planes));
     DVec3 front = LoadVec3(file.Record(Planes, PlaneSize, face.plane));
     if (!IsFinite(front))
-        return file.Fail("plane " + std::to_string(face.plane) + " has a normal that is not finite");
+        return file.Fail("plane " + std::to_string(face.plane) +
+                         " has a normal that is not finite");
     if (face.back) front = {-front.x, -front.y, -front.z};
     if (LooksDown(front)) {
         level.Skip(BspSkip::Ceiling);

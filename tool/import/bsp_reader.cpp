@@ -30,8 +30,8 @@ bool ReadBspLevel(const std::string& path, const std::vector<uint8_t>& bytes, Im
         layout = "IBSP 46";
         read = ReadIbspLevel(file, level);
     } else {
-        return file.Fail("not a BSP level of a known layout (version " +
-                         std::to_string(version) + "; 29, BSP2, 2PSB and IBSP 46 are read)");
+        return file.Fail("not a BSP level of a known layout (version " + std::to_string(version) +
+                         "; 29, BSP2, 2PSB and IBSP 46 are read)");
     }
     if (!read) return false;
     log.Note(level.Summary(layout));
