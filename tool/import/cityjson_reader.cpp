@@ -41,8 +41,9 @@ std::string Kind(const Json& value) {
 std::string Count(size_t count, const std::string& what) {
     if (count == 1) return "1 " + what;
     size_t n = what.size();
-    if (what.compare(n - 2, 2, "ex") == 0) return std::to_string(count) + " " + what.substr(0, n - 2) + "ices";
-    if (what.back() == 'y') return std::to_string(count) + " " + what.substr(0, n - 1) + "ies";
+    if (n > 2 && what.compare(n - 2, 2, "ex") == 0)
+        return std::to_string(count) + " " + what.substr(0, n - 2) + "ices";
+    if (n && what.back() == 'y') return std::to_string(count) + " " + what.substr(0, n - 1) + "ies";
     return std::to_string(count) + " " + what + "s";
 }
 
@@ -167,6 +168,7 @@ private:
     DVec3 scale = {1, 1, 1}, translate = {0, 0, 0};
     std::vector<DVec3> coords;  // the file's vertices, then those placed by template instances
     std::vector<uint8_t> used;
+    size_t fileVertices = 0;
     const Json* templates = nullptr;
     std::vector<DVec3> templateVertices;
 
@@ -189,12 +191,14 @@ private:
 };
 
 bool CityJsonReader::ReadHeader(const Json& root) {
-    if (!root.is_object()) return Fail("not a CityJSON file: the JSON is " + Kind(root) + ", not an object");
+    if (!root.is_object())
+        return Fail("not a CityJSON file: the JSON is " + Kind(root) + ", not an object");
     auto type = root.find("type");
     if (type == root.end() || !type->is_string() || *type != "CityJSON") {
         if (type != root.end() && *type == "CityJSONFeature")
-            return Fail("a CityJSONFeature (one line of a CityJSON sequence) is not read alone; "
-                        "give the whole CityJSON file");
+            return Fail(
+                "a CityJSONFeature (one line of a CityJSON sequence) is not read alone; "
+                "give the whole CityJSON file");
         return Fail("not a CityJSON file: no \"type\": \"CityJSON\"");
     }
     auto found = root.find("version");
@@ -205,14 +209,13 @@ bool CityJsonReader::ReadHeader(const Json& root) {
     for (const char* v : {"1.0", "1.1", "2.0"})
         known = known || version == v || version.rfind(std::string(v) + ".", 0) == 0;
     if (!known)
-        log.Warning(path + ": CityJSON version " + (version.empty() ? "not given" : Quoted(version)) +
-                    "; read as 2.0");
+        log.Warning(path + ": CityJSON version " +
+                    (version.empty() ? "not given" : Quoted(version)) + "; read as 2.0");
 
     auto transform = root.find("transform");
     if (transform == root.end()) return true;
     if (!transform->is_object())
-        return Fail("\"transform\" is " + Kind(*transform) +
-                    ", not an object");
+        return Fail("\"transform\" is " + Kind(*transform) + ", not an object");
     for (auto [name, into] : {std::pair{"scale", &scale}, std::pair{"translate", &translate}}) {
         auto part = transform->find(name);
         if (part == transform->end())
@@ -241,16 +244,15 @@ bool CityJsonReader::ReadVertices(const Json& root) {
     for (const Json& vertex : *vertices) {
         DVec3 v;
         if (!Triple(vertex, v))
-            return Fail("vertex " + std::to_string(coords.size()) +
-                        " is not three finite numbers");
-        v = {v.x * scale.x + translate.x, v.y * scale.y + translate.y,
-             v.z * scale.z + translate.z};
+            return Fail("vertex " + std::to_string(coords.size()) + " is not three finite numbers");
+        v = {v.x * scale.x + translate.x, v.y * scale.y + translate.y, v.z * scale.z + translate.z};
         if (!std::isfinite(v.x) || !std::isfinite(v.y) || !std::isfinite(v.z))
             return Fail("vertex " + std::to_string(coords.size()) +
                         " is out of range once scaled and moved by the transform");
         coords.push_back(v);
     }
     used.assign(coords.size(), 0);
+    fileVertices = coords.size();
     return true;
 }
 
@@ -261,8 +263,9 @@ bool CityJsonReader::ReadTemplates(const Json& root) {
     auto points = found->is_object() ? found->find("vertices-templates") : found->end();
     if (!found->is_object() || list == found->end() || !list->is_array() ||
         points == found->end() || !points->is_array())
-        return Fail("\"geometry-templates\" needs the arrays \"templates\" and "
-                    "\"vertices-templates\"");
+        return Fail(
+            "\"geometry-templates\" needs the arrays \"templates\" and "
+            "\"vertices-templates\"");
     for (const Json& vertex : *points) {
         DVec3 v;
         if (!Triple(vertex, v))
@@ -287,6 +290,9 @@ bool CityJsonReader::ReadRing(const Json& ring, const std::string& at) {
         return FailHere(at + " is " + Kind(ring) +
                         " where a ring (an array of vertex indices) belongs: the boundaries "
                         "nest too shallowly");
+    if (ring.size() > MaxPolygonPoints)
+        return FailHere(at + " is a ring of more than " + std::to_string(MaxPolygonPoints) +
+                        " vertices");
     size_t start = corners.size();
     for (size_t i = 0; i < ring.size(); ++i) {
         const Json& index = ring[i];
@@ -310,7 +316,8 @@ bool CityJsonReader::ReadRing(const Json& ring, const std::string& at) {
         --size;
     }
     if (size < 3)
-        return FailHere(at + " is a ring of " + Count(size, "vertex") + "; a ring needs at least 3");
+        return FailHere(at + " is a ring of " + Count(size, "vertex") +
+                        "; a ring needs at least 3");
     for (size_t c = start; c < corners.size(); ++c) used[corners[c]] = 1;
     if (reverseRings) std::reverse(corners.begin() + std::ptrdiff_t(start), corners.end());
     ringEnds.push_back(uint32_t(corners.size()));
@@ -328,10 +335,10 @@ bool CityJsonReader::ReadSurface(const Json& surface, const Json* value, const s
         uint64_t index;
         if (!Index(*value, index) || index >= semanticTypes.size())
             return FailHere("semantics value for " + at + " is " +
-                            (value->is_number() ? "not one of the " +
-                                                      Count(semanticTypes.size(), "surface") +
-                                                      " of its semantics"
-                                                : Kind(*value)));
+                            (value->is_number()
+                                 ? "not one of the " + Count(semanticTypes.size(), "surface") +
+                                       " of its semantics"
+                                 : Kind(*value)));
         semantic = semanticTypes[index];
     }
     size_t start = corners.size();
@@ -339,8 +346,8 @@ bool CityJsonReader::ReadSurface(const Json& surface, const Json* value, const s
     for (size_t r = 0; r < surface.size(); ++r) {
         if (!ReadRing(surface[r], at + "[" + std::to_string(r) + "]")) return false;
         if (corners.size() - start > MaxPolygonPoints)
-            return FailHere(at + " is a polygon of more than " +
-                            std::to_string(MaxPolygonPoints) + " corners");
+            return FailHere(at + " is a polygon of more than " + std::to_string(MaxPolygonPoints) +
+                            " corners");
     }
     if (corners.size() >= MaxCorners)
         return Fail("more than " + std::to_string(MaxCorners) + " corners of surfaces");
@@ -353,8 +360,8 @@ bool CityJsonReader::ReadSurface(const Json& surface, const Json* value, const s
 bool CityJsonReader::ReadLevel(const Json& list, int level, const Json* values,
                                const std::string& at) {
     if (!list.is_array())
-        return FailHere(at + " is " + Kind(list) + " where an array of " +
-                        LevelNames[level] + "s belongs: the boundaries nest too shallowly");
+        return FailHere(at + " is " + Kind(list) + " where an array of " + LevelNames[level] +
+                        "s belongs: the boundaries nest too shallowly");
     if (values && values->is_null()) values = nullptr;
     if (values && (!values->is_array() || values->size() != list.size()))
         return FailHere("semantics values for " + at + " don't match the boundaries: " +
@@ -459,8 +466,7 @@ bool CityJsonReader::ReadInstance(const Json& instance) {
 
 bool CityJsonReader::ReadObject(const std::string& id, const Json& object) {
     where = "object " + Quoted(id);
-    if (!object.is_object()) return FailHere("is " + Kind(object) +
-                                             ", not an object");
+    if (!object.is_object()) return FailHere("is " + Kind(object) + ", not an object");
     auto type = object.find("type");
     if (type == object.end() || !type->is_string()) return FailHere("no \"type\" string");
     objectType = type->get<std::string>();
@@ -509,7 +515,7 @@ bool CityJsonReader::ReadObject(const std::string& id, const Json& object) {
         const std::string& shape = kinds[g].first;
         bool read = ShapeOf(shape) == Shape::Instance
                         ? ReadInstance((*list)[g])
-                        : ReadShape(shape, (*list)[g], 0, coords.size(), false);
+                        : ReadShape(shape, (*list)[g], 0, fileVertices, false);
         if (!read) return false;
     }
     return true;
@@ -553,24 +559,20 @@ void CityJsonReader::BuildMesh(const Group& group, const DVec3& lo, ImportMesh& 
     for (size_t run = 0, next; run < uses.size(); run = next) {
         next = run;
         while (next < uses.size() && uses[next].first == uses[run].first) ++next;
+        bool smooth = next - run <= MaxSmoothedPolygons;
         size_t made = mesh.positions.size();
         for (size_t u = run; u < next; ++u) {
-            DVec3 own = pieces[uses[u].second].normal, n = own;
-            if (next - run <= MaxSmoothedPolygons) {
-                n = {0.0, 0.0, 0.0};
-                for (size_t q = run; q < next; ++q) {
-                    const DVec3& other = pieces[uses[q].second].normal;
-                    if (Dot(own, other) >= CreaseCos) n = n + other;
-                }
-                double length = std::sqrt(Dot(n, n));
-                n = length > 0.0 ? DVec3{n.x / length, n.y / length, n.z / length} : own;
+            DVec3 own = pieces[uses[u].second].normal, n = {0.0, 0.0, 0.0};
+            for (size_t q = run; smooth && q < next; ++q) {
+                const DVec3& other = pieces[uses[q].second].normal;
+                if (Dot(own, other) >= CreaseCos) n = n + other;
             }
+            double length = std::sqrt(Dot(n, n));
+            n = length > 0.0 ? DVec3{n.x / length, n.y / length, n.z / length} : own;
             size_t found = made;
-            while (found < mesh.positions.size() && next - run <= MaxSmoothedPolygons &&
-                   !(mesh.normals[found].x == n.x && mesh.normals[found].y == n.y &&
-                     mesh.normals[found].z == n.z))
-                ++found;
-            if (found == mesh.positions.size() || next - run > MaxSmoothedPolygons) {
+            auto same = [&n](const DVec3& m) { return m.x == n.x && m.y == n.y && m.z == n.z; };
+            while (smooth && found < mesh.positions.size() && !same(mesh.normals[found])) ++found;
+            if (!smooth || found == mesh.positions.size()) {
                 found = mesh.positions.size();
                 mesh.positions.push_back(coords[uses[u].first] - lo);
                 mesh.normals.push_back(n);
@@ -580,7 +582,8 @@ void CityJsonReader::BuildMesh(const Group& group, const DVec3& lo, ImportMesh& 
     }
     for (uint32_t p = 0; p < pieces.size(); ++p)
         for (size_t c = pieces[p].first; c < pieces[p].end; ++c) {
-            auto at = std::lower_bound(uses.begin(), uses.end(), std::make_pair(corners[corner[c]], p));
+            auto at =
+                std::lower_bound(uses.begin(), uses.end(), std::make_pair(corners[corner[c]], p));
             mesh.triangles.push_back(position[size_t(at - uses.begin())]);
         }
 }
@@ -613,7 +616,8 @@ bool CityJsonReader::Read(const Json& root, std::vector<ImportMesh>& meshes) {
     std::string counts;
     for (const auto& [type, count] : objectTypes)
         counts += (counts.empty() ? ": " : ", ") + std::to_string(count) + " " + type;
-    log.Note(path + ": CityJSON" + (version.empty() ? "" : " " + version) + ", " + Count(objects, "city object") + counts +
+    log.Note(path + ": CityJSON" + (version.empty() ? "" : " " + version) + ", " +
+             Count(objects, "city object") + counts +
              (bare ? " (" + std::to_string(bare) + " without geometry)" : ""));
     if (lowerDetail)
         log.Note(path + ": " + Count(lowerDetail, "geometry") +
@@ -630,8 +634,9 @@ bool CityJsonReader::Read(const Json& root, std::vector<ImportMesh>& meshes) {
         log.Warning(path + ": " + Count(crossedPolygons, "polygon") +
                     " with crossing edges or holes outside them, cut as well as they allow");
     if (meshes.empty()) return Fail("no surfaces with an area in the file");
-    log.Note(path + ": a city model: it stands on a ground plane at its lowest point (as with "
-                    "--ground)");
+    log.Note(path +
+             ": a city model: it stands on a ground plane at its lowest point (as with "
+             "--ground)");
     return true;
 }
 

@@ -12,7 +12,7 @@
 struct PolygonResult {
     DVec3 normal = {0.0, 0.0, 0.0};  // unit, on the side the outer ring runs counter-clockwise
     bool flat = false;               // no area: no triangles
-    bool simple = true;              // false: crossing edges or a hole outside, cut as well as can be
+    bool simple = true;  // false: crossing edges or a hole outside, cut as well as can be
 };
 
 // points: every ring's points in order, the outer ring first, none repeated at its end; ringEnds:
