@@ -13,6 +13,8 @@ for program in build/fuzz/tests/fuzz/fuzz_*; do
   findings=build/fuzz/findings/$target
   mkdir -p "$corpus" "$findings"
   echo "== $target: $seconds s"
+  dict=()
+  [ -f "tests/fuzz/$target.dict" ] && dict=(-dict="tests/fuzz/$target.dict")
   "$program" -max_total_time="$seconds" -artifact_prefix="$findings/" -print_final_stats=1 \
-      "$corpus" "tests/fuzz/regressions/$target" 2>&1 | tail -n 12
+      "${dict[@]}" "$corpus" "tests/fuzz/regressions/$target" 2>&1 | tail -n 12
 done
