@@ -24,11 +24,12 @@ struct Blob {
     uint32_t Size(size_t record) const { return uint32_t(bytes.size() / record); }
 };
 
-// The magic, the lump directory, then the lumps in order.
+// The magic, the lump directory, then the lumps in order; empty ones at offset 0, as some tools.
 std::string Assemble(const std::string& magic, const std::vector<Blob>& lumps) {
     Blob out{magic};
     uint32_t at = uint32_t(magic.size() + lumps.size() * 8);
-    for (const Blob& lump : lumps) out.U32(at), out.U32(lump.Size(1)), at += lump.Size(1);
+    for (const Blob& lump : lumps)
+        out.U32(lump.Size(1) ? at : 0), out.U32(lump.Size(1)), at += lump.Size(1);
     for (const Blob& lump : lumps) out.bytes += lump.bytes;
     return out.bytes;
 }
