@@ -43,8 +43,8 @@ Json Box(Json& vertices, double x0, double y0, double x1, double y1, double heig
 
 // Solid walls and a roof at 12; a block whose LoD 1 (5 high) gives way to its LoD 2 (8 high); a
 // roof on posts at 6 with a hole, of a type no reader knows; a tree from a template box 2 x 3 x 4,
-// mirrored, turned, doubled and moved to stand over x 67 .. 73, y 3 .. 7. In 2.0 with integer
-// vertices and a transform to Dutch coordinates, or in 1.0 with plain numbers throughout.
+// mirrored, turned, doubled and moved to stand over x 67 .. 73, y 3 .. 7; a group without geometry.
+// In 2.0 with integer vertices and a transform to Dutch coordinates, or in 1.0 with plain numbers.
 std::string CityModel(bool transformed) {
     Json v = Json::array(), shape = Json::array();
     auto lod = [&](double level) {
@@ -78,7 +78,8 @@ std::string CityModel(bool transformed) {
           {"block",
            {{"type", "Building"}, {"geometry", {solid(Box(v, 20, 0, 30, 10, 5), 1), block}}}},
           {"canopy", {{"type", "+Canopy"}, {"geometry", Json::array({canopy})}}},
-          {"tree", {{"type", "SolitaryVegetationObject"}, {"geometry", Json::array({tree})}}}}},
+          {"tree", {{"type", "SolitaryVegetationObject"}, {"geometry", Json::array({tree})}}},
+          {"group", {{"type", "CityObjectGroup"}}}}},
         {"geometry-templates",
          {{"templates", Json::array({solid(Box(shape, -1, -1, 1, 2, 4), 2)})},
           {"vertices-templates", shape}}}};
@@ -111,7 +112,8 @@ TEST(CityJson, BuildingsStandOnTheGroundAtTheirHeights) {
                              "city.json: Building RoofSurface", "city.json: +Canopy",
                              "city.json: SolitaryVegetationObject"}));
         EXPECT_THAT(read.messages,
-                    HasSubstr("4 city objects: 1 +Canopy, 2 Building, 1 SolitaryVegetationObject"));
+                    HasSubstr("5 city objects: 1 +Canopy, 2 Building, 1 CityObjectGroup, "
+                              "1 SolitaryVegetationObject (1 without geometry)"));
         EXPECT_THAT(read.messages, HasSubstr("1 geometry of a lower level of detail"));
 
         WriteWholeFile("city.json", text);
