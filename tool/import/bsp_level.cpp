@@ -1,6 +1,5 @@
 #include "tool/import/bsp_level.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <utility>

@@ -58,7 +58,6 @@ public:
     }
     const uint8_t* Lump(int lump) const { return bytes.data() + lumps[lump].offset; }
     uint64_t Length(int lump) const { return lumps[lump].length; }
-    const char* Name(int lump) const { return lumps[lump].name; }
     // Logs "<path>: text" as an error; false.
     bool Fail(const std::string& text) { return log.Error(path + ": " + text); }
 
@@ -100,7 +99,7 @@ public:
     void Skip(BspSkip kind) { ++skipped[size_t(kind)]; }
     // Adds a, b, c, turned where they disagree with the sum of their normals.
     static void AddFacing(ImportMesh& mesh, uint32_t a, uint32_t b, uint32_t c);
-    // "<path>: <layout>: N faces, M triangles taken in K meshes; left out ..."
+    // "<path>: <layout> level: N faces, M triangles taken in K meshes; left out ..."
     std::string Summary(const std::string& layout) const;
 
     ImportScene scene;

@@ -72,9 +72,9 @@ bool TexInfoNames(BspFile& file, std::vector<std::string>& names) {
     return true;
 }
 
-// Sides are often split where a neighbour's corner touches them. A corner on a straight side
-// (within the rounding of float coordinates) would make slivers of no area whose winding is
-// noise, so the fan is made over the true corners; a side longer than the crack it leaves.
+// Sides are often split where a neighbour's corner touches them. Such a corner, on a straight
+// side within the rounding of float coordinates, would give slivers of no area whose winding is
+// noise; the fan goes over the true corners instead.
 void DropStraightCorners(std::vector<DVec3>& polygon) {
     constexpr double MaxSine = 1e-3;
     for (bool dropped = true; dropped && polygon.size() > 3;) {
