@@ -187,6 +187,7 @@ TEST(BspLevel, DamagedFilesAreRefusedWithTheirFault) {
         {patch(ibsp, 13, 8, 7), "face 0 is of type 7; types 1 to 4 are known"},
         {patch(ibsp, 13, 16, 999), "face 0: vertices 0 + 999 lie outside the vertexes lump"},
         {patch(ibsp, 13, 24, 5), "face 0 has 5 mesh indices, not whole triangles"},
+        {patch(ibsp, 13, 20, 60), "face 0: mesh indices 60 + 6 lie outside the meshverts lump (63)"},
         {patch(ibsp, 10, 0, 0x7fc00000), "vertex 0 has a position or normal that is not finite"},
         {patch(ibsp, 13, 10 * 104 + 96, 4), "face 10: a patch of 4 x 3 control points"},
         {patch(ibsp, -1, 4, 47), "IBSP version 47; only version 46 is read"},
