@@ -18,12 +18,6 @@
 
 namespace {
 
-std::string Number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value + 0.0);  // no "-0"
-    return text;
-}
-
 bool ReadHeightMap(const std::string& path, const std::string& kind,
                    const std::vector<uint8_t>& bytes, const ImportRequest& request,
                    ImportScene& scene, ImportLog& log) {

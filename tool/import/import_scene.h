@@ -66,6 +66,9 @@ struct ImportScene {
     bool groundPlane = false;  // an input stands on the ground (a city model): --ground is implied
 };
 
+// A measure for a message: six significant digits, never "-0".
+std::string Number(double value);
+
 // The importer's messages. Notes and warnings inform; an error fails the import (the map may still
 // be written, as for a texture that can't be read).
 enum class ImportSeverity { Note, Warning, Error };

@@ -22,12 +22,6 @@ void ConvertAxes(ImportScene& scene, UpAxis up) {
 
 namespace {
 
-std::string Number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value + 0.0);  // no "-0"
-    return text;
-}
-
 int32_t CellsFor(double units) {
     // A model fitted to N cells may come out a hair over N * 32 units; that is still N cells.
     double cells = std::ceil(units / MapCellUnits - 1e-6);
