@@ -3,7 +3,8 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libpng-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libassimp-dev qt6-base-dev libcli11-dev nlohmann-json3-dev help2man
+          libbenchmark-dev libassimp-dev qt6-base-dev libegl-dev libgl-dev
+          libegl-mesa0 libgl1-mesa-dri libcli11-dev nlohmann-json3-dev help2man
           bash-completion)
 
 # `make fuzz` needs clang and its libFuzzer runtime as well; `make screenshot` a virtual X

@@ -1,0 +1,468 @@
+// Direct3D 7 as the engine calls it: the published records, state numbers and interfaces. The
+// 3D device draws through OpenGL (platform/dx7/gl), or only records when no GL is wanted.
+#pragma once
+
+#include "platform/dx7/d3d_types.h"
+#include "platform/dx7/ddraw7.h"
+
+using D3DCOLOR = DWORD;  // 0xAARRGGBB
+
+// The published record also names its elements _11 to _44; m[row][column] serves alike.
+struct D3DMATRIX {
+    D3DVALUE m[4][4];
+};
+using LPD3DMATRIX = D3DMATRIX*;
+
+struct D3DVIEWPORT7 {
+    DWORD dwX;
+    DWORD dwY;
+    DWORD dwWidth;
+    DWORD dwHeight;
+    D3DVALUE dvMinZ;
+    D3DVALUE dvMaxZ;
+};
+using LPD3DVIEWPORT7 = D3DVIEWPORT7*;
+
+struct D3DMATERIAL7 {
+    D3DCOLORVALUE dcvDiffuse;
+    D3DCOLORVALUE dcvAmbient;
+    D3DCOLORVALUE dcvSpecular;
+    D3DCOLORVALUE dcvEmissive;
+    D3DVALUE dvPower;
+};
+using LPD3DMATERIAL7 = D3DMATERIAL7*;
+using LPD3DLIGHT7 = D3DLIGHT7*;
+
+struct D3DRECT {
+    LONG x1, y1, x2, y2;
+};
+using LPD3DRECT = D3DRECT*;
+
+struct D3DPRIMCAPS {
+    DWORD dwSize;
+    DWORD dwMiscCaps;
+    DWORD dwRasterCaps;
+    DWORD dwZCmpCaps;
+    DWORD dwSrcBlendCaps;
+    DWORD dwDestBlendCaps;
+    DWORD dwAlphaCmpCaps;
+    DWORD dwShadeCaps;
+    DWORD dwTextureCaps;
+    DWORD dwTextureFilterCaps;
+    DWORD dwTextureBlendCaps;
+    DWORD dwTextureAddressCaps;
+    DWORD dwStippleWidth;
+    DWORD dwStippleHeight;
+};
+
+struct D3DDEVICEDESC7 {
+    DWORD dwDevCaps;
+    D3DPRIMCAPS dpcLineCaps;
+    D3DPRIMCAPS dpcTriCaps;
+    DWORD dwDeviceRenderBitDepth;
+    DWORD dwDeviceZBufferBitDepth;
+    DWORD dwMinTextureWidth, dwMinTextureHeight;
+    DWORD dwMaxTextureWidth, dwMaxTextureHeight;
+    DWORD dwMaxTextureRepeat;
+    DWORD dwMaxTextureAspectRatio;
+    DWORD dwMaxAnisotropy;
+    D3DVALUE dvGuardBandLeft;
+    D3DVALUE dvGuardBandTop;
+    D3DVALUE dvGuardBandRight;
+    D3DVALUE dvGuardBandBottom;
+    D3DVALUE dvExtentsAdjust;
+    DWORD dwStencilCaps;
+    DWORD dwFVFCaps;
+    DWORD dwTextureOpCaps;
+    WORD wMaxTextureBlendStages;
+    WORD wMaxSimultaneousTextures;
+    DWORD dwMaxActiveLights;
+    D3DVALUE dvMaxVertexW;
+    GUID deviceGUID;
+    WORD wMaxUserClipPlanes;
+    WORD wMaxVertexBlendMatrices;
+    DWORD dwVertexProcessingCaps;
+    DWORD dwReserved1;
+    DWORD dwReserved2;
+    DWORD dwReserved3;
+    DWORD dwReserved4;
+};
+using LPD3DDEVICEDESC7 = D3DDEVICEDESC7*;
+
+struct D3DVERTEXBUFFERDESC {
+    DWORD dwSize;
+    DWORD dwCaps;
+    DWORD dwFVF;
+    DWORD dwNumVertices;
+};
+using LPD3DVERTEXBUFFERDESC = D3DVERTEXBUFFERDESC*;
+
+// Results of ValidateDevice and the device calls.
+constexpr HRESULT D3D_OK = 0;
+constexpr HRESULT D3DERR_WRONGTEXTUREFORMAT = MAKE_DDHRESULT(2072);
+constexpr HRESULT D3DERR_UNSUPPORTEDCOLOROPERATION = MAKE_DDHRESULT(2073);
+constexpr HRESULT D3DERR_UNSUPPORTEDCOLORARG = MAKE_DDHRESULT(2074);
+constexpr HRESULT D3DERR_UNSUPPORTEDALPHAOPERATION = MAKE_DDHRESULT(2075);
+constexpr HRESULT D3DERR_UNSUPPORTEDALPHAARG = MAKE_DDHRESULT(2076);
+constexpr HRESULT D3DERR_TOOMANYOPERATIONS = MAKE_DDHRESULT(2077);
+constexpr HRESULT D3DERR_CONFLICTINGTEXTUREFILTER = MAKE_DDHRESULT(2078);
+constexpr HRESULT D3DERR_UNSUPPORTEDFACTORVALUE = MAKE_DDHRESULT(2079);
+constexpr HRESULT D3DERR_CONFLICTINGRENDERSTATE = MAKE_DDHRESULT(2081);
+constexpr HRESULT D3DERR_UNSUPPORTEDTEXTUREFILTER = MAKE_DDHRESULT(2082);
+constexpr HRESULT D3DERR_CONFLICTINGTEXTUREPALETTE = MAKE_DDHRESULT(2086);
+constexpr HRESULT D3DERR_SCENE_NOT_IN_SCENE = MAKE_DDHRESULT(721);
+constexpr HRESULT D3DERR_SCENE_IN_SCENE = MAKE_DDHRESULT(720);
+constexpr HRESULT D3DERR_VERTEXBUFFERLOCKED = MAKE_DDHRESULT(718);
+
+enum D3DRENDERSTATETYPE : DWORD {
+    D3DRENDERSTATE_ANTIALIAS = 2,
+    D3DRENDERSTATE_TEXTUREPERSPECTIVE = 4,
+    D3DRENDERSTATE_ZENABLE = 7,
+    D3DRENDERSTATE_FILLMODE = 8,
+    D3DRENDERSTATE_SHADEMODE = 9,
+    D3DRENDERSTATE_LINEPATTERN = 10,
+    D3DRENDERSTATE_ZWRITEENABLE = 14,
+    D3DRENDERSTATE_ALPHATESTENABLE = 15,
+    D3DRENDERSTATE_LASTPIXEL = 16,
+    D3DRENDERSTATE_SRCBLEND = 19,
+    D3DRENDERSTATE_DESTBLEND = 20,
+    D3DRENDERSTATE_CULLMODE = 22,
+    D3DRENDERSTATE_ZFUNC = 23,
+    D3DRENDERSTATE_ALPHAREF = 24,
+    D3DRENDERSTATE_ALPHAFUNC = 25,
+    D3DRENDERSTATE_DITHERENABLE = 26,
+    D3DRENDERSTATE_ALPHABLENDENABLE = 27,
+    D3DRENDERSTATE_FOGENABLE = 28,
+    D3DRENDERSTATE_SPECULARENABLE = 29,
+    D3DRENDERSTATE_ZVISIBLE = 30,
+    D3DRENDERSTATE_STIPPLEDALPHA = 33,
+    D3DRENDERSTATE_FOGCOLOR = 34,
+    D3DRENDERSTATE_FOGTABLEMODE = 35,
+    D3DRENDERSTATE_FOGSTART = 36,
+    D3DRENDERSTATE_FOGEND = 37,
+    D3DRENDERSTATE_FOGDENSITY = 38,
+    D3DRENDERSTATE_EDGEANTIALIAS = 40,
+    D3DRENDERSTATE_COLORKEYENABLE = 41,
+    D3DRENDERSTATE_ZBIAS = 47,
+    D3DRENDERSTATE_RANGEFOGENABLE = 48,
+    D3DRENDERSTATE_STENCILENABLE = 52,
+    D3DRENDERSTATE_STENCILFAIL = 53,
+    D3DRENDERSTATE_STENCILZFAIL = 54,
+    D3DRENDERSTATE_STENCILPASS = 55,
+    D3DRENDERSTATE_STENCILFUNC = 56,
+    D3DRENDERSTATE_STENCILREF = 57,
+    D3DRENDERSTATE_STENCILMASK = 58,
+    D3DRENDERSTATE_STENCILWRITEMASK = 59,
+    D3DRENDERSTATE_TEXTUREFACTOR = 60,
+    D3DRENDERSTATE_WRAP0 = 128,
+    D3DRENDERSTATE_CLIPPING = 136,
+    D3DRENDERSTATE_LIGHTING = 137,
+    D3DRENDERSTATE_EXTENTS = 138,
+    D3DRENDERSTATE_AMBIENT = 139,
+    D3DRENDERSTATE_FOGVERTEXMODE = 140,
+    D3DRENDERSTATE_COLORVERTEX = 141,
+    D3DRENDERSTATE_LOCALVIEWER = 142,
+    D3DRENDERSTATE_NORMALIZENORMALS = 143,
+    D3DRENDERSTATE_COLORKEYBLENDENABLE = 144,
+    D3DRENDERSTATE_DIFFUSEMATERIALSOURCE = 145,
+    D3DRENDERSTATE_SPECULARMATERIALSOURCE = 146,
+    D3DRENDERSTATE_AMBIENTMATERIALSOURCE = 147,
+    D3DRENDERSTATE_EMISSIVEMATERIALSOURCE = 148,
+    D3DRENDERSTATE_VERTEXBLEND = 151,
+    D3DRENDERSTATE_CLIPPLANEENABLE = 152,
+};
+
+enum D3DTEXTURESTAGESTATETYPE : DWORD {
+    D3DTSS_COLOROP = 1,
+    D3DTSS_COLORARG1 = 2,
+    D3DTSS_COLORARG2 = 3,
+    D3DTSS_ALPHAOP = 4,
+    D3DTSS_ALPHAARG1 = 5,
+    D3DTSS_ALPHAARG2 = 6,
+    D3DTSS_BUMPENVMAT00 = 7,
+    D3DTSS_BUMPENVMAT01 = 8,
+    D3DTSS_BUMPENVMAT10 = 9,
+    D3DTSS_BUMPENVMAT11 = 10,
+    D3DTSS_TEXCOORDINDEX = 11,
+    D3DTSS_ADDRESS = 12,
+    D3DTSS_ADDRESSU = 13,
+    D3DTSS_ADDRESSV = 14,
+    D3DTSS_BORDERCOLOR = 15,
+    D3DTSS_MAGFILTER = 16,
+    D3DTSS_MINFILTER = 17,
+    D3DTSS_MIPFILTER = 18,
+    D3DTSS_MIPMAPLODBIAS = 19,
+    D3DTSS_MAXMIPLEVEL = 20,
+    D3DTSS_MAXANISOTROPY = 21,
+    D3DTSS_BUMPENVLSCALE = 22,
+    D3DTSS_BUMPENVLOFFSET = 23,
+    D3DTSS_TEXTURETRANSFORMFLAGS = 24,
+};
+
+enum D3DTEXTUREOP : DWORD {
+    D3DTOP_DISABLE = 1,
+    D3DTOP_SELECTARG1 = 2,
+    D3DTOP_SELECTARG2 = 3,
+    D3DTOP_MODULATE = 4,
+    D3DTOP_MODULATE2X = 5,
+    D3DTOP_MODULATE4X = 6,
+    D3DTOP_ADD = 7,
+    D3DTOP_ADDSIGNED = 8,
+    D3DTOP_ADDSIGNED2X = 9,
+    D3DTOP_SUBTRACT = 10,
+    D3DTOP_ADDSMOOTH = 11,
+    D3DTOP_BLENDDIFFUSEALPHA = 12,
+    D3DTOP_BLENDTEXTUREALPHA = 13,
+    D3DTOP_BLENDFACTORALPHA = 14,
+    D3DTOP_BLENDTEXTUREALPHAPM = 15,
+    D3DTOP_BLENDCURRENTALPHA = 16,
+    D3DTOP_PREMODULATE = 17,
+    D3DTOP_MODULATEALPHA_ADDCOLOR = 18,
+    D3DTOP_MODULATECOLOR_ADDALPHA = 19,
+    D3DTOP_MODULATEINVALPHA_ADDCOLOR = 20,
+    D3DTOP_MODULATEINVCOLOR_ADDALPHA = 21,
+    D3DTOP_BUMPENVMAP = 22,
+    D3DTOP_BUMPENVMAPLUMINANCE = 23,
+    D3DTOP_DOTPRODUCT3 = 24,
+};
+
+enum : DWORD {
+    // Texture stage arguments
+    D3DTA_SELECTMASK = 0xF,
+    D3DTA_DIFFUSE = 0,
+    D3DTA_CURRENT = 1,
+    D3DTA_TEXTURE = 2,
+    D3DTA_TFACTOR = 3,
+    D3DTA_SPECULAR = 4,
+    D3DTA_COMPLEMENT = 0x10,
+    D3DTA_ALPHAREPLICATE = 0x20,
+
+    D3DTADDRESS_WRAP = 1,
+    D3DTADDRESS_MIRROR = 2,
+    D3DTADDRESS_CLAMP = 3,
+    D3DTADDRESS_BORDER = 4,
+
+    D3DTFG_POINT = 1,
+    D3DTFG_LINEAR = 2,
+    D3DTFG_ANISOTROPIC = 5,
+    D3DTFN_POINT = 1,
+    D3DTFN_LINEAR = 2,
+    D3DTFN_ANISOTROPIC = 3,
+    D3DTFP_NONE = 1,
+    D3DTFP_POINT = 2,
+    D3DTFP_LINEAR = 3,
+
+    D3DBLEND_ZERO = 1,
+    D3DBLEND_ONE = 2,
+    D3DBLEND_SRCCOLOR = 3,
+    D3DBLEND_INVSRCCOLOR = 4,
+    D3DBLEND_SRCALPHA = 5,
+    D3DBLEND_INVSRCALPHA = 6,
+    D3DBLEND_DESTALPHA = 7,
+    D3DBLEND_INVDESTALPHA = 8,
+    D3DBLEND_DESTCOLOR = 9,
+    D3DBLEND_INVDESTCOLOR = 10,
+    D3DBLEND_SRCALPHASAT = 11,
+    D3DBLEND_BOTHSRCALPHA = 12,
+    D3DBLEND_BOTHINVSRCALPHA = 13,
+
+    D3DCMP_NEVER = 1,
+    D3DCMP_LESS = 2,
+    D3DCMP_EQUAL = 3,
+    D3DCMP_LESSEQUAL = 4,
+    D3DCMP_GREATER = 5,
+    D3DCMP_NOTEQUAL = 6,
+    D3DCMP_GREATEREQUAL = 7,
+    D3DCMP_ALWAYS = 8,
+
+    D3DCULL_NONE = 1,
+    D3DCULL_CW = 2,
+    D3DCULL_CCW = 3,
+
+    D3DFILL_POINT = 1,
+    D3DFILL_WIREFRAME = 2,
+    D3DFILL_SOLID = 3,
+
+    D3DSHADE_FLAT = 1,
+    D3DSHADE_GOURAUD = 2,
+
+    D3DFOG_NONE = 0,
+    D3DFOG_EXP = 1,
+    D3DFOG_EXP2 = 2,
+    D3DFOG_LINEAR = 3,
+
+    D3DMCS_MATERIAL = 0,
+    D3DMCS_COLOR1 = 1,
+    D3DMCS_COLOR2 = 2,
+
+    D3DZB_FALSE = 0,
+    D3DZB_TRUE = 1,
+
+    // Clear
+    D3DCLEAR_TARGET = 0x1,
+    D3DCLEAR_ZBUFFER = 0x2,
+    D3DCLEAR_STENCIL = 0x4,
+
+    // Flexible vertex format bits
+    D3DFVF_XYZ = 0x2,
+    D3DFVF_XYZRHW = 0x4,
+    D3DFVF_POSITION_MASK = 0xE,
+    D3DFVF_NORMAL = 0x10,
+    D3DFVF_RESERVED1 = 0x20,
+    D3DFVF_DIFFUSE = 0x40,
+    D3DFVF_SPECULAR = 0x80,
+    D3DFVF_TEXCOUNT_MASK = 0xF00,
+    D3DFVF_TEXCOUNT_SHIFT = 8,
+    D3DFVF_VERTEX = 0x112,
+    D3DFVF_LVERTEX = 0x1E2,
+    D3DFVF_TLVERTEX = 0x1C4,
+
+    // Vertex buffers
+    D3DVBCAPS_DONOTCLIP = 0x1,
+    D3DVBCAPS_OPTIMIZED = 0x80000000,
+    D3DVBCAPS_SYSTEMMEMORY = 0x800,
+    D3DVBCAPS_WRITEONLY = 0x10000,
+    D3DVOP_TRANSFORM = 0x1,
+    D3DVOP_CLIP = 0x4,
+    D3DVOP_EXTENTS = 0x8,
+    D3DVOP_LIGHT = 0x400,
+    D3DPV_DONOTCOPYDATA = 0x1,
+
+    // DrawPrimitive flags
+    D3DDP_WAIT = 0x1,
+    D3DDP_DONOTCLIP = 0x4,
+    D3DDP_DONOTUPDATEEXTENTS = 0x8,
+    D3DDP_DONOTLIGHT = 0x10,
+
+    // Device capabilities
+    D3DDEVCAPS_SEPARATETEXTUREMEMORIES = 0x4000,
+    D3DDEVCAPS_HWTRANSFORMANDLIGHT = 0x10000,
+    D3DDEVCAPS_HWRASTERIZATION = 0x80000,
+    D3DPTEXTURECAPS_POW2 = 0x2,
+    D3DPTEXTURECAPS_ALPHA = 0x4,
+    D3DPTEXTURECAPS_SQUAREONLY = 0x20,
+    D3DPTFILTERCAPS_NEAREST = 0x1,
+    D3DPTFILTERCAPS_LINEAR = 0x2,
+    D3DPTFILTERCAPS_MIPNEAREST = 0x4,
+    D3DPTFILTERCAPS_MIPLINEAR = 0x8,
+};
+
+// Size of texture coordinate set i, when it is not a pair.
+constexpr DWORD D3DFVF_TEXCOORDSIZE3(int i) {
+    return DWORD(1) << (i * 2 + 16);
+}
+constexpr DWORD D3DFVF_TEXCOORDSIZE1(int i) {
+    return DWORD(3) << (i * 2 + 16);
+}
+constexpr DWORD D3DFVF_TEXCOORDSIZE4(int i) {
+    return DWORD(2) << (i * 2 + 16);
+}
+
+enum D3DTRANSFORMSTATETYPE : DWORD {
+    D3DTRANSFORMSTATE_WORLD = 1,
+    D3DTRANSFORMSTATE_VIEW = 2,
+    D3DTRANSFORMSTATE_PROJECTION = 3,
+    D3DTRANSFORMSTATE_TEXTURE0 = 16,
+};
+
+enum D3DPRIMITIVETYPE : DWORD {
+    D3DPT_POINTLIST = 1,
+    D3DPT_LINELIST = 2,
+    D3DPT_LINESTRIP = 3,
+    D3DPT_TRIANGLELIST = 4,
+    D3DPT_TRIANGLESTRIP = 5,
+    D3DPT_TRIANGLEFAN = 6,
+};
+
+class IDirect3DDevice7;
+class IDirect3DVertexBuffer7;
+using LPDIRECT3DDEVICE7 = IDirect3DDevice7*;
+using LPDIRECT3DVERTEXBUFFER7 = IDirect3DVertexBuffer7*;
+
+using LPD3DENUMDEVICESCALLBACK7 = HRESULT (*)(LPSTR description, LPSTR name,
+                                              LPD3DDEVICEDESC7 desc, LPVOID context);
+using LPD3DENUMPIXELFORMATSCALLBACK = HRESULT (*)(LPDDPIXELFORMAT format, LPVOID context);
+
+class IDirect3DVertexBuffer7 : public IUnknown {
+public:
+    virtual HRESULT Lock(DWORD flags, LPVOID* data, LPDWORD size) = 0;
+    virtual HRESULT Unlock() = 0;
+    virtual HRESULT ProcessVertices(DWORD operations, DWORD destIndex, DWORD count,
+                                    LPDIRECT3DVERTEXBUFFER7 source, DWORD sourceIndex,
+                                    LPDIRECT3DDEVICE7 device, DWORD flags) = 0;
+    virtual HRESULT GetVertexBufferDesc(LPD3DVERTEXBUFFERDESC desc) = 0;
+    virtual HRESULT Optimize(LPDIRECT3DDEVICE7 device, DWORD flags) = 0;
+};
+
+class IDirect3DDevice7 : public IUnknown {
+public:
+    virtual HRESULT GetCaps(LPD3DDEVICEDESC7 desc) = 0;
+    virtual HRESULT EnumTextureFormats(LPD3DENUMPIXELFORMATSCALLBACK callback,
+                                       LPVOID context) = 0;
+    virtual HRESULT BeginScene() = 0;
+    virtual HRESULT EndScene() = 0;
+    virtual HRESULT SetRenderTarget(LPDIRECTDRAWSURFACE7 surface, DWORD flags) = 0;
+    virtual HRESULT GetRenderTarget(LPDIRECTDRAWSURFACE7* out) = 0;
+    virtual HRESULT Clear(DWORD count, LPD3DRECT rects, DWORD flags, D3DCOLOR colour, D3DVALUE z,
+                          DWORD stencil) = 0;
+    virtual HRESULT SetTransform(D3DTRANSFORMSTATETYPE type, LPD3DMATRIX matrix) = 0;
+    virtual HRESULT GetTransform(D3DTRANSFORMSTATETYPE type, LPD3DMATRIX matrix) = 0;
+    virtual HRESULT SetViewport(LPD3DVIEWPORT7 viewport) = 0;
+    virtual HRESULT GetViewport(LPD3DVIEWPORT7 viewport) = 0;
+    virtual HRESULT SetMaterial(LPD3DMATERIAL7 material) = 0;
+    virtual HRESULT GetMaterial(LPD3DMATERIAL7 material) = 0;
+    virtual HRESULT SetLight(DWORD index, LPD3DLIGHT7 light) = 0;
+    virtual HRESULT GetLight(DWORD index, LPD3DLIGHT7 light) = 0;
+    virtual HRESULT LightEnable(DWORD index, BOOL enable) = 0;
+    virtual HRESULT SetRenderState(D3DRENDERSTATETYPE state, DWORD value) = 0;
+    virtual HRESULT GetRenderState(D3DRENDERSTATETYPE state, LPDWORD value) = 0;
+    virtual HRESULT DrawPrimitive(D3DPRIMITIVETYPE type, DWORD fvf, LPVOID vertices, DWORD count,
+                                  DWORD flags) = 0;
+    virtual HRESULT DrawIndexedPrimitive(D3DPRIMITIVETYPE type, DWORD fvf, LPVOID vertices,
+                                         DWORD vertexCount, WORD* indices, DWORD indexCount,
+                                         DWORD flags) = 0;
+    virtual HRESULT DrawPrimitiveVB(D3DPRIMITIVETYPE type, LPDIRECT3DVERTEXBUFFER7 buffer,
+                                    DWORD startVertex, DWORD vertexCount, DWORD flags) = 0;
+    virtual HRESULT DrawIndexedPrimitiveVB(D3DPRIMITIVETYPE type, LPDIRECT3DVERTEXBUFFER7 buffer,
+                                           DWORD startVertex, DWORD vertexCount, WORD* indices,
+                                           DWORD indexCount, DWORD flags) = 0;
+    virtual HRESULT GetTexture(DWORD stage, LPDIRECTDRAWSURFACE7* out) = 0;
+    virtual HRESULT SetTexture(DWORD stage, LPDIRECTDRAWSURFACE7 texture) = 0;
+    virtual HRESULT GetTextureStageState(DWORD stage, D3DTEXTURESTAGESTATETYPE state,
+                                         LPDWORD value) = 0;
+    virtual HRESULT SetTextureStageState(DWORD stage, D3DTEXTURESTAGESTATETYPE state,
+                                         DWORD value) = 0;
+    virtual HRESULT ValidateDevice(LPDWORD passes) = 0;
+    virtual HRESULT PreLoad(LPDIRECTDRAWSURFACE7 texture) = 0;
+    virtual HRESULT Load(LPDIRECTDRAWSURFACE7 dest, POINT* destPoint, LPDIRECTDRAWSURFACE7 source,
+                         RECT* sourceRect, DWORD flags) = 0;
+};
+
+class IDirect3D7 : public IUnknown {
+public:
+    virtual HRESULT EnumDevices(LPD3DENUMDEVICESCALLBACK7 callback, LPVOID context) = 0;
+    virtual HRESULT CreateDevice(REFCLSID guid, LPDIRECTDRAWSURFACE7 target,
+                                 LPDIRECT3DDEVICE7* out) = 0;
+    virtual HRESULT CreateVertexBuffer(LPD3DVERTEXBUFFERDESC desc, LPDIRECT3DVERTEXBUFFER7* out,
+                                       DWORD flags) = 0;
+    virtual HRESULT EnumZBufferFormats(REFCLSID device, LPD3DENUMPIXELFORMATSCALLBACK callback,
+                                       LPVOID context) = 0;
+    virtual HRESULT EvictManagedTextures() = 0;
+};
+using LPDIRECT3D7 = IDirect3D7*;
+
+// {F5049E77-4861-11D2-A407-00A0C90629A8}
+constexpr GUID IID_IDirect3D7 = {0xF5049E77, 0x4861, 0x11D2,
+                                 {0xA4, 0x07, 0x00, 0xA0, 0xC9, 0x06, 0x29, 0xA8}};
+// {84E63DE0-46AA-11CF-816F-0000C020156E}
+constexpr GUID IID_IDirect3DHALDevice = {0x84E63DE0, 0x46AA, 0x11CF,
+                                         {0x81, 0x6F, 0x00, 0x00, 0xC0, 0x20, 0x15, 0x6E}};
+// {F5049E78-4861-11D2-A407-00A0C90629A8}
+constexpr GUID IID_IDirect3DTnLHalDevice = {0xF5049E78, 0x4861, 0x11D2,
+                                            {0xA4, 0x07, 0x00, 0xA0, 0xC9, 0x06, 0x29, 0xA8}};
+// {A4665C60-2673-11CF-A31A-00AA00B93356}
+constexpr GUID IID_IDirect3DRGBDevice = {0xA4665C60, 0x2673, 0x11CF,
+                                         {0xA3, 0x1A, 0x00, 0xAA, 0x00, 0xB9, 0x33, 0x56}};
+
+// Bytes of one vertex of a flexible vertex format; 0 for a format this layer cannot lay out.
+DWORD FvfVertexSize(DWORD fvf);
