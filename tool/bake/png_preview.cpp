@@ -9,8 +9,9 @@
 #include "platform/crt/replacing_file.h"
 
 // libpng reports errors by longjmp; keep everything that needs a destructor outside that frame.
+// channels: 1 grey, 3 red-green-blue.
 static bool WritePng(FILE* file, const std::vector<uint8_t>& pixels, int32_t width,
-                     int32_t height) {
+                     int32_t height, int channels) {
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     if (!png) return false;
     png_infop info = png_create_info_struct(png);
@@ -19,11 +20,13 @@ static bool WritePng(FILE* file, const std::vector<uint8_t>& pixels, int32_t wid
         return false;
     }
     png_init_io(png, file);
-    png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), 8, PNG_COLOR_TYPE_GRAY,
+    png_set_IHDR(png, info, png_uint_32(width), png_uint_32(height), 8,
+                 channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY,
                  PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
     for (int32_t y = 0; y < height; ++y)
-        png_write_row(png, const_cast<png_bytep>(pixels.data() + size_t(y) * size_t(width)));
+        png_write_row(png, const_cast<png_bytep>(pixels.data() +
+                                                 size_t(y) * size_t(width) * size_t(channels)));
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
     return true;
@@ -42,7 +45,21 @@ bool WriteShadowPreviewPng(const char* path, const uint8_t* bytes, int32_t width
 
     ReplacingFile file(path);
     if (!file.Stream()) return false;
-    return file.Commit(WritePng(file.Stream(), pixels, int32_t(wide), int32_t(high)));
+    return file.Commit(WritePng(file.Stream(), pixels, int32_t(wide), int32_t(high), 1));
+}
+
+bool WriteColourPng(const char* path, const uint32_t* pixels, int32_t width, int32_t height) {
+    if (width <= 0 || height <= 0 || width > MaxPreviewSide || height > MaxPreviewSide)
+        return false;
+    std::vector<uint8_t> rgb(size_t(width) * size_t(height) * 3);
+    for (size_t i = 0; i < size_t(width) * size_t(height); ++i) {
+        rgb[i * 3] = uint8_t(pixels[i] >> 16);
+        rgb[i * 3 + 1] = uint8_t(pixels[i] >> 8);
+        rgb[i * 3 + 2] = uint8_t(pixels[i]);
+    }
+    ReplacingFile file(path);
+    if (!file.Stream()) return false;
+    return file.Commit(WritePng(file.Stream(), rgb, width, height, 3));
 }
 
 int32_t PreviewScale(int32_t width, int32_t height, int32_t asked) {
