@@ -17,6 +17,7 @@
 
 class CTexture;
 class CMultiMesh;
+class CPolyBuffer;
 class CRendererConfig;
 struct VertexBufferPool;
 struct VertexBufferInfo;
@@ -127,6 +128,9 @@ public:
     void FreeDeviceTexture(CTexture* texture);
     void FreeAllDeviceTextures();
     bool IsOnDevice(const CTexture* texture) const;
+
+    // Pre-transformed triangles, run by run (poly_buffer.cpp).
+    void RenderPolyBuffer(CPolyBuffer* buffer);
 
     // The state cache.
     void SetRenderState(uint32_t id, uint32_t value);
