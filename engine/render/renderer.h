@@ -108,6 +108,8 @@ public:
     HRESULT LockBufferRetry(LPDIRECT3DVERTEXBUFFER7 buffer, DWORD flags, void** data);
     void ResetDisplay();
     void ReleaseToDesktop();
+    // Works out the window rectangle around the client size, centred on the screen, into
+    // windowRect and windowStyle; false if it cannot fit even without a frame.
     bool FitWindow();
 
     bool Has3D() const { return (openFlags & Open3D) != 0; }
@@ -148,7 +150,23 @@ public:
     void ResetStateCache();  // everything unknown again
     HRESULT ValidateState(DWORD* passes);
     bool ValidateMultiMeshPass(CMultiMesh* mesh, int pass);
+    // The core of ValidateMultiMeshPass: stages 0 to stageCount - 1 take each its block of seven
+    // words (COLORARG1, COLORARG2, COLOROP, ALPHAARG1, ALPHAARG2, ALPHAOP, spare), coordinate
+    // set and texture; the stage behind is disabled, and the driver is asked.
+    bool ValidateStageSetup(int stageCount, const uint32_t* const* blocks,
+                            const uint8_t* coordinates, CTexture* const* textures);
     uint32_t TestTextureBlend(bool applyOnly);
+    void Apply(CRendererConfig* config, bool force);  // renderer_config.cpp
+
+    // The steps of OpenDevice (renderer_open.cpp).
+    bool ChooseAdapter();
+    void SetCooperative();
+    bool SetupDirect3D();
+    bool CreateSurfaces();
+    bool CreateZBuffer();
+    bool CreateDevice3D();
+    void RunDefaultState();
+    void EnumerateTextureFormats();  // renderer_formats.cpp
 
     // Open flags and what the open found.
     uint32_t openFlags;
@@ -166,6 +184,8 @@ public:
     LPDIRECTDRAWCLIPPER clipper;    // windowed only
     HWND window;
     HWND focusWindow;
+    RECT windowRect;       // FitWindow's result, on the screen
+    uint32_t windowStyle;  // 0xC00000 (caption) or 0
     GUID deviceGuid;
     GUID driverGuid;
     DDPIXELFORMAT depthFormat;

@@ -196,6 +196,10 @@ int CountTextures() {
     return count;
 }
 
+void ForEachTexture(void (*visit)(CTexture* texture, void* context), void* context) {
+    for (TextureNode* node = TextureList; node; node = node->next) visit(node->texture, context);
+}
+
 void LogTexturesStillAllocated() {
     for (TextureNode* node = TextureList; node; node = node->next) {
         const char* name = node->texture->name;

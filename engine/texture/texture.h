@@ -87,6 +87,8 @@ CTexture* CopyTexture(const CTexture* texture);
 void FreeTexture(CTexture* texture);  // one not in the list is left alone
 void FreeAllTextures();
 int CountTextures();  // textures in the engine's list
+// Visits every texture in the engine's list; visit must not free textures.
+void ForEachTexture(void (*visit)(CTexture* texture, void* context), void* context);
 
 // The engine's close: logs each texture still in the list, frees none.
 void LogTexturesStillAllocated();
