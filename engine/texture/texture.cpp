@@ -90,7 +90,6 @@ bool CTexture::HasColourKey() const {
 }
 
 int CTexture::Lock(CRenderer* device, uint32_t unused, TextureLock* out) {
-    (void)device;
     (void)unused;
     out->status = 0;
     if (locked) {
@@ -98,7 +97,11 @@ int CTexture::Lock(CRenderer* device, uint32_t unused, TextureLock* out) {
         out->status = -1;
         return 0;
     }
-    // The direct lock of a device surface of the same layout comes with the device half.
+    if (device && DeviceHooks.lockSurface && DeviceHooks.lockSurface(device, this, out)) {
+        locked = 1;
+        lockDevice = device;
+        return 1;
+    }
     locked = 1;
     lockDevice = nullptr;
     out->pixels = pixels;
@@ -107,10 +110,13 @@ int CTexture::Lock(CRenderer* device, uint32_t unused, TextureLock* out) {
 }
 
 void CTexture::Unlock(CRenderer* device, uint32_t unused) {
-    (void)device;
     (void)unused;
     if (!locked) CorvaneWarning("Unlocking a non-locked texture....\n");
-    // Unlocking the device surface, or refilling it from the pixels, comes with the device half.
+    if (locked && lockDevice) {
+        if (DeviceHooks.unlockSurface) DeviceHooks.unlockSurface(this);
+    } else if (locked && device && surface && DeviceHooks.refillSurface) {
+        DeviceHooks.refillSurface(device, this);
+    }
     locked = 0;
     lockDevice = nullptr;
 }

@@ -93,10 +93,16 @@ void ForEachTexture(void (*visit)(CTexture* texture, void* context), void* conte
 // The engine's close: logs each texture still in the list, frees none.
 void LogTexturesStillAllocated();
 
-// What the device half does when textures go. The renderer installs these while it has devices;
-// without them textures live in memory only.
+// What the device half does when textures go or are locked. The renderer installs these while it
+// has devices; without them textures live in memory only.
 struct TextureDeviceHooks {
     void (*releaseTexture)(CTexture* texture);  // out of every device's table, surfaces released
     void (*releaseAllTextures)();               // every device drops all its texture surfaces
+    // The direct road of Lock: true, with out filled, where the device's surface has the layout
+    // of the texture's format and could be locked.
+    bool (*lockSurface)(CRenderer* device, CTexture* texture, TextureLock* out) = nullptr;
+    void (*unlockSurface)(CTexture* texture) = nullptr;
+    // After a lock of the pixel block: the device's surface is filled again from the pixels.
+    void (*refillSurface)(CRenderer* device, CTexture* texture) = nullptr;
 };
 void SetTextureDeviceHooks(const TextureDeviceHooks* hooks);  // null: no device
