@@ -6,6 +6,7 @@
 // innermost one hears the calls.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,10 @@ private:
     std::vector<std::string> calls;
     DxCallRecorder* previous;
 };
+
+// The creation number that the record shows for a display layer object ("#N"); 0 for null or
+// for anything that is not a live object of this layer.
+uint32_t DxObjectNumber(const void* object);
 
 // How the device draws. Set before objects are made; a device keeps the mode it was made with.
 void DxSetRendering(DxRendering mode);

@@ -1,0 +1,273 @@
+// The DirectDraw and Direct3D objects in record-only mode: drivers, surfaces, pixels, faults and
+// the call record.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/dx7/adapter_table.h"
+#include "platform/dx7/call_recorder.h"
+#include "platform/dx7/d3d7.h"
+#include "platform/dx7/gl_context.h"
+
+namespace {
+
+HWND Window() {
+    return reinterpret_cast<HWND>(uintptr_t(0x1234));
+}
+
+DDSURFACEDESC2 Desc(DWORD caps, DWORD width = 0, DWORD height = 0) {
+    DDSURFACEDESC2 desc{};
+    desc.dwSize = sizeof desc;
+    desc.dwFlags = DDSD_CAPS | (width ? DDSD_WIDTH | DDSD_HEIGHT : 0);
+    desc.ddsCaps.dwCaps = caps;
+    desc.dwWidth = width;
+    desc.dwHeight = height;
+    return desc;
+}
+
+// A DirectDraw object on the default table, in full screen, with nothing drawn through GL.
+class Dx7 : public testing::Test {
+protected:
+    void SetUp() override {
+        DxSetRendering(DxRendering::RecordOnly);
+        DxStageAdapters(nullptr);
+        DxFaultSwitches() = DxFaults{};
+        void* out = nullptr;
+        ASSERT_EQ(DirectDrawCreateEx(nullptr, &out, IID_IDirectDraw7, nullptr), DD_OK);
+        dd = static_cast<IDirectDraw7*>(out);
+        ASSERT_EQ(dd->SetCooperativeLevel(Window(), DDSCL_EXCLUSIVE | DDSCL_FULLSCREEN), DD_OK);
+        ASSERT_EQ(dd->QueryInterface(IID_IDirect3D7, &out), DD_OK);
+        d3d = static_cast<IDirect3D7*>(out);
+    }
+    void TearDown() override {
+        for (IUnknown* object : held) object->Release();
+        d3d->Release();
+        EXPECT_EQ(dd->Release(), 0u);
+        DxFaultSwitches() = DxFaults{};
+        DxSetPresentHook(nullptr, nullptr);
+    }
+    template <class T>
+    T* Hold(T* object) {
+        held.insert(held.begin(), object);
+        return object;
+    }
+    IDirectDrawSurface7* Make(DDSURFACEDESC2 desc, HRESULT expected = DD_OK) {
+        IDirectDrawSurface7* surface = nullptr;
+        EXPECT_EQ(dd->CreateSurface(&desc, &surface, nullptr), expected);
+        return surface ? Hold(surface) : nullptr;
+    }
+    IDirectDrawSurface7* MakeRgb(DWORD width, DWORD height, const DDPIXELFORMAT& format,
+                                 DWORD caps = DDSCAPS_OFFSCREENPLAIN | DDSCAPS_SYSTEMMEMORY) {
+        DDSURFACEDESC2 desc = Desc(caps, width, height);
+        desc.dwFlags |= DDSD_PIXELFORMAT;
+        desc.ddpfPixelFormat = format;
+        return Make(desc);
+    }
+    // A device on a 64 x 64 render target with a 16-bit Z buffer.
+    IDirect3DDevice7* MakeDevice() {
+        IDirectDrawSurface7* target =
+            MakeRgb(64, 64, DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0), DDSCAPS_3DDEVICE);
+        DDSURFACEDESC2 z = Desc(DDSCAPS_ZBUFFER, 64, 64);
+        z.dwFlags |= DDSD_PIXELFORMAT;
+        z.ddpfPixelFormat = DxDepthFormat(16, 0);
+        EXPECT_EQ(target->AddAttachedSurface(Make(z)), DD_OK);
+        IDirect3DDevice7* device = nullptr;
+        EXPECT_EQ(d3d->CreateDevice(IID_IDirect3DHALDevice, target, &device), D3D_OK);
+        return Hold(device);
+    }
+    IDirect3DVertexBuffer7* MakeBuffer(DWORD fvf, DWORD count) {
+        D3DVERTEXBUFFERDESC desc{sizeof(D3DVERTEXBUFFERDESC), D3DVBCAPS_SYSTEMMEMORY, fvf, count};
+        IDirect3DVertexBuffer7* buffer = nullptr;
+        EXPECT_EQ(d3d->CreateVertexBuffer(&desc, &buffer, 0), D3D_OK);
+        return Hold(buffer);
+    }
+    static std::vector<uint32_t> Pixels(IDirectDrawSurface7* surface, int bytes) {
+        DDSURFACEDESC2 desc{};
+        desc.dwSize = sizeof desc;
+        std::vector<uint32_t> out;
+        EXPECT_EQ(surface->Lock(nullptr, &desc, DDLOCK_READONLY, nullptr), DD_OK);
+        for (DWORD y = 0; y < desc.dwHeight; ++y) {
+            for (DWORD x = 0; x < desc.dwWidth; ++x) {
+                uint32_t v = 0;
+                memcpy(&v, static_cast<uint8_t*>(desc.lpSurface) + y * desc.lPitch + x * bytes,
+                       bytes);
+                out.push_back(v);
+            }
+        }
+        surface->Unlock(nullptr);
+        return out;
+    }
+
+    IDirectDraw7* dd = nullptr;
+    IDirect3D7* d3d = nullptr;
+    std::vector<IUnknown*> held;
+};
+
+TEST_F(Dx7, StagedDriversAreEnumeratedAsStagedAndCreatedByGuid) {
+    DxAdapterTable table;
+    table.adapters.push_back(DxDescribeGlContext().adapters[0]);
+    DxAdapterEntry second = table.adapters[0];
+    second.isDefault = false;
+    second.guid = {0x12345678, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
+    second.description = "Second card";
+    second.caps = 0;
+    table.adapters.push_back(second);
+    DxStageAdapters(&table);
+
+    struct Seen {
+        bool nullGuid;
+        GUID guid;
+        std::string description;
+    };
+    std::vector<Seen> seen;
+    DirectDrawEnumerateA(
+        [](GUID* guid, LPSTR description, LPSTR, LPVOID context) -> BOOL {
+            static_cast<std::vector<Seen>*>(context)->push_back(
+                {guid == nullptr, guid ? *guid : GUID{}, description});
+            return 1;
+        },
+        &seen);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_TRUE(seen[0].nullGuid);
+    EXPECT_FALSE(seen[1].nullGuid);
+    EXPECT_TRUE(seen[1].guid == second.guid);
+    EXPECT_EQ(seen[1].description, "Second card");
+
+    void* out = nullptr;
+    ASSERT_EQ(DirectDrawCreateEx(&seen[1].guid, &out, IID_IDirectDraw7, nullptr), DD_OK);
+    auto* other = static_cast<IDirectDraw7*>(out);
+    DDCAPS caps{};
+    caps.dwSize = sizeof caps;
+    EXPECT_EQ(other->GetCaps(&caps, nullptr), DD_OK);
+    EXPECT_EQ(caps.dwCaps & DDCAPS_3D, 0u);
+    EXPECT_EQ(other->Release(), 0u);
+    GUID unknown = {9, 9, 9, {9}};
+    EXPECT_EQ(DirectDrawCreateEx(&unknown, &out, IID_IDirectDraw7, nullptr), DDERR_INVALIDPARAMS);
+    DxStageAdapters(nullptr);
+}
+
+TEST_F(Dx7, FlipHandsTheBackBufferToThePresentHookAsArgb) {
+    ASSERT_EQ(dd->SetDisplayMode(640, 480, 16, 0, 0), DD_OK);
+    DDSURFACEDESC2 desc = Desc(DDSCAPS_PRIMARYSURFACE | DDSCAPS_FLIP | DDSCAPS_COMPLEX |
+                               DDSCAPS_3DDEVICE);
+    desc.dwFlags |= DDSD_BACKBUFFERCOUNT;
+    desc.dwBackBufferCount = 1;
+    IDirectDrawSurface7* primary = Make(desc);
+    DDSCAPS2 caps{DDSCAPS_BACKBUFFER, 0, 0, 0};
+    IDirectDrawSurface7* back = nullptr;
+    ASSERT_EQ(primary->GetAttachedSurface(&caps, &back), DD_OK);
+    Hold(back);
+
+    DDBLTFX fx{};
+    fx.dwSize = sizeof fx;
+    fx.dwFillColor = 0xF800;  // pure red in 5-6-5
+    RECT corner{10, 20, 11, 21};
+    ASSERT_EQ(back->Blt(&corner, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
+
+    struct Frame {
+        DWORD width = 0, height = 0;
+        uint32_t corner = 0, origin = 0;
+        HWND window = nullptr;
+    } frame;
+    DxSetPresentHook(
+        [](const DxFrame& f, void* user) {
+            auto* out = static_cast<Frame*>(user);
+            out->width = f.width;
+            out->height = f.height;
+            out->corner = f.pixels[20 * f.width + 10];
+            out->origin = f.pixels[0];
+            out->window = f.window;
+        },
+        &frame);
+    ASSERT_EQ(primary->Flip(nullptr, DDFLIP_WAIT), DD_OK);
+    EXPECT_EQ(frame.width, 640u);
+    EXPECT_EQ(frame.height, 480u);
+    EXPECT_EQ(frame.corner, 0xFFFF0000u);
+    EXPECT_EQ(frame.origin, 0xFF000000u);
+    EXPECT_EQ(frame.window, Window());
+    EXPECT_EQ(back->Flip(nullptr, 0), DDERR_NOTFLIPPABLE);
+}
+
+// Each format keeps a gradient within the step of its narrowest channel after a trip there and
+// back through 8-8-8-8.
+struct RoundTrip {
+    const char* name;
+    DDPIXELFORMAT format;
+    int step;
+};
+
+TEST_F(Dx7, BltConvertsBetweenRgbFormatsWithinTheNarrowerStep) {
+    const RoundTrip trips[] = {
+        {"565", DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0), 8},
+        {"1555", DxRgbFormat(16, 0x7C00, 0x3E0, 0x1F, 0x8000), 8},
+        {"4444", DxRgbFormat(16, 0xF00, 0xF0, 0xF, 0xF000), 17},
+        {"8888", DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000), 0},
+    };
+    const DDPIXELFORMAT argb = DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000);
+    IDirectDrawSurface7* source = MakeRgb(64, 4, argb);
+    DDSURFACEDESC2 lock{};
+    lock.dwSize = sizeof lock;
+    ASSERT_EQ(source->Lock(nullptr, &lock, DDLOCK_WAIT, nullptr), DD_OK);
+    for (DWORD y = 0; y < 4; ++y)
+        for (DWORD x = 0; x < 64; ++x) {
+            uint32_t v = x * 4;
+            uint32_t pixel = (255 - v) << 24 | v << 16 | (v / 2) << 8 | (255 - v / 3);
+            memcpy(static_cast<uint8_t*>(lock.lpSurface) + y * lock.lPitch + x * 4, &pixel, 4);
+        }
+    ASSERT_EQ(source->Unlock(nullptr), DD_OK);
+    std::vector<uint32_t> original = Pixels(source, 4);
+
+    for (const RoundTrip& trip : trips) {
+        SCOPED_TRACE(trip.name);
+        IDirectDrawSurface7* narrow = MakeRgb(64, 4, trip.format);
+        IDirectDrawSurface7* back = MakeRgb(64, 4, argb);
+        ASSERT_EQ(narrow->Blt(nullptr, source, nullptr, DDBLT_WAIT, nullptr), DD_OK);
+        ASSERT_EQ(back->Blt(nullptr, narrow, nullptr, DDBLT_WAIT, nullptr), DD_OK);
+        std::vector<uint32_t> result = Pixels(back, 4);
+        bool alpha = trip.format.dwFlags & DDPF_ALPHAPIXELS;
+        int alphaStep = trip.format.dwRGBAlphaBitMask == 0x8000 ? 255 : trip.step;
+        for (size_t i = 0; i < original.size(); ++i)
+            for (int shift = 0; shift < 32; shift += 8) {
+                int a = int(original[i] >> shift & 0xFF), b = int(result[i] >> shift & 0xFF);
+                int allowed = shift == 24 ? alphaStep : trip.step;
+                if (shift == 24 && !alpha) continue;
+                ASSERT_LE(std::abs(a - b), allowed / 2 + 1) << "pixel " << i << " shift " << shift;
+            }
+    }
+}
+
+TEST_F(Dx7, MipChainIsWalkedLevelByLevelAndBuiltByBlt) {
+    DDSURFACEDESC2 desc = Desc(DDSCAPS_TEXTURE | DDSCAPS_MIPMAP | DDSCAPS_COMPLEX, 16, 8);
+    desc.dwFlags |= DDSD_MIPMAPCOUNT | DDSD_PIXELFORMAT;
+    desc.dwMipMapCount = 4;
+    desc.ddpfPixelFormat = DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0);
+    IDirectDrawSurface7* level = Make(desc);
+    IDirectDrawSurface7* full = MakeRgb(16, 8, desc.ddpfPixelFormat);
+    DDBLTFX fx{};
+    fx.dwSize = sizeof fx;
+    fx.dwFillColor = 0x07E0;
+    ASSERT_EQ(full->Blt(nullptr, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
+
+    const DWORD sizes[][2] = {{16, 8}, {8, 4}, {4, 2}, {2, 1}};
+    DDSCAPS2 mip{DDSCAPS_TEXTURE | DDSCAPS_MIPMAP, 0, 0, 0};
+    for (int i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_NE(level, nullptr);
+        DDSURFACEDESC2 got{};
+        got.dwSize = sizeof got;
+        ASSERT_EQ(level->GetSurfaceDesc(&got), DD_OK);
+        EXPECT_EQ(got.dwWidth, sizes[i][0]);
+        EXPECT_EQ(got.dwHeight, sizes[i][1]);
+        EXPECT_EQ(got.dwMipMapCount, DWORD(4 - i));
+        ASSERT_EQ(level->Blt(nullptr, full, nullptr, DDBLT_WAIT, nullptr), DD_OK);
+        for (uint32_t pixel : Pixels(level, 2)) ASSERT_EQ(pixel, 0x07E0u);
+        IDirectDrawSurface7* next = nullptr;
+        HRESULT walked = level->GetAttachedSurface(&mip, &next);
+        EXPECT_EQ(walked, i < 3 ? DD_OK : DDERR_NOTFOUND);
+        level = next ? Hold(next) : nullptr;
+    }
+}
+
+}  // namespace
