@@ -103,7 +103,8 @@ void CRendererConfig::SetRenderState(uint32_t id, uint32_t value) {
     renderCovered[id >> 5] |= 1u << (id & 31);
     if (!device) return;
     RendererDefaultRenderStates[id] = value;
-    device->appliedRenderStates[id] = value;
+    // Requested as well as applied: the cache then reads back what the device holds.
+    device->appliedRenderStates[id] = device->requestedRenderStates[id] = value;
     if (device->device) device->device->SetRenderState(D3DRENDERSTATETYPE(id), value);
 }
 
@@ -113,7 +114,7 @@ void CRendererConfig::SetStageState(uint32_t stage, uint32_t id, uint32_t value)
     stageCovered[stage] |= 1u << id;
     if (!device) return;
     RendererDefaultStageStates[index] = value;
-    device->appliedStageStates[index] = value;
+    device->appliedStageStates[index] = device->requestedStageStates[index] = value;
     if (device->device)
         device->device->SetTextureStageState(stage, D3DTEXTURESTAGESTATETYPE(id), value);
 }

@@ -6,6 +6,7 @@
 #include "engine/render/renderer.h"
 #include "engine/render/renderer_config.h"
 #include "engine/render/vertex_pool.h"
+#include "engine/texture/device_texture.h"
 #include "engine/texture/texture.h"
 #include "engine/texture/tga.h"
 #include "platform/crt/clock.h"
@@ -23,20 +24,6 @@ void Release(T*& object) {
     if (object) object->Release();
     object = nullptr;
 }
-
-// Textures leave every open device's table when they go.
-void ReleaseTextureEverywhere(CTexture* texture) {
-    for (CRenderer* renderer = OpenDevices; renderer; renderer = renderer->nextOpen)
-        if (renderer->IsOnDevice(texture)) renderer->FreeDeviceTexture(texture);
-}
-
-void ReleaseAllTexturesEverywhere() {
-    for (CRenderer* renderer = OpenDevices; renderer; renderer = renderer->nextOpen)
-        renderer->FreeAllDeviceTextures();
-}
-
-constexpr TextureDeviceHooks DeviceHooks = {ReleaseTextureEverywhere,
-                                            ReleaseAllTexturesEverywhere};
 
 // The adapter walk: each 3D driver is scored by its last device, and the best one kept.
 struct AdapterWalk {
@@ -502,7 +489,7 @@ CRenderer* OpenDevice(void* window, uint32_t flags, int32_t width, int32_t heigh
     }
     renderer->nextOpen = OpenDevices;
     OpenDevices = renderer;
-    SetTextureDeviceHooks(&DeviceHooks);
+    InstallDeviceTextureHooks();
     return renderer;
 }
 
