@@ -47,12 +47,9 @@ void FillModeDesc(const DxDisplayMode& mode, const DDPIXELFORMAT& format, DDSURF
     desc.ddpfPixelFormat = format;
 }
 
+// As the surface lays its rows out: each on a 4-byte boundary.
 uint64_t SurfaceBytes(DWORD width, DWORD height, int bytes) {
-    return uint64_t(width) * height * uint64_t(bytes);
-}
-
-bool InVideoMemory(DWORD caps, DWORD caps2) {
-    return !(caps & DDSCAPS_SYSTEMMEMORY) && !(caps2 & DDSCAPS2_TEXTUREMANAGE);
+    return ((uint64_t(width) * uint64_t(bytes) + 3) & ~uint64_t(3)) * height;
 }
 
 }  // namespace
@@ -156,7 +153,7 @@ HRESULT DxDirectDraw::GetCaps(LPDDCAPS driverCaps, LPDDCAPS emulationCaps) {
         driverCaps->dwSize = sizeof(DDCAPS);
         driverCaps->dwCaps = adapter.caps;
         driverCaps->dwVidMemTotal = adapter.videoMemory;
-        uint64_t used = VideoBytesInUse();
+        uint64_t used = videoBytes;
         driverCaps->dwVidMemFree =
             used >= adapter.videoMemory ? 0 : DWORD(adapter.videoMemory - used);
         driverCaps->dwZBufferBitDepths = 0;
@@ -257,14 +254,6 @@ HRESULT DxDirectDraw::RestoreDisplayMode() {
     return DD_OK;
 }
 
-uint64_t DxDirectDraw::VideoBytesInUse() const {
-    uint64_t total = 0;
-    for (const DxSurface* surface : surfaces)
-        if (InVideoMemory(surface->store.caps, surface->store.caps2))
-            total += surface->store.bytes.size();
-    return total;
-}
-
 HRESULT DxDirectDraw::CreateSurface(LPDDSURFACEDESC2 desc, LPDIRECTDRAWSURFACE7* out,
                                     IUnknown* outer) {
     if (DxRecording()) {
@@ -343,7 +332,7 @@ HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
     DxPixelLayout layout;
     if (!DxDescribePixels(format, layout)) return DDERR_INVALIDPIXELFORMAT;
     if (layout.depth != isDepth) return DDERR_INVALIDPIXELFORMAT;
-    bool inVideo = InVideoMemory(caps, caps2);
+    bool inVideo = DxInVideoMemory(caps, caps2);
     if (layout.fourCc) {
         if (!isTexture) return DDERR_INVALIDPIXELFORMAT;
         if (inVideo || (caps2 & DDSCAPS2_TEXTUREMANAGE)) {
@@ -373,7 +362,7 @@ HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
         needed += SurfaceBytes(std::max<DWORD>(width >> level, 1),
                                std::max<DWORD>(height >> level, 1), layout.bytes);
     needed *= backBuffers + 1;
-    if (inVideo && VideoBytesInUse() + needed > adapter.videoMemory) return DDERR_OUTOFVIDEOMEMORY;
+    if (inVideo && videoBytes + needed > adapter.videoMemory) return DDERR_OUTOFVIDEOMEMORY;
 
     DWORD memory = inVideo ? DDSCAPS_VIDEOMEMORY | DDSCAPS_LOCALVIDMEM : 0;
     DWORD madeCaps = caps | memory;
@@ -429,7 +418,7 @@ HRESULT DxDirectDraw::TestCooperativeLevel() {
 HRESULT DxDirectDraw::GetAvailableVidMem(LPDDSCAPS2 caps, LPDWORD total, LPDWORD free) {
     DxNote("GetAvailableVidMem(caps 0x%X)", caps ? caps->dwCaps : 0);
     if (!caps) return DDERR_INVALIDPARAMS;
-    uint64_t used = VideoBytesInUse();
+    uint64_t used = videoBytes;
     if (total) *total = adapter.videoMemory;
     if (free) *free = used >= adapter.videoMemory ? 0 : DWORD(adapter.videoMemory - used);
     return DD_OK;

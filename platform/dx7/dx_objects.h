@@ -163,7 +163,7 @@ public:
     DxSurface* primary = nullptr;
     DxDirect3D* direct3d = nullptr;  // made on first query, forgets itself when released
 
-    uint64_t VideoBytesInUse() const;
+    uint64_t videoBytes = 0;  // of the live surfaces that count against videoMemory
 
 private:
     ~DxDirectDraw() override = default;
@@ -326,6 +326,11 @@ private:
                    const WORD* indices, DWORD indexCount);
     void FullViewport();
 };
+
+// Video memory is counted for surfaces that are neither in system memory nor managed.
+inline bool DxInVideoMemory(DWORD caps, DWORD caps2) {
+    return !(caps & DDSCAPS_SYSTEMMEMORY) && !(caps2 & DDSCAPS2_TEXTUREMANAGE);
+}
 
 // The surface behind an interface pointer of this layer, or null for anything else.
 DxSurface* DxAsSurface(IDirectDrawSurface7* surface);

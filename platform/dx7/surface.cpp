@@ -67,11 +67,13 @@ DxSurface::DxSurface(DxDirectDraw* ownerObject, uint32_t caps, uint32_t caps2, D
     store.caps = caps;
     store.caps2 = caps2;
     store.bytes.assign(size_t(store.pitch) * height, 0);
+    if (DxInVideoMemory(caps, caps2)) owner->videoBytes += store.bytes.size();
     owner->surfaces.push_back(this);
 }
 
 DxSurface::~DxSurface() {
     if (owner->primary == this) owner->primary = nullptr;
+    if (DxInVideoMemory(store.caps, store.caps2)) owner->videoBytes -= store.bytes.size();
     owner->surfaces.erase(std::remove(owner->surfaces.begin(), owner->surfaces.end(), this),
                           owner->surfaces.end());
     for (Attachment& a : attached) a.surface->Drop();
@@ -85,7 +87,8 @@ DxSurface::~DxSurface() {
 }
 
 bool DxSurface::Lost() const {
-    return DxFaultSwitches().surfacesLost && restoredGeneration != DxLossGeneration();
+    uint64_t generation = DxLossGeneration();  // first, so that it sees the switch go off
+    return DxFaultSwitches().surfacesLost && restoredGeneration != generation;
 }
 
 void DxSurface::MarkRestored() {
