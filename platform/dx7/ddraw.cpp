@@ -280,6 +280,7 @@ HRESULT DxDirectDraw::CreateSurface(LPDDSURFACEDESC2 desc, LPDIRECTDRAWSURFACE7*
 
 HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
     if (!(desc.dwFlags & DDSD_CAPS)) return DDERR_INVALIDPARAMS;
+    if (desc.dwFlags & DDSD_LPSURFACE) return DDERR_UNSUPPORTED;  // surfaces own their memory
     DWORD caps = desc.ddsCaps.dwCaps, caps2 = desc.ddsCaps.dwCaps2;
     bool isPrimary = caps & DDSCAPS_PRIMARYSURFACE, isDepth = caps & DDSCAPS_ZBUFFER;
     bool isTexture = caps & DDSCAPS_TEXTURE, flips = caps & DDSCAPS_FLIP;

@@ -171,4 +171,50 @@ TEST_F(Dx7, MipChainIsWalkedLevelByLevelAndBuiltByBlt) {
     }
 }
 
+TEST_F(Dx7, LoadCopiesEveryLevelIntoACompressedChain) {
+    DDSURFACEDESC2 desc = Desc(DDSCAPS_TEXTURE | DDSCAPS_MIPMAP | DDSCAPS_COMPLEX, 8, 8);
+    desc.dwFlags |= DDSD_MIPMAPCOUNT | DDSD_PIXELFORMAT;
+    desc.dwMipMapCount = 3;
+    desc.ddpfPixelFormat = DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0);
+    desc.ddsCaps.dwCaps |= DDSCAPS_SYSTEMMEMORY;
+    IDirectDrawSurface7* source = Make(desc);
+    desc.ddsCaps.dwCaps &= ~DWORD(DDSCAPS_SYSTEMMEMORY);
+    desc.ddsCaps.dwCaps2 = DDSCAPS2_TEXTUREMANAGE;
+    desc.ddpfPixelFormat = DxFourCcFormat(FOURCC_DXT1);
+    IDirectDrawSurface7* dest = Make(desc);
+    const DWORD fills[] = {0xF800, 0x07E0, 0x001F};
+    const uint32_t argb[] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu};
+    DDSCAPS2 mip{DDSCAPS_TEXTURE | DDSCAPS_MIPMAP, 0, 0, 0};
+    IDirectDrawSurface7* level = source;
+    for (DWORD fill : fills) {
+        DDBLTFX fx{};
+        fx.dwSize = sizeof fx;
+        fx.dwFillColor = fill;
+        ASSERT_EQ(level->Blt(nullptr, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
+        IDirectDrawSurface7* next = nullptr;
+        level->GetAttachedSurface(&mip, &next);
+        level = next ? Hold(next) : nullptr;
+    }
+    IDirect3DDevice7* device = MakeDevice();
+    ASSERT_EQ(device->Load(dest, nullptr, source, nullptr, 0), D3D_OK);
+    // DXT surfaces hold ARGB and are never locked; a copy back to ARGB shows each level.
+    level = dest;
+    for (uint32_t expected : argb) {
+        ASSERT_NE(level, nullptr);
+        DDSURFACEDESC2 got{};
+        got.dwSize = sizeof got;
+        level->GetSurfaceDesc(&got);
+        IDirectDrawSurface7* copy =
+            MakeRgb(got.dwWidth, got.dwHeight, DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000));
+        ASSERT_EQ(copy->Blt(nullptr, level, nullptr, DDBLT_WAIT, nullptr), DD_OK);
+        for (uint32_t pixel : Pixels(copy, 4)) ASSERT_EQ(pixel, expected);
+        IDirectDrawSurface7* next = nullptr;
+        level->GetAttachedSurface(&mip, &next);
+        level = next ? Hold(next) : nullptr;
+    }
+    DDSURFACEDESC2 lock{};
+    lock.dwSize = sizeof lock;
+    EXPECT_EQ(dest->Lock(nullptr, &lock, 0, nullptr), DDERR_UNSUPPORTEDFORMAT);
+}
+
 }  // namespace
