@@ -126,7 +126,8 @@ const TextureFormatRecord* CRenderer::GetBestTextureFormat(uint32_t format, bool
         int difference[4];
         Shortfalls(wanted, record, difference);
         int largest = 0;
-        for (int channel : difference) largest = std::max(largest, channel < 0 ? -channel : channel);
+        for (int channel : difference)
+            largest = std::max(largest, channel < 0 ? -channel : channel);
         if (largest < bestDifference) {
             kept = record;
             bestDifference = largest;

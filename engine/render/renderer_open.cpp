@@ -35,9 +35,9 @@ struct AdapterWalk {
 HRESULT TakeMode(LPDDSURFACEDESC2 mode, LPVOID context) {
     DriverRecord* driver = static_cast<DriverRecord*>(context);
     if (mode->ddpfPixelFormat.dwRGBBitCount < 16) return DDENUMRET_OK;
-    driver->modes = NEW DisplayModeRecord{int32_t(mode->dwWidth), int32_t(mode->dwHeight),
-                                          int32_t(mode->ddpfPixelFormat.dwRGBBitCount),
-                                          driver->modes};
+    driver->modes =
+        NEW DisplayModeRecord{int32_t(mode->dwWidth), int32_t(mode->dwHeight),
+                              int32_t(mode->ddpfPixelFormat.dwRGBBitCount), driver->modes};
     return DDENUMRET_OK;
 }
 
@@ -79,7 +79,8 @@ BOOL ExamineDriver(GUID* guid, LPSTR, LPSTR name, LPVOID context) {
 
     renderer->driverScore = 0;
     LPDIRECT3D7 direct3D = nullptr;
-    if (SUCCEEDED(directDraw->QueryInterface(IID_IDirect3D7, reinterpret_cast<LPVOID*>(&direct3D)))) {
+    if (SUCCEEDED(
+            directDraw->QueryInterface(IID_IDirect3D7, reinterpret_cast<LPVOID*>(&direct3D)))) {
         direct3D->EnumDevices(ScoreDevice, renderer);
         Release(direct3D);
     }
@@ -284,9 +285,9 @@ bool CRenderer::SetupDirect3D() {
             hardwareTransform = 1;
         }
     }
-    DepthSearch search = {openFlags & OpenStencil ? DWORD(DDPF_ZBUFFER | DDPF_STENCILBUFFER)
-                                                  : DWORD(DDPF_ZBUFFER),
-                          &depthFormat, false};
+    DepthSearch search = {
+        openFlags & OpenStencil ? DWORD(DDPF_ZBUFFER | DDPF_STENCILBUFFER) : DWORD(DDPF_ZBUFFER),
+        &depthFormat, false};
     direct3D->EnumZBufferFormats(deviceGuid, FindDepthFormat, &search);
     if (!search.any && (openFlags & OpenStencil)) {
         openFlags &= ~uint32_t(OpenStencil);
@@ -304,8 +305,8 @@ bool CRenderer::SetupDirect3D() {
 bool CRenderer::CreateSurfaces() {
     DWORD device3D = Has3D() ? DWORD(DDSCAPS_3DDEVICE) : 0;
     if (IsWindowed()) {
-        DDSURFACEDESC2 desc =
-            SurfaceDesc(DDSD_CAPS, DDSCAPS_PRIMARYSURFACE | (Has3D() ? DWORD(DDSCAPS_VIDEOMEMORY) : 0));
+        DDSURFACEDESC2 desc = SurfaceDesc(
+            DDSD_CAPS, DDSCAPS_PRIMARYSURFACE | (Has3D() ? DWORD(DDSCAPS_VIDEOMEMORY) : 0));
         if (FAILED(directDraw->CreateSurface(&desc, &primary, nullptr))) {
             primary = nullptr;
             CorvaneDebug("Could not make primary surface");
@@ -433,8 +434,7 @@ static bool OpenSteps(CRenderer* renderer) {
     if (!renderer->ChooseAdapter()) return false;
     renderer->SetCooperative();
     if (!renderer->IsWindowed() &&
-        FAILED(renderer->directDraw->SetDisplayMode(DWORD(renderer->width),
-                                                    DWORD(renderer->height),
+        FAILED(renderer->directDraw->SetDisplayMode(DWORD(renderer->width), DWORD(renderer->height),
                                                     DWORD(renderer->bitsPerPixel), 0, 0))) {
         CorvaneDebug("Failed to set display mode\n");
         return false;

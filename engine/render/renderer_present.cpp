@@ -121,8 +121,8 @@ void CRenderer::SetTarget(LPDIRECTDRAWSURFACE7 surface) {
     device->SetRenderTarget(surface, 0);
 }
 
-HRESULT CRenderer::LockSurfaceRetry(LPDIRECTDRAWSURFACE7 surface, RECT* rect,
-                                    DDSURFACEDESC2* desc, DWORD flags) {
+HRESULT CRenderer::LockSurfaceRetry(LPDIRECTDRAWSURFACE7 surface, RECT* rect, DDSURFACEDESC2* desc,
+                                    DWORD flags) {
     HRESULT result = surface->Lock(rect, desc, flags, nullptr);
     if (SUCCEEDED(result)) return result;
     directDraw->RestoreAllSurfaces();

@@ -1,5 +1,3 @@
-#include <vector>
-
 #include "tests/render/renderer_fixture.h"
 
 namespace {
@@ -15,65 +13,64 @@ protected:
     CRenderer* OpenWith(std::vector<DDPIXELFORMAT> formats) {
         DxAdapterTable table = DxDescribeGlContext();
         table.adapters[0].textureFormats = std::move(formats);
+        for (DxDeviceEntry& entry : table.adapters[0].devices) {
+            entry.desc.dwMaxTextureWidth = 0;
+            entry.desc.dpcTriCaps.dwTextureCaps |= D3DPTEXTURECAPS_POW2;
+        }
         DxStageAdapters(&table);
         return Open(OpenWindowed | Open3D);
     }
 };
 
-TEST_F(TextureFormatTest, EnumerationKeepsRgbFormatsTakenApartAndNotesDxt) {
-    DDPIXELFORMAT luminance = DxRgbFormat(16, 0xFF, 0, 0, 0);
-    luminance.dwFlags = DDPF_LUMINANCE | DDPF_RGB;
+TEST_F(TextureFormatTest, EnumerationTakesRgbFormatsApartAndNotesDxt) {
+    DDPIXELFORMAT luminance = Rgb565;
+    luminance.dwFlags |= DDPF_LUMINANCE;
     DebugCapture debug;
-    ASSERT_TRUE(OpenWith({Argb8888, luminance, DxFourCcFormat(FOURCC_DXT3),
-                          DxRgbFormat(8, 0xE0, 0x1C, 0x3, 0), DxFourCcFormat(FOURCC_DXT1),
-                          Rgb565}));
-    const TextureFormatRecord* first = renderer->textureFormats;  // the last one reported
-    ASSERT_TRUE(first && first->next);
-    EXPECT_EQ(first->next->next, nullptr);
-    EXPECT_EQ(first->bytesPerPixel, 2);
-    EXPECT_EQ(first->alphaMask, 0u);
-    EXPECT_EQ(first->redShift, 11u);
-    EXPECT_EQ(first->greenBits, 6u);
-    EXPECT_EQ(first->blueShift, 0u);
-    const TextureFormatRecord* wide = first->next;
-    EXPECT_EQ(wide->bytesPerPixel, 4);
-    EXPECT_EQ(wide->alphaShift, 24u);
-    EXPECT_EQ(wide->alphaBits, 8u);
+    ASSERT_TRUE(
+        OpenWith({Argb8888, luminance, DxFourCcFormat(FOURCC_DXT3),
+                  DxRgbFormat(8, 0xE0, 0x1C, 0x3, 0), DxFourCcFormat(FOURCC_DXT1), Rgb565}));
+    const TextureFormatRecord* last = renderer->textureFormats;  // the list is newest first
+    ASSERT_TRUE(last && last->next && !last->next->next);
+    const TextureFormatRecord* first = last->next;
+    EXPECT_EQ(
+        std::vector<uint32_t>({uint32_t(last->bytesPerPixel), last->alphaMask, last->redShift,
+                               last->greenShift, last->greenBits, uint32_t(first->bytesPerPixel),
+                               first->alphaShift, first->alphaBits, first->blueBits}),
+        std::vector<uint32_t>({2, 0, 11, 5, 6, 4, 24, 8, 8}));
     EXPECT_EQ(renderer->dxtSupport, uint32_t(DxtSupport1 | DxtSupport3));
-    std::string text = debug.Text();
-    EXPECT_NE(text.find("DEBUG: Device Supports DXT3\nDEBUG: Device Supports DXT1\n"),
+    EXPECT_NE(debug.Text().find("DEBUG: Device Supports DXT3\nDEBUG: Device Supports DXT1\n"),
               std::string::npos);
+    const DeviceLimits* limits = renderer->GetDeviceLimits();
+    EXPECT_EQ(std::vector<int32_t>({limits->maxTextureWidth, limits->maxTextureHeight,
+                                    limits->powerOfTwoOnly, limits->squareOnly}),
+              std::vector<int32_t>({-1, 8192, 1, 0}));
 }
 
 TEST_F(TextureFormatTest, BestFormatByChannelDepths) {
     struct Case {
-        std::vector<DDPIXELFORMAT> offered;
+        std::vector<DDPIXELFORMAT> offered;  // listed newest first, so last to first
         uint32_t format;
         bool key, alpha;
-        DWORD expectedRed, expectedAlpha;
+        DWORD redMask, alphaMask;
     };
     const Case cases[] = {
-        // Both are deeper than wanted somewhere: the smallest largest difference wins.
+        // Both deeper than wanted somewhere: the smallest largest difference wins.
         {{Argb8888, Argb1555}, 0x4444, false, false, 0x7C00, 0x8000},
         {{Argb8888, Argb1555, Argb4444}, 0x4444, false, false, 0xF00, 0xF000},
         {{Rgb565, Rgb555, Argb1555}, 0x5650, false, false, 0xF800, 0},
         // A key asks for one alpha bit, the alpha flag for as many as the deepest colour.
         {{Rgb565, Rgb555, Argb1555}, 0x5650, true, false, 0x7C00, 0x8000},
         {{Argb4444, Argb8888, Rgb565}, 0x8880, false, true, 0xFF0000, 0xFF000000},
-        // Shallower in every channel: the smallest shortfall, the first listed (the last
-        // reported) on a tie.
+        // Shallower everywhere: the smallest shortfall, the first listed on a tie.
         {{Rgb555, Rgb565}, 0x8880, false, false, 0xF800, 0},
         {{Rgb565, Rgb555}, 0x8880, false, false, 0x7C00, 0},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.format);
         ASSERT_TRUE(OpenWith(c.offered));
         const TextureFormatRecord* best = renderer->GetBestTextureFormat(c.format, c.key, c.alpha);
-        ASSERT_NE(best, nullptr);
-        EXPECT_EQ(best->redMask, c.expectedRed);
-        EXPECT_EQ(best->alphaMask, c.expectedAlpha);
-        CloseDevice(renderer);
-        renderer = nullptr;
+        EXPECT_EQ(best->redMask, c.redMask) << &c - cases;
+        EXPECT_EQ(best->alphaMask, c.alphaMask) << &c - cases;
+        Close();
     }
 }
 
@@ -86,37 +83,13 @@ TEST_F(TextureFormatTest, NoUsableFormatEndsTheProgramWithABox) {
     CRenderer bare;
     EXPECT_DEATH(bare.GetBestTextureFormat(0x8888, false, false),
                  "GetBestTextureFormat: No Valid Texture Formats Found!");
-}
-
-TEST_F(RendererTest, PackColourBySoftwareFormat) {
-    CRenderer bare;
-    struct Case {
-        uint32_t format;
-        uint32_t packed;
-    };
-    for (Case c : {Case{0x5550, 0x4103}, Case{0x5650, 0x8223}, Case{0, 0x804418}}) {
-        bare.softwareFormat = c.format;
+    for (auto [format, packed] :
+         {std::pair{0x5550u, 0x4103u}, {0x5650u, 0x8223u}, {0u, 0x804418u}}) {
+        bare.softwareFormat = format;
         DebugCapture debug;
-        EXPECT_EQ(bare.PackColour(0x80, 0x44, 0x18), c.packed) << c.format;
-        EXPECT_EQ(debug.Text(), c.format ? "" : "Unknown Pixel Format.....\n");
+        EXPECT_EQ(bare.PackColour(0x80, 0x44, 0x18), packed) << format;
+        EXPECT_EQ(debug.Text(), format ? "" : "Unknown Pixel Format.....\n");
     }
-}
-
-TEST_F(TextureFormatTest, LimitsMarkWhatTheDeviceLeavesOpen) {
-    DxAdapterTable table = DxDescribeGlContext();
-    for (DxDeviceEntry& entry : table.adapters[0].devices) {
-        entry.desc.dwMaxTextureWidth = 0;
-        entry.desc.dpcTriCaps.dwTextureCaps |= D3DPTEXTURECAPS_POW2;
-    }
-    DxStageAdapters(&table);
-    ASSERT_TRUE(Open(OpenWindowed | Open3D));
-    const DeviceLimits* limits = renderer->GetDeviceLimits();
-    ASSERT_NE(limits, nullptr);
-    EXPECT_EQ(limits->maxTextureWidth, -1);
-    EXPECT_EQ(limits->maxTextureHeight, 8192);
-    EXPECT_EQ(limits->powerOfTwoOnly, 1);
-    EXPECT_EQ(limits->squareOnly, 0);
-    EXPECT_EQ(renderer->GetDeviceLimits(), limits);
 }
 
 }  // namespace
