@@ -111,14 +111,9 @@ HRESULT DxDirect3D::EnumZBufferFormats(REFCLSID device, LPD3DENUMPIXELFORMATSCAL
 HRESULT DxDirect3D::EvictManagedTextures() {
     DxNote("EvictManagedTextures()");
     // Managed textures live on in memory; their GL copies go and are made again on next use.
-    DxGlBackend* backend = nullptr;
-    bool asked = false;
     for (DxSurface* surface : owner->surfaces) {
         DxSurfaceStore& store = surface->store;
-        if (!(store.caps2 & DDSCAPS2_TEXTUREMANAGE) || store.glVersion == 0) continue;
-        if (!asked) backend = DxGlBackend::Get(), asked = true;
-        if (backend) backend->Forget(store);
-        store.glVersion = 0;
+        if ((store.caps2 & DDSCAPS2_TEXTUREMANAGE) && store.glVersion != 0) DxForgetOnGl(store);
     }
     return D3D_OK;
 }

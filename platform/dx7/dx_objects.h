@@ -341,5 +341,8 @@ DxDevice* DxAsDevice(IDirect3DDevice7* device);
 // and it has not been restored since the switch last went on.
 uint64_t DxLossGeneration();
 
+// Lets the GL side drop its copy of a store, whatever the rendering mode is now.
+void DxForgetOnGl(DxSurfaceStore& store);
+
 // The backend a device draws with; null when it only records.
 DxGlBackend* DxBackendFor(bool recordOnly);

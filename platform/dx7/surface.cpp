@@ -41,6 +41,17 @@ void DxSetPresentHook(DxPresentHook hook, void* user) {
     PresentUser = user;
 }
 
+void DxForgetOnGl(DxSurfaceStore& store) {
+    // Whatever the mode is now: GL may hold a copy made while it was drawing, and a later store
+    // at the same address must not find it.
+    DxRendering mode = DxGetRendering();
+    DxSetRendering(DxRendering::GlWhenAvailable);
+    if (DxGlBackend* backend = DxGlBackend::Get()) backend->Forget(store);
+    DxSetRendering(mode);
+    store.glVersion = 0;
+    store.glNewer = false;
+}
+
 uint64_t DxLossGeneration() {
     static uint64_t generation = 0;
     static bool wasLost = false;
@@ -80,9 +91,7 @@ DxSurface::~DxSurface() {
     DxDrop(clipper);
     // Only a surface GL has seen has anything there to free; asking otherwise would make a
     // context for nothing.
-    if (store.glVersion != 0 || store.glNewer) {
-        if (DxGlBackend* backend = DxGlBackend::Get()) backend->Forget(store);
-    }
+    if (store.glVersion != 0 || store.glNewer) DxForgetOnGl(store);
     owner->Drop();
 }
 
@@ -223,6 +232,9 @@ HRESULT DxSurface::Blt(RECT* destRect, LPDIRECTDRAWSURFACE7 sourceInterface, REC
         // A copy to the screen is a present: the frame goes to the hook at the size asked for.
         if (TakeFault(DxFaultSwitches().presents)) return DDERR_SURFACELOST;
         if (to.left >= to.right || to.top >= to.bottom) return DDERR_INVALIDRECT;
+        if (int64_t(to.right) - to.left > 16384 || int64_t(to.bottom) - to.top > 16384)
+            return DDERR_INVALIDRECT;
+        if (source->layout.depth) return DDERR_UNSUPPORTEDFORMAT;
         return Present(*source, from, DWORD(to.right - to.left), DWORD(to.bottom - to.top));
     }
     if (!Inside(to, store)) return DDERR_INVALIDRECT;

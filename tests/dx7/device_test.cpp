@@ -2,6 +2,7 @@
 #include <functional>
 #include <string>
 
+#include "platform/dx7/gl/gl_backend.h"
 #include "tests/dx7/dx7_fixture.h"
 
 namespace {
@@ -345,6 +346,29 @@ TEST_F(Dx7, ValidateDeviceChecksStagesAndOperationsAgainstTheCaps) {
         EXPECT_EQ(passes, c.expected == D3D_OK ? 1u : 0u);
     }
     DxStageAdapters(nullptr);
+}
+
+TEST_F(Dx7, DrawsThroughGlComeBackAtTheNextLock) {
+    DxSetRendering(DxRendering::GlWhenAvailable);
+    if (!DxGlBackend::Get()) GTEST_SKIP() << DxGlFailure();
+    IDirect3DDevice7* device = MakeDevice();
+    device->SetRenderState(D3DRENDERSTATE_CULLMODE, D3DCULL_NONE);
+    ASSERT_EQ(device->Clear(0, nullptr, D3DCLEAR_TARGET | D3DCLEAR_ZBUFFER, 0xFF0000FFu, 1.0f, 0),
+              D3D_OK);
+    const TlVertex corner[3] = {{0, 0, 0.5f, 1, 0xFFFF0000u, 0, 0, 0},
+                                {64, 0, 0.5f, 1, 0xFFFF0000u, 0, 0, 0},
+                                {0, 64, 0.5f, 1, 0xFFFF0000u, 0, 0, 0}};
+    ASSERT_EQ(device->BeginScene(), D3D_OK);
+    ASSERT_EQ(device->DrawPrimitive(D3DPT_TRIANGLELIST, D3DFVF_TLVERTEX,
+                                    const_cast<TlVertex*>(corner), 3, 0),
+              D3D_OK);
+    ASSERT_EQ(device->EndScene(), D3D_OK);
+    IDirectDrawSurface7* target = nullptr;
+    ASSERT_EQ(device->GetRenderTarget(&target), D3D_OK);
+    Hold(target);
+    std::vector<uint32_t> pixels = Pixels(target, 4);
+    EXPECT_EQ(pixels[5 * 64 + 5] & 0xFFFFFF, 0xFF0000u);
+    EXPECT_EQ(pixels[60 * 64 + 60] & 0xFFFFFF, 0x0000FFu);
 }
 
 }  // namespace
