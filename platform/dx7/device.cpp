@@ -451,21 +451,19 @@ HRESULT DxDevice::SetTextureStageState(DWORD stage, D3DTEXTURESTAGESTATETYPE whi
 }
 
 HRESULT DxDevice::Submit(D3DPRIMITIVETYPE type, DWORD fvf, const uint8_t* vertices,
-                         DWORD vertexCount, const WORD* indices, DWORD indexCount) {
+                         DWORD vertexCount, bool indexed, const WORD* indices, DWORD indexCount) {
     if (!ValidType(type)) return DDERR_INVALIDPARAMS;
     if (vertexCount > D3DMAXNUMVERTICES || indexCount > D3DMAXNUMVERTICES)
         return DDERR_INVALIDPARAMS;
-    if (indices) {
-        for (DWORD i = 0; i < indexCount; ++i)
-            if (indices[i] >= vertexCount) return DDERR_INVALIDPARAMS;
-    }
-    DWORD drawn = indices ? indexCount : vertexCount;
-    if (drawn == 0) return D3D_OK;  // nothing to draw is no error
+    for (DWORD i = 0; indexed && i < indexCount; ++i)
+        if (indices[i] >= vertexCount) return DDERR_INVALIDPARAMS;
+    if ((indexed ? indexCount : vertexCount) == 0) return D3D_OK;  // nothing to draw is no error
     DxGlBackend* backend = DxBackendFor(recordOnly);
     if (!backend) return D3D_OK;
     state.target = &target->store;
     state.depth = target->AttachedDepth();
-    backend->Draw(state, DxPrimitive{type, fvf, vertices, vertexCount, indices, indexCount});
+    backend->Draw(state, DxPrimitive{type, fvf, vertices, vertexCount, indexed ? indices : nullptr,
+                                     indexed ? indexCount : 0});
     return D3D_OK;
 }
 
@@ -473,7 +471,7 @@ HRESULT DxDevice::DrawPrimitive(D3DPRIMITIVETYPE type, DWORD fvf, LPVOID vertice
                                 DWORD flags) {
     DxNote("DrawPrimitive(%u, %u, %u, %u)", DWORD(type), fvf, count, flags);
     if (FvfVertexSize(fvf) == 0 || (count && !vertices)) return DDERR_INVALIDPARAMS;
-    return Submit(type, fvf, static_cast<const uint8_t*>(vertices), count, nullptr, 0);
+    return Submit(type, fvf, static_cast<const uint8_t*>(vertices), count, false, nullptr, 0);
 }
 
 HRESULT DxDevice::DrawIndexedPrimitive(D3DPRIMITIVETYPE type, DWORD fvf, LPVOID vertices,
@@ -483,8 +481,8 @@ HRESULT DxDevice::DrawIndexedPrimitive(D3DPRIMITIVETYPE type, DWORD fvf, LPVOID 
            flags);
     if (FvfVertexSize(fvf) == 0 || (vertexCount && !vertices) || (indexCount && !indices))
         return DDERR_INVALIDPARAMS;
-    return Submit(type, fvf, static_cast<const uint8_t*>(vertices), vertexCount,
-                  indexCount ? indices : nullptr, indexCount);
+    return Submit(type, fvf, static_cast<const uint8_t*>(vertices), vertexCount, true, indices,
+                  indexCount);
 }
 
 HRESULT DxDevice::DrawPrimitiveVB(D3DPRIMITIVETYPE type, LPDIRECT3DVERTEXBUFFER7 bufferInterface,
@@ -497,7 +495,7 @@ HRESULT DxDevice::DrawPrimitiveVB(D3DPRIMITIVETYPE type, LPDIRECT3DVERTEXBUFFER7
     if (uint64_t(startVertex) + vertexCount > buffer->desc.dwNumVertices)
         return DDERR_INVALIDPARAMS;
     const uint8_t* first = buffer->bytes.data() + size_t(startVertex) * buffer->layout.size;
-    return Submit(type, buffer->desc.dwFVF, first, vertexCount, nullptr, 0);
+    return Submit(type, buffer->desc.dwFVF, first, vertexCount, false, nullptr, 0);
 }
 
 HRESULT DxDevice::DrawIndexedPrimitiveVB(D3DPRIMITIVETYPE type,
@@ -513,8 +511,7 @@ HRESULT DxDevice::DrawIndexedPrimitiveVB(D3DPRIMITIVETYPE type,
         return DDERR_INVALIDPARAMS;
     // Indices count from the start vertex.
     const uint8_t* first = buffer->bytes.data() + size_t(startVertex) * buffer->layout.size;
-    return Submit(type, buffer->desc.dwFVF, first, vertexCount, indexCount ? indices : nullptr,
-                  indexCount);
+    return Submit(type, buffer->desc.dwFVF, first, vertexCount, true, indices, indexCount);
 }
 
 HRESULT DxDevice::ValidateDevice(LPDWORD passes) {

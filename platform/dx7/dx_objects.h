@@ -323,7 +323,7 @@ public:
 private:
     ~DxDevice() override;
     HRESULT Submit(D3DPRIMITIVETYPE type, DWORD fvf, const uint8_t* vertices, DWORD vertexCount,
-                   const WORD* indices, DWORD indexCount);
+                   bool indexed, const WORD* indices, DWORD indexCount);
     void FullViewport();
 };
 
