@@ -233,6 +233,7 @@ private:
     bool rasterKnown = false;
     float maxAnisotropy = 1;
     bool checkErrors = false;
+    bool provokingVertex = false;
     std::vector<uint8_t> scratch;
     std::vector<std::string> warned;
 };
@@ -253,8 +254,7 @@ GlBackend::GlBackend() {
     GLint major = 0, minor = 0;
     glGetIntegerv(GL_MAJOR_VERSION, &major);
     glGetIntegerv(GL_MINOR_VERSION, &minor);
-    // Direct3D's flat shading takes the first vertex's colours.
-    if (major > 3 || (major == 3 && minor >= 2)) glProvokingVertex(GL_FIRST_VERTEX_CONVENTION);
+    provokingVertex = major > 3 || (major == 3 && minor >= 2);
     glGenTextures(1, &white);
     glBindTexture(GL_TEXTURE_2D, white);
     const uint8_t texel[4] = {255, 255, 255, 255};
@@ -275,6 +275,8 @@ void GlBackend::Invalidate() {
     glDisable(GL_SCISSOR_TEST);
     glDisable(GL_STENCIL_TEST);
     glFrontFace(GL_CCW);
+    // Direct3D's flat shading takes the first vertex's colours.
+    if (provokingVertex) glProvokingVertex(GL_FIRST_VERTEX_CONVENTION);
     rasterKnown = false;
     boundFramebuffer = ~0u;
     for (GLuint& t : boundTextures) t = ~0u;
@@ -371,7 +373,8 @@ void GlBackend::SyncTexture(DxSurfaceStore& store, Surface& s, int unit, bool mi
         s.versions[i] = level.cpuVersion;
         level.glVersion = level.cpuVersion;
     }
-    if (count > s.levels || created) {
+    // A target's draw leaves the mip levels a texture use made.
+    if (created || (mips && count != s.levels)) {
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAX_LEVEL, count - 1);
         s.levels = count;
         s.sampler = Sampler();
