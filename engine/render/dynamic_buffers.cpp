@@ -14,7 +14,7 @@ struct DynamicFormat {
 
 // By stream format number 1 to 11; the slots keep the diffuse formats first.
 constexpr DynamicFormat DynamicFormats[11] = {
-    {0, 0x42},  {1, 0x142}, {4, 0x112},  {8, 0x10112}, {2, 0x242}, {5, 0x212},
+    {0, 0x42},    {1, 0x142}, {4, 0x112}, {8, 0x10112}, {2, 0x242},  {5, 0x212},
     {9, 0x40212}, {3, 0x342}, {6, 0x312}, {7, 0x192},   {10, 0x1D2},
 };
 
@@ -59,8 +59,8 @@ bool CreateFixedBuffers(CRenderer* renderer) {
     renderer->alphaTarget = MakeBuffer(renderer, system, D3DFVF_TLVERTEX, AlphaBatchVertices);
     renderer->decalSource = MakeBuffer(renderer, system, D3DFVF_VERTEX, DecalVertices);
     renderer->decalTarget = MakeBuffer(renderer, system, D3DFVF_TLVERTEX, DecalVertices);
-    renderer->decalQuads = MakeBuffer(renderer, system | D3DVBCAPS_WRITEONLY, D3DFVF_TLVERTEX,
-                                      DecalQuadVertices);
+    renderer->decalQuads =
+        MakeBuffer(renderer, system | D3DVBCAPS_WRITEONLY, D3DFVF_TLVERTEX, DecalQuadVertices);
     auto* indices = static_cast<uint16_t*>(MALLOC(DecalQuadIndexCount * sizeof(uint16_t)));
     if (indices) {
         for (int32_t quad = 0; quad < DecalQuadIndexCount / 6; ++quad) {

@@ -98,9 +98,8 @@ bool CPolyBuffer::GrowRuns(int32_t run) {
     if (run < 0 || run >= MaxTriangles) return false;
     if (run < runCapacity) return true;
     const int32_t capacity = runCapacity + ((run - runCapacity + 16) & ~15);
-    auto* newTextures = static_cast<CTexture**>(
-        CvReallocCopy(textures, size_t(runCapacity) * sizeof(CTexture*),
-                      size_t(capacity) * sizeof(CTexture*)));
+    auto* newTextures = static_cast<CTexture**>(CvReallocCopy(
+        textures, size_t(runCapacity) * sizeof(CTexture*), size_t(capacity) * sizeof(CTexture*)));
     auto* newCounts = static_cast<int32_t*>(CvReallocCopy(
         runCounts, size_t(runCapacity) * sizeof(int32_t), size_t(capacity) * sizeof(int32_t)));
     textures = newTextures;

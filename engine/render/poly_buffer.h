@@ -39,7 +39,7 @@ public:
     void SetRunCount(int32_t run, int32_t triangles);
     CTexture* GetTexture(int32_t run) const;  // null beyond the runs
     int32_t GetRunCount(int32_t run) const;   // 0 beyond the runs
-    void Refill();  // after a device reset, from the copy
+    void Refill();                            // after a device reset, from the copy
 
     int32_t triangleCapacity;
     uint8_t locked;

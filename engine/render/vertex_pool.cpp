@@ -85,8 +85,8 @@ VertexBufferPool* CreatePool(CRenderer* renderer, const D3DVERTEXBUFFERDESC* des
         return nullptr;
     D3DVERTEXBUFFERDESC raised = *desc;
     raised.dwSize = sizeof(D3DVERTEXBUFFERDESC);
-    raised.dwNumVertices = std::max<DWORD>(DWORD(MinimumPoolBytes / vertexSize),
-                                           desc->dwNumVertices);
+    raised.dwNumVertices =
+        std::max<DWORD>(DWORD(MinimumPoolBytes / vertexSize), desc->dwNumVertices);
     LPDIRECT3DVERTEXBUFFER7 buffer = nullptr;
     if (FAILED(renderer->direct3D->CreateVertexBuffer(&raised, &buffer, 0)) || !buffer)
         return nullptr;

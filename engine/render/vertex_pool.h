@@ -35,7 +35,7 @@ enum VertexPoolKind : uint32_t {
 
 struct VertexBufferPool {
     VertexBufferPool* next;
-    VertexBlock* blocks;  // address order
+    VertexBlock* blocks;    // address order
     int32_t blockCapacity;  // grows by 128
     int32_t blockCount;
     int32_t idCounter;

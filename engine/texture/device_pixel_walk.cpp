@@ -28,12 +28,18 @@ CTexturePixelWalk* WalkerFor(uint32_t format) {
     static CTexturePixelWalk4444 walk4444;
     static CTexturePixelWalk8888 walk8888;
     switch (format) {
-        case TextureFormat5550: return &walk555;
-        case TextureFormat5650: return &walk565;
-        case TextureFormat8880: return &walk888;
-        case TextureFormat5551: return &walk5551;
-        case TextureFormat4444: return &walk4444;
-        case TextureFormat8888: return &walk8888;
+        case TextureFormat5550:
+            return &walk555;
+        case TextureFormat5650:
+            return &walk565;
+        case TextureFormat8880:
+            return &walk888;
+        case TextureFormat5551:
+            return &walk5551;
+        case TextureFormat4444:
+            return &walk4444;
+        case TextureFormat8888:
+            return &walk8888;
     }
     return nullptr;
 }
@@ -162,8 +168,9 @@ bool IsTextureLayout(const TextureFormatRecord* format, const CTexture* texture)
 void FillTextureSurface(const TextureFormatRecord* format, const DDSURFACEDESC2* desc,
                         CTexture* texture) {
     if (!texture->pixels) {
-        CorvaneDebug("Attempt to FillTextureSurface for non-dynamic texture that has been done "
-                     "already\n");
+        CorvaneDebug(
+            "Attempt to FillTextureSurface for non-dynamic texture that has been done "
+            "already\n");
         return;
     }
     if (!format || !desc || !desc->lpSurface) return;
@@ -175,8 +182,8 @@ void FillTextureSurface(const TextureFormatRecord* format, const DDSURFACEDESC2*
     uint8_t* const target = static_cast<uint8_t*>(desc->lpSurface);
     const ptrdiff_t pitch = desc->lPitch;
 
-    const bool derive = !TextureFormatHasAlpha(texture->format) &&
-                        (texture->flags & TextureFlagAlpha) != 0;
+    const bool derive =
+        !TextureFormatHasAlpha(texture->format) && (texture->flags & TextureFlagAlpha) != 0;
     if (!derive && IsTextureLayout(format, texture)) {
         for (int32_t y = 0; y < rows; ++y)
             std::memcpy(target + y * pitch, texture->pixels + size_t(y) * sourcePitch,
@@ -205,8 +212,8 @@ void FillTextureSurface(const TextureFormatRecord* format, const DDSURFACEDESC2*
                 alpha = uint8_t(texture->alphaSetting);
             } else if (derive) {
                 uint32_t brightest = std::max({red, green, blue});
-                alpha = uint8_t(texture->alphaSetting < 32 ? brightest >> texture->alphaSetting
-                                                           : 0);
+                alpha =
+                    uint8_t(texture->alphaSetting < 32 ? brightest >> texture->alphaSetting : 0);
             }
             uint32_t value =
                 PackChannel(red, format->redBits, format->redShift, format->redMask) |

@@ -24,8 +24,7 @@ void ReleaseField(void*& field) {
 }
 
 const TextureFormatRecord* BestFormat(CRenderer* renderer, const CTexture* texture) {
-    return renderer->GetBestTextureFormat(texture->format,
-                                          (texture->flags & TextureFlagKeyed) != 0,
+    return renderer->GetBestTextureFormat(texture->format, (texture->flags & TextureFlagKeyed) != 0,
                                           (texture->flags & TextureFlagAlpha) != 0);
 }
 
@@ -174,8 +173,8 @@ void PrepareRenderTarget(CRenderer* renderer, CTexture* texture) {
     if (texture->width <= renderer->width && texture->height <= renderer->height) return;
     DDSURFACEDESC2 desc{};
     desc.dwSize = sizeof(desc);
-    HRESULT result = renderer->depthBuffer ? renderer->depthBuffer->GetSurfaceDesc(&desc)
-                                           : DDERR_INVALIDOBJECT;
+    HRESULT result =
+        renderer->depthBuffer ? renderer->depthBuffer->GetSurfaceDesc(&desc) : DDERR_INVALIDOBJECT;
     LPDIRECTDRAWSURFACE7 depth = nullptr;
     if (SUCCEEDED(result)) {
         desc.dwWidth = DWORD(texture->width);

@@ -25,7 +25,9 @@ protected:
         texture->SetName("wall");
         return texture;
     }
-    static std::string Ref(const void* object) { return "#" + std::to_string(DxObjectNumber(object)); }
+    static std::string Ref(const void* object) {
+        return "#" + std::to_string(DxObjectNumber(object));
+    }
     static std::string Ref(uint32_t number) { return "#" + std::to_string(number); }
     static DWORD FourCc(const CTexture* texture) {
         DDSURFACEDESC2 desc{};
