@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "engine/texture/texture.h"
 #include "engine/texture/tga.h"
 #include "tests/render/renderer_fixture.h"
@@ -42,6 +44,9 @@ TEST_F(RendererTest, AdapterChoiceByScoreOfTheLastDevice) {
         DxStageAdapters(&table);
         ASSERT_TRUE(Open(Open3D | c.flags));
         EXPECT_EQ(renderer->driverGuid, TestGuid(c.chosen)) << &c - cases;
+        const std::vector<size_t>& chosen = c.chosen == 1 ? c.first : c.second;
+        bool transform = std::count(chosen.begin(), chosen.end(), 1) && !(c.flags & 16);
+        EXPECT_EQ(renderer->hardwareTransform, transform ? 1 : 0);
         int modes = 0;
         for (DriverRecord* driver = renderer->drivers; driver; driver = driver->next)
             for (DisplayModeRecord* mode = driver->modes; mode; mode = mode->next) ++modes;

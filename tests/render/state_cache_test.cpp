@@ -96,6 +96,7 @@ TEST_F(StateCacheTest, AppliedTextureCancelsARequestForcingSendsAgainAndResetFor
 TEST_F(StateCacheTest, ForcedConfigurationSendsAllLazyOnlyDifferences) {
     CRendererConfig config(nullptr);
     config.Capture(renderer);
+    EXPECT_EQ(config.stageStates[StageStateCount + D3DTSS_TEXCOORDINDEX], 1u);
     DxCallRecorder calls;
     renderer->Apply(&config, true);
     // Every held state goes out, though the cache believes it applied.
@@ -143,6 +144,7 @@ TEST_F(RendererTest, TextureBlendAndStageValidationAskTheDriver) {
         EXPECT_EQ(renderer->textureBlend, c.blend);
         EXPECT_EQ(CountTextures(), textureCount);
         EXPECT_EQ(renderer->deviceTextureCount, 0);
+        EXPECT_EQ(renderer->appliedTextures[1], nullptr);
         EXPECT_EQ(renderer->GetStageState(1, D3DTSS_COLOROP), uint32_t(D3DTOP_DISABLE));
         DebugCapture debug;
         EXPECT_EQ(renderer->ValidateStageSetup(2, blocks, coordinates, textures), !*c.failure);

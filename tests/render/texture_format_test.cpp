@@ -61,6 +61,7 @@ TEST_F(TextureFormatTest, BestFormatByChannelDepths) {
         // A key asks for one alpha bit, the alpha flag for as many as the deepest colour.
         {{Rgb565, Rgb555, Argb1555}, 0x5650, true, false, 0x7C00, 0x8000},
         {{Argb4444, Argb8888, Rgb565}, 0x8880, false, true, 0xFF0000, 0xFF000000},
+        {{Argb8888, Argb4444}, 0x8888, false, false, 0xFF0000, 0xFF000000},
         // Shallower everywhere: the smallest shortfall, the first listed on a tie.
         {{Rgb555, Rgb565}, 0x8880, false, false, 0xF800, 0},
         {{Rgb565, Rgb555}, 0x8880, false, false, 0x7C00, 0},
