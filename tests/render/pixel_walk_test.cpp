@@ -118,10 +118,12 @@ TEST(PixelWalk, KeyPixelsTakeTheirWrappedNeighbourhoodAndPlainCopyNeedsNoKeys) {
     corner.Fill(A8R8G8B8);
     EXPECT_EQ(corner.At(0, 0, 4), uint32_t(450 / 8) << 16 | 10 << 8);
     EXPECT_EQ(corner.At(1, 1, 4), 0xFF000A00u);
-    Image keys(2, 2, TextureFormat5650);
-    for (int i = 0; i < 4; ++i) keys.Set(i % 2, i / 2, 0, 0, 0, 0);
-    keys.Fill(A1R5G5B5);
-    EXPECT_EQ(keys.At(1, 1, 2), 0u);  // nothing but keys around: black, transparent
+    for (uint32_t format : {0x4444u, 0x5550u, 0x5551u, 0x5650u, 0x8880u, 0x8888u}) {
+        Image keys(2, 2, format, TextureFlagKeyed);
+        for (int i = 0; i < 4; ++i) keys.Set(i % 2, i / 2, 255, 0, 255, 0);
+        keys.Fill(A8R8G8B8);
+        EXPECT_EQ(keys.At(1, 1, 4), 0u) << std::hex << format;  // nothing but keys: black
+    }
 
     Image image(3, 2, TextureFormat5650);
     for (int i = 0; i < 6; ++i) image.Set(i % 3, i / 3, 200, 100, 50, i ? 255 : 0);
