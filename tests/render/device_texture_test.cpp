@@ -25,9 +25,6 @@ protected:
         texture->SetName("wall");
         return texture;
     }
-    static std::string Ref(const void* object) {
-        return "#" + std::to_string(DxObjectNumber(object));
-    }
     static std::string Ref(uint32_t number) { return "#" + std::to_string(number); }
     static DWORD FourCc(const CTexture* texture) {
         DDSURFACEDESC2 desc{};
@@ -134,7 +131,11 @@ TEST_F(DeviceTextureTest, FailuresAreReportedAndNotRetried) {
     DxFaultSwitches().createSurfaces = 2;
     renderer->LoadDeviceTexture(lost);
     EXPECT_NE(target->surface, nullptr);
+    EXPECT_EQ(target->depthSurface, nullptr);  // the device's own serves
     EXPECT_EQ(lost->surface, nullptr);
+    CTexture* large = Make(1024, 512, TextureFormat5650, TextureFlagRenderTarget);
+    renderer->LoadDeviceTexture(large);
+    EXPECT_NE(large->depthSurface, nullptr);
     EXPECT_EQ(debug.Text(),
               "WARNING: Texture Creation Failed For wall\n\n"
               "DEBUG: Initial attempt failed to allocate Texture surface....\n\n"
@@ -143,7 +144,7 @@ TEST_F(DeviceTextureTest, FailuresAreReportedAndNotRetried) {
               "DEBUG: DDERR_OUTOFVIDEOMEMORY\nDEBUG: \n\nDEBUG: Attempting second method\n\n"
               "DEBUG: Second attempt failed to allocate Texture surface....Sorry!\n\n"
               "DEBUG: DDERR_OUTOFVIDEOMEMORY\nDEBUG: \n\n");
-    for (CTexture* made : {texture, target, lost}) FreeTexture(made);
+    for (CTexture* made : {texture, target, lost, large}) FreeTexture(made);
 }
 
 }  // namespace
