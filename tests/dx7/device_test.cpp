@@ -27,10 +27,11 @@ TEST_F(Dx7, FaultsFailTheNamedCallsTheGivenNumberOfTimes) {
     IDirectDrawSurface7* primary = Make(chain);
     IDirectDrawSurface7* plain = Make(Desc(DDSCAPS_OFFSCREENPLAIN, 8, 8));
     IDirect3DVertexBuffer7* buffer = MakeBuffer(D3DFVF_TLVERTEX, 4);
-    auto releasing = [](HRESULT result, IUnknown* made) {
-        if (made) made->Release();
-        return result;
-    };
+    // Calls that succeed the third time leave what they made or locked to be let go below.
+    IDirect3DDevice7* device = nullptr;
+    IDirectDrawSurface7* surface = nullptr;
+    DDSURFACEDESC2 small = Desc(DDSCAPS_OFFSCREENPLAIN, 4, 4), lock = Desc(0);
+    void* data = nullptr;
     DxFaults& faults = DxFaultSwitches();
     struct Case {
         const char* name;
@@ -52,36 +53,13 @@ TEST_F(Dx7, FaultsFailTheNamedCallsTheGivenNumberOfTimes) {
         {"displayModes", &faults.displayModes,
          [&] { return dd->SetDisplayMode(800, 600, 32, 0, 0); }, DDERR_UNSUPPORTEDMODE},
         {"createDevices", &faults.createDevices,
-         [&] {
-             IDirect3DDevice7* device = nullptr;
-             HRESULT r = d3d->CreateDevice(IID_IDirect3DHALDevice, primary, &device);
-             return releasing(r, device);
-         },
+         [&] { return d3d->CreateDevice(IID_IDirect3DHALDevice, primary, &device); },
          DDERR_INVALIDCAPS},
         {"createSurfaces", &faults.createSurfaces,
-         [&] {
-             DDSURFACEDESC2 desc = Desc(DDSCAPS_OFFSCREENPLAIN, 4, 4);
-             IDirectDrawSurface7* surface = nullptr;
-             HRESULT r = dd->CreateSurface(&desc, &surface, nullptr);
-             return releasing(r, surface);
-         },
-         DDERR_OUTOFVIDEOMEMORY},
-        {"surface locks", &faults.locks,
-         [&] {
-             DDSURFACEDESC2 desc{};
-             desc.dwSize = sizeof desc;
-             HRESULT r = plain->Lock(nullptr, &desc, DDLOCK_WAIT, nullptr);
-             if (SUCCEEDED(r)) plain->Unlock(nullptr);
-             return r;
-         },
+         [&] { return dd->CreateSurface(&small, &surface, nullptr); }, DDERR_OUTOFVIDEOMEMORY},
+        {"surface locks", &faults.locks, [&] { return plain->Lock(nullptr, &lock, 0, nullptr); },
          DDERR_SURFACELOST},
-        {"vertex buffer locks", &faults.locks,
-         [&] {
-             void* data = nullptr;
-             HRESULT r = buffer->Lock(DDLOCK_WAIT, &data, nullptr);
-             if (SUCCEEDED(r)) buffer->Unlock();
-             return r;
-         },
+        {"vertex buffer locks", &faults.locks, [&] { return buffer->Lock(0, &data, nullptr); },
          DDERR_SURFACELOST},
     };
     for (const Case& c : cases) {
@@ -92,6 +70,8 @@ TEST_F(Dx7, FaultsFailTheNamedCallsTheGivenNumberOfTimes) {
         EXPECT_EQ(*c.counter, 0);
         EXPECT_EQ(c.call(), DD_OK);
     }
+    if (device) device->Release();
+    if (surface) surface->Release();
 }
 
 TEST_F(Dx7, LostSurfacesStayLostUntilRestored) {
@@ -149,37 +129,6 @@ TEST_F(Dx7, CallsAreRecordedByTheirPublishedNames) {
               (std::vector<std::string>{expected[2], expected[3], expected[5]}));
 }
 
-TEST_F(Dx7, DeviceStartsWithThePublishedDefaults) {
-    IDirect3DDevice7* device = MakeDevice();
-    struct Expect {
-        DWORD stage;  // 8 for a render state
-        DWORD state;
-        DWORD value;
-    };
-    const Expect expected[] = {
-        {8, D3DRENDERSTATE_ZENABLE, 1},         {8, D3DRENDERSTATE_CULLMODE, D3DCULL_CCW},
-        {8, D3DRENDERSTATE_LIGHTING, 1},        {8, D3DRENDERSTATE_ZFUNC, D3DCMP_LESSEQUAL},
-        {8, D3DRENDERSTATE_SRCBLEND, 2},        {8, D3DRENDERSTATE_DESTBLEND, 1},
-        {0, D3DTSS_COLOROP, D3DTOP_MODULATE},   {1, D3DTSS_COLOROP, D3DTOP_DISABLE},
-        {0, D3DTSS_ALPHAOP, D3DTOP_SELECTARG1}, {3, D3DTSS_TEXCOORDINDEX, 3},
-        {7, D3DTSS_ADDRESSU, D3DTADDRESS_WRAP},
-    };
-    for (const Expect& e : expected) {
-        DWORD value = 0xDEAD;
-        if (e.stage == 8)
-            ASSERT_EQ(device->GetRenderState(D3DRENDERSTATETYPE(e.state), &value), D3D_OK);
-        else
-            ASSERT_EQ(
-                device->GetTextureStageState(e.stage, D3DTEXTURESTAGESTATETYPE(e.state), &value),
-                D3D_OK);
-        EXPECT_EQ(value, e.value) << "stage " << e.stage << " state " << e.state;
-    }
-    D3DMATRIX world{};
-    ASSERT_EQ(device->GetTransform(D3DTRANSFORMSTATE_WORLD, &world), D3D_OK);
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j) EXPECT_EQ(world.m[i][j], i == j ? 1.0f : 0.0f);
-}
-
 TEST_F(Dx7, ClearWithoutGlFillsTheTargetAndDepthInMemory) {
     IDirect3DDevice7* device = MakeDevice();
     D3DRECT area{2, 3, 4, 5};
@@ -230,22 +179,36 @@ TEST_F(Dx7, ProcessVerticesTransformsAndLightsAsPublished) {
     void* data = nullptr;
     ASSERT_EQ(source->Lock(0, &data, nullptr), D3D_OK);
     auto* in = static_cast<LitVertex*>(data);
-    in[0] = {1.0f, 1.0f, 0.0f, 0.0f, 0.0f, -1.0f, 0.25f, 0.75f};  // faces the light
-    in[1] = {1.0f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f};     // faces away
+    in[0] = {1.0f, -0.5f, 0.0f, 0.0f, 0.0f, -1.0f, 0.25f, 0.75f};  // faces the light
+    in[1] = {1.0f, -0.5f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f};     // faces away
     source->Unlock();
     ASSERT_EQ(target->ProcessVertices(D3DVOP_TRANSFORM | D3DVOP_LIGHT, 0, 2, source, 0, device, 0),
               D3D_OK);
     ASSERT_EQ(target->Lock(0, &data, nullptr), D3D_OK);
     const auto* out = static_cast<const TlVertex*>(data);
-    // x/w = y/w = 0.2 of the half viewport from its centre, y going down; z = (5 - 1) / 5 * 100/99.
+    // x/w = 0.2 and y/w = -0.1 of the half viewport from its centre, y going down;
+    // z = (5 - 1) / 5 * 100/99.
     EXPECT_NEAR(out[0].x, 32.0f * 1.2f, 1e-4);
-    EXPECT_NEAR(out[0].y, 24.0f * 0.8f, 1e-4);
+    EXPECT_NEAR(out[0].y, 24.0f * 1.1f, 1e-4);
     EXPECT_NEAR(out[0].z, 0.8f * 100.0f / 99.0f, 1e-5);
     EXPECT_NEAR(out[0].rhw, 0.2f, 1e-6);
     EXPECT_EQ(out[0].diffuse, 0xFF8040FFu);
     EXPECT_EQ(out[1].diffuse, 0xFF000000u);
     EXPECT_EQ(out[0].u, 0.25f);
     EXPECT_EQ(out[0].v, 0.75f);
+    target->Unlock();
+    // A point light 2 in front of the face, attenuated by 1 / (0.25 * 2): twice as bright.
+    light.dltType = D3DLIGHT_POINT;
+    light.dvPosition = {1.0f, -0.5f, 3.0f};
+    light.dvRange = 10.0f;
+    light.dvAttenuation1 = 0.25f;
+    device->SetLight(1, &light);
+    device->LightEnable(0, 0);
+    device->LightEnable(1, 1);
+    ASSERT_EQ(target->ProcessVertices(D3DVOP_TRANSFORM | D3DVOP_LIGHT, 0, 1, source, 0, device, 0),
+              D3D_OK);
+    ASSERT_EQ(target->Lock(0, &data, nullptr), D3D_OK);
+    EXPECT_EQ(static_cast<const TlVertex*>(data)->diffuse, 0xFFFF80FFu);
     target->Unlock();
     EXPECT_EQ(target->ProcessVertices(D3DVOP_TRANSFORM, 1, 2, source, 0, device, 0),
               DDERR_INVALIDPARAMS);
@@ -262,6 +225,11 @@ TEST_F(Dx7, DrawsOutsideTheirVerticesAreRefused) {
         HRESULT expected;
     };
     const Case cases[] = {
+        {"no buffer",
+         [&] {
+             return device->DrawIndexedPrimitiveVB(D3DPT_TRIANGLELIST, nullptr, 0, 3, inside, 3, 0);
+         },
+         DDERR_INVALIDPARAMS},
         {"buffer whole",
          [&] { return device->DrawPrimitiveVB(D3DPT_TRIANGLELIST, buffer, 3, 3, 0); }, D3D_OK},
         {"buffer past its end",
@@ -358,9 +326,19 @@ TEST_F(Dx7, DrawsThroughGlComeBackAtTheNextLock) {
     const TlVertex corner[3] = {{0, 0, 0.5f, 1, 0xFFFF0000u, 0, 0, 0},
                                 {64, 0, 0.5f, 1, 0xFFFF0000u, 0, 0, 0},
                                 {0, 64, 0.5f, 1, 0xFFFF0000u, 0, 0, 0}};
+    // From a vertex buffer, behind three vertices that would cover everything.
+    IDirect3DVertexBuffer7* buffer = MakeBuffer(D3DFVF_TLVERTEX, 6);
+    void* data = nullptr;
+    ASSERT_EQ(buffer->Lock(0, &data, nullptr), D3D_OK);
+    auto* vertices = static_cast<TlVertex*>(data);
+    for (int i = 0; i < 3; ++i)
+        vertices[i] = {
+            i == 1 ? 200.0f : -100, i == 2 ? 200.0f : -100, 0.5f, 1, 0xFF00FF00u, 0, 0, 0};
+    memcpy(vertices + 3, corner, sizeof corner);
+    buffer->Unlock();
+    WORD indices[3] = {0, 1, 2};
     ASSERT_EQ(device->BeginScene(), D3D_OK);
-    ASSERT_EQ(device->DrawPrimitive(D3DPT_TRIANGLELIST, D3DFVF_TLVERTEX,
-                                    const_cast<TlVertex*>(corner), 3, 0),
+    ASSERT_EQ(device->DrawIndexedPrimitiveVB(D3DPT_TRIANGLELIST, buffer, 3, 3, indices, 3, 0),
               D3D_OK);
     ASSERT_EQ(device->EndScene(), D3D_OK);
     IDirectDrawSurface7* target = nullptr;

@@ -81,6 +81,18 @@ protected:
         EXPECT_EQ(d3d->CreateVertexBuffer(&desc, &buffer, 0), D3D_OK);
         return Hold(buffer);
     }
+    static void Fill(IDirectDrawSurface7* surface, DWORD colour, RECT* rect = nullptr) {
+        DDBLTFX fx{};
+        fx.dwSize = sizeof fx;
+        fx.dwFillColor = colour;
+        ASSERT_EQ(surface->Blt(rect, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
+    }
+    // The next level of a mip chain, or null after the last.
+    IDirectDrawSurface7* NextLevel(IDirectDrawSurface7* level) {
+        DDSCAPS2 mip{DDSCAPS_TEXTURE | DDSCAPS_MIPMAP, 0, 0, 0};
+        IDirectDrawSurface7* next = nullptr;
+        return SUCCEEDED(level->GetAttachedSurface(&mip, &next)) ? Hold(next) : nullptr;
+    }
     static std::vector<uint32_t> Pixels(IDirectDrawSurface7* surface, int bytes) {
         DDSURFACEDESC2 desc{};
         desc.dwSize = sizeof desc;

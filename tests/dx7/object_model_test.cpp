@@ -1,5 +1,6 @@
 // The DirectDraw and Direct3D objects in record-only mode: drivers, surfaces, pixels, faults and
 // the call record.
+#include <algorithm>
 #include <string>
 
 #include "tests/dx7/dx7_fixture.h"
@@ -44,6 +45,16 @@ TEST_F(Dx7, StagedDriversAreEnumeratedAsStagedAndCreatedByGuid) {
     EXPECT_EQ(other->GetCaps(&caps, nullptr), DD_OK);
     EXPECT_EQ(caps.dwCaps & DDCAPS_3D, 0u);
     EXPECT_EQ(other->Release(), 0u);
+    auto count = [](LPDDSURFACEDESC2, LPVOID context) -> HRESULT {
+        ++*static_cast<int*>(context);
+        return DDENUMRET_OK;
+    };
+    DDSURFACEDESC2 sixteen = Desc(0);
+    sixteen.dwFlags = DDSD_PIXELFORMAT;
+    sixteen.ddpfPixelFormat.dwRGBBitCount = 16;
+    int modes = 0;
+    EXPECT_EQ(dd->EnumDisplayModes(0, &sixteen, &modes, count), DD_OK);
+    EXPECT_EQ(modes, 3);
     GUID unknown = {9, 9, 9, {9}};
     EXPECT_EQ(DirectDrawCreateEx(&unknown, &out, IID_IDirectDraw7, nullptr), DDERR_INVALIDPARAMS);
     DxStageAdapters(nullptr);
@@ -61,11 +72,8 @@ TEST_F(Dx7, FlipHandsTheBackBufferToThePresentHookAsArgb) {
     ASSERT_EQ(primary->GetAttachedSurface(&caps, &back), DD_OK);
     Hold(back);
 
-    DDBLTFX fx{};
-    fx.dwSize = sizeof fx;
-    fx.dwFillColor = 0xF800;  // pure red in 5-6-5
     RECT corner{10, 20, 11, 21};
-    ASSERT_EQ(back->Blt(&corner, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
+    Fill(back, 0xF800, &corner);  // pure red in 5-6-5
 
     struct Frame {
         DWORD width = 0, height = 0;
@@ -139,20 +147,23 @@ TEST_F(Dx7, BltConvertsBetweenRgbFormatsWithinTheNarrowerStep) {
     }
 }
 
-TEST_F(Dx7, MipChainIsWalkedLevelByLevelAndBuiltByBlt) {
+TEST_F(Dx7, MipChainsAreWalkedLevelByLevelBuiltByBltAndLoadedWhole) {
     DDSURFACEDESC2 desc = Desc(DDSCAPS_TEXTURE | DDSCAPS_MIPMAP | DDSCAPS_COMPLEX, 16, 8);
     desc.dwFlags |= DDSD_MIPMAPCOUNT | DDSD_PIXELFORMAT;
     desc.dwMipMapCount = 4;
     desc.ddpfPixelFormat = DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0);
-    IDirectDrawSurface7* level = Make(desc);
-    IDirectDrawSurface7* full = MakeRgb(16, 8, desc.ddpfPixelFormat);
-    DDBLTFX fx{};
-    fx.dwSize = sizeof fx;
-    fx.dwFillColor = 0x07E0;
-    ASSERT_EQ(full->Blt(nullptr, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
+    desc.ddsCaps.dwCaps |= DDSCAPS_SYSTEMMEMORY;
+    IDirectDrawSurface7* source = Make(desc);
+    desc.ddsCaps.dwCaps &= ~DWORD(DDSCAPS_SYSTEMMEMORY);
+    desc.ddsCaps.dwCaps2 = DDSCAPS2_TEXTUREMANAGE;
+    desc.ddpfPixelFormat = DxFourCcFormat(FOURCC_DXT1);
+    IDirectDrawSurface7* dest = Make(desc);
+    IDirectDrawSurface7* full = MakeRgb(16, 8, DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0));
 
+    // Each level is scaled down from the full-size surface, as the engine builds its chains.
     const DWORD sizes[][2] = {{16, 8}, {8, 4}, {4, 2}, {2, 1}};
-    DDSCAPS2 mip{DDSCAPS_TEXTURE | DDSCAPS_MIPMAP, 0, 0, 0};
+    const DWORD fills[] = {0xF800, 0x07E0, 0x001F, 0xFFFF};
+    IDirectDrawSurface7* level = source;
     for (int i = 0; i < 4; ++i) {
         SCOPED_TRACE(i);
         ASSERT_NE(level, nullptr);
@@ -162,59 +173,87 @@ TEST_F(Dx7, MipChainIsWalkedLevelByLevelAndBuiltByBlt) {
         EXPECT_EQ(got.dwWidth, sizes[i][0]);
         EXPECT_EQ(got.dwHeight, sizes[i][1]);
         EXPECT_EQ(got.dwMipMapCount, DWORD(4 - i));
+        Fill(full, fills[i]);
         ASSERT_EQ(level->Blt(nullptr, full, nullptr, DDBLT_WAIT, nullptr), DD_OK);
-        for (uint32_t pixel : Pixels(level, 2)) ASSERT_EQ(pixel, 0x07E0u);
-        IDirectDrawSurface7* next = nullptr;
-        HRESULT walked = level->GetAttachedSurface(&mip, &next);
-        EXPECT_EQ(walked, i < 3 ? DD_OK : DDERR_NOTFOUND);
-        level = next ? Hold(next) : nullptr;
+        for (uint32_t pixel : Pixels(level, 2)) ASSERT_EQ(pixel, fills[i]);
+        level = NextLevel(level);
     }
-}
+    EXPECT_EQ(level, nullptr);
 
-TEST_F(Dx7, LoadCopiesEveryLevelIntoACompressedChain) {
-    DDSURFACEDESC2 desc = Desc(DDSCAPS_TEXTURE | DDSCAPS_MIPMAP | DDSCAPS_COMPLEX, 8, 8);
-    desc.dwFlags |= DDSD_MIPMAPCOUNT | DDSD_PIXELFORMAT;
-    desc.dwMipMapCount = 3;
-    desc.ddpfPixelFormat = DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0);
-    desc.ddsCaps.dwCaps |= DDSCAPS_SYSTEMMEMORY;
-    IDirectDrawSurface7* source = Make(desc);
-    desc.ddsCaps.dwCaps &= ~DWORD(DDSCAPS_SYSTEMMEMORY);
-    desc.ddsCaps.dwCaps2 = DDSCAPS2_TEXTUREMANAGE;
-    desc.ddpfPixelFormat = DxFourCcFormat(FOURCC_DXT1);
-    IDirectDrawSurface7* dest = Make(desc);
-    const DWORD fills[] = {0xF800, 0x07E0, 0x001F};
-    const uint32_t argb[] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu};
-    DDSCAPS2 mip{DDSCAPS_TEXTURE | DDSCAPS_MIPMAP, 0, 0, 0};
-    IDirectDrawSurface7* level = source;
-    for (DWORD fill : fills) {
-        DDBLTFX fx{};
-        fx.dwSize = sizeof fx;
-        fx.dwFillColor = fill;
-        ASSERT_EQ(level->Blt(nullptr, nullptr, nullptr, DDBLT_COLORFILL, &fx), DD_OK);
-        IDirectDrawSurface7* next = nullptr;
-        level->GetAttachedSurface(&mip, &next);
-        level = next ? Hold(next) : nullptr;
-    }
+    // Load takes every level; DXT surfaces hold ARGB, shown by a copy back to 8-8-8-8.
     IDirect3DDevice7* device = MakeDevice();
     ASSERT_EQ(device->Load(dest, nullptr, source, nullptr, 0), D3D_OK);
-    // DXT surfaces hold ARGB and are never locked; a copy back to ARGB shows each level.
+    const uint32_t argb[] = {0xFFFF0000u, 0xFF00FF00u, 0xFF0000FFu, 0xFFFFFFFFu};
     level = dest;
-    for (uint32_t expected : argb) {
+    for (int i = 0; i < 4; ++i) {
         ASSERT_NE(level, nullptr);
-        DDSURFACEDESC2 got{};
-        got.dwSize = sizeof got;
-        level->GetSurfaceDesc(&got);
         IDirectDrawSurface7* copy =
-            MakeRgb(got.dwWidth, got.dwHeight, DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000));
+            MakeRgb(sizes[i][0], sizes[i][1], DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000));
         ASSERT_EQ(copy->Blt(nullptr, level, nullptr, DDBLT_WAIT, nullptr), DD_OK);
-        for (uint32_t pixel : Pixels(copy, 4)) ASSERT_EQ(pixel, expected);
-        IDirectDrawSurface7* next = nullptr;
-        level->GetAttachedSurface(&mip, &next);
-        level = next ? Hold(next) : nullptr;
+        for (uint32_t pixel : Pixels(copy, 4)) ASSERT_EQ(pixel, argb[i]) << "level " << i;
+        level = NextLevel(level);
     }
     DDSURFACEDESC2 lock{};
     lock.dwSize = sizeof lock;
     EXPECT_EQ(dest->Lock(nullptr, &lock, 0, nullptr), DDERR_UNSUPPORTEDFORMAT);
+}
+
+TEST_F(Dx7, SurfacesThatCannotBeMadeAreRefused) {
+    auto with = [](DWORD caps, DWORD width, DWORD height, DDPIXELFORMAT format) {
+        DDSURFACEDESC2 desc = Desc(caps, width, height);
+        if (format.dwFlags) desc.dwFlags |= DDSD_PIXELFORMAT;
+        desc.ddpfPixelFormat = format;
+        return desc;
+    };
+    DDSURFACEDESC2 deepMips = with(DDSCAPS_TEXTURE | DDSCAPS_MIPMAP | DDSCAPS_COMPLEX, 4, 4, {});
+    deepMips.dwFlags |= DDSD_MIPMAPCOUNT;
+    deepMips.dwMipMapCount = 4;
+    const DWORD plain = DDSCAPS_OFFSCREENPLAIN;
+    const struct {
+        const char* name;
+        DDSURFACEDESC2 desc;
+        HRESULT expected;
+    } cases[] = {
+        {"no size", Desc(plain), DDERR_INVALIDPARAMS},
+        {"no height", with(plain, 4, 0, {}), DDERR_INVALIDPARAMS},
+        {"too wide", with(plain, 16385, 1, {}), DDERR_INVALIDPARAMS},
+        {"no colour", with(plain, 4, 4, DxRgbFormat(16, 0, 0, 0, 0xF000)),
+         DDERR_INVALIDPIXELFORMAT},
+        {"broken mask", with(plain, 4, 4, DxRgbFormat(16, 0xF0F0, 0xF00, 0xF, 0)),
+         DDERR_INVALIDPIXELFORMAT},
+        {"unknown code",
+         with(DDSCAPS_TEXTURE, 4, 4, DxFourCcFormat(MAKEFOURCC('A', 'B', 'C', 'D'))),
+         DDERR_INVALIDPIXELFORMAT},
+        {"depth of no format", with(DDSCAPS_ZBUFFER, 4, 4, {}), DDERR_INVALIDPIXELFORMAT},
+        {"depth of colour", with(DDSCAPS_ZBUFFER, 4, 4, DxRgbFormat(16, 0xF800, 0x7E0, 0x1F, 0)),
+         DDERR_INVALIDPIXELFORMAT},
+        {"more levels than sizes", deepMips, DDERR_INVALIDPARAMS},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Make(c.desc, c.expected);
+    }
+
+    // Video memory runs out at the staged size; system memory does not count.
+    DxAdapterTable table = DxDescribeGlContext();
+    table.adapters[0].videoMemory = 64 * 64 * 4;
+    DxStageAdapters(&table);
+    void* out = nullptr;
+    ASSERT_EQ(DirectDrawCreateEx(nullptr, &out, IID_IDirectDraw7, nullptr), DD_OK);
+    std::swap(dd, *reinterpret_cast<IDirectDraw7**>(&out));
+    Hold(static_cast<IDirectDraw7*>(out));
+    DxStageAdapters(nullptr);
+    IDirectDrawSurface7* big = Make(with(DDSCAPS_VIDEOMEMORY, 64, 64, {}));
+    Make(with(DDSCAPS_VIDEOMEMORY, 1, 1, {}), DDERR_OUTOFVIDEOMEMORY);
+    Make(with(DDSCAPS_SYSTEMMEMORY, 1, 1, {}));
+    DDSCAPS2 caps{DDSCAPS_VIDEOMEMORY, 0, 0, 0};
+    DWORD total = 0, free = 1;
+    ASSERT_EQ(dd->GetAvailableVidMem(&caps, &total, &free), DD_OK);
+    EXPECT_EQ(free, 0u);
+    held.erase(std::find(held.begin(), held.end(), big));
+    big->Release();
+    ASSERT_EQ(dd->GetAvailableVidMem(&caps, &total, &free), DD_OK);
+    EXPECT_EQ(free, total);
 }
 
 }  // namespace
