@@ -170,8 +170,9 @@ void Light(const DxDrawState& state, const std::vector<PreparedLight>& lights, V
         diffuse.g += light.dcvDiffuse.g * lambert * factor;
         diffuse.b += light.dcvDiffuse.b * lambert * factor;
         if (withSpecular && lambert > 0) {
-            // The halfway vector as published: towards the camera, or along z for a far viewer.
-            Vec eye = localViewer ? Normalise(Scale(position, -1.0)) : Vec{0, 0, 1};
+            // The halfway vector as published: towards the camera, or back along z for a viewer
+            // at infinity.
+            Vec eye = localViewer ? Normalise(Scale(position, -1.0)) : Vec{0, 0, -1};
             Vec half = Normalise(Add(eye, toLight));
             double highlight = std::pow(std::max(0.0, Dot(normal, half)), double(material.dvPower));
             specular.r += light.dcvSpecular.r * highlight * factor;

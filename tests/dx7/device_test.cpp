@@ -166,10 +166,15 @@ TEST_F(Dx7, ProcessVerticesTransformsAndLightsAsPublished) {
     device->SetTransform(D3DTRANSFORMSTATE_PROJECTION, &projection);
     D3DMATERIAL7 material{};
     material.dcvDiffuse = {0.5f, 0.25f, 1.0f, 1.0f};
+    material.dcvSpecular = {1.0f, 1.0f, 1.0f, 1.0f};
+    material.dvPower = 10.0f;
     device->SetMaterial(&material);
+    device->SetRenderState(D3DRENDERSTATE_SPECULARENABLE, 1);
+    device->SetRenderState(D3DRENDERSTATE_LOCALVIEWER, 0);
     D3DLIGHT7 light{};
     light.dltType = D3DLIGHT_DIRECTIONAL;
     light.dcvDiffuse = {1.0f, 1.0f, 1.0f, 1.0f};
+    light.dcvSpecular = {0.5f, 0.5f, 0.5f, 1.0f};
     light.dvDirection = {0.0f, 0.0f, 1.0f};
     device->SetLight(0, &light);
     device->LightEnable(0, 1);
@@ -194,6 +199,8 @@ TEST_F(Dx7, ProcessVerticesTransformsAndLightsAsPublished) {
     EXPECT_NEAR(out[0].rhw, 0.2f, 1e-6);
     EXPECT_EQ(out[0].diffuse, 0xFF8040FFu);
     EXPECT_EQ(out[1].diffuse, 0xFF000000u);
+    EXPECT_EQ(out[0].specular, 0xFF808080u);  // the viewer along the light: a full highlight
+    EXPECT_EQ(out[1].specular, 0xFF000000u);
     EXPECT_EQ(out[0].u, 0.25f);
     EXPECT_EQ(out[0].v, 0.75f);
     target->Unlock();
@@ -203,6 +210,8 @@ TEST_F(Dx7, ProcessVerticesTransformsAndLightsAsPublished) {
     light.dvRange = 10.0f;
     light.dvAttenuation1 = 0.25f;
     device->SetLight(1, &light);
+    ASSERT_EQ(device->GetMaterial(&material), D3D_OK);
+    EXPECT_EQ(material.dcvDiffuse.g, 0.25f);
     device->LightEnable(0, 0);
     device->LightEnable(1, 1);
     ASSERT_EQ(target->ProcessVertices(D3DVOP_TRANSFORM | D3DVOP_LIGHT, 0, 1, source, 0, device, 0),
