@@ -291,31 +291,43 @@ TEST_F(GlBackendTest, CullingFollowsTheWindingOnScreen) {
     }
 }
 
-TEST_F(GlBackendTest, DirectionalLightOnAFlatFace) {
+TEST_F(GlBackendTest, LightsOnAFlatFace) {
     DWORD* rs = state.renderStates;
     rs[D3DRENDERSTATE_LIGHTING] = 1;
     rs[D3DRENDERSTATE_ZENABLE] = 0;
     state.stageStates[0][D3DTSS_COLOROP] = D3DTOP_SELECTARG2;
     state.material.dcvDiffuse = {1, 0.5f, 0.25f, 1};
     state.material.dcvAmbient = {1, 1, 1, 1};
+    state.material.dcvSpecular = {0, 0, 1, 1};
     DxLightSlot& slot = state.lights[3];
     slot = {D3DLIGHT7{}, true, true};
-    slot.light.dltType = D3DLIGHT_DIRECTIONAL;
-    slot.light.dcvDiffuse = {1, 1, 1, 1};
-    // The face looks at the camera (-z); the light's direction points away from the light.
+    slot.light.dcvDiffuse = slot.light.dcvSpecular = {1, 1, 1, 1};
+    slot.light.dvAttenuation0 = 1;
+    // The face looks at the camera (-z); a direction points away from the light. A point light
+    // lights the corners, sqrt(3) away, and the centre is their blend.
     const float s = std::sqrt(0.75f);
     const struct {
-        D3DVECTOR direction;
+        D3DLIGHTTYPE type;
+        D3DVECTOR vector;  // direction or position
+        float attenuation1, range, power;
         DWORD ambient;
         uint32_t colour;
     } cases[] = {
-        {{0, 0, 1}, 0, 0xFF8040},
-        {{0, s, 0.5f}, 0, 0x804020},
-        {{0, 0, -1}, 0x202020, 0x202020},
-        {{0, 0, 1}, 0x202020, 0xFFA060},
+        {D3DLIGHT_DIRECTIONAL, {0, 0, 1}, 0, 0, 0, 0, 0xFF8040},
+        {D3DLIGHT_DIRECTIONAL, {0, s, 0.5f}, 0, 0, 0, 0, 0x804020},
+        {D3DLIGHT_DIRECTIONAL, {0, 0, -1}, 0, 0, 0, 0x202020, 0x202020},
+        {D3DLIGHT_DIRECTIONAL, {0, 0, 1}, 0, 0, 0, 0x202020, 0xFFA060},
+        {D3DLIGHT_DIRECTIONAL, {0, 0, 1}, 0, 0, 4, 0, 0xFF80FF},
+        {D3DLIGHT_POINT, {0, 0, -0.5f}, 1, 10, 0, 0, 0x361B0D},
+        {D3DLIGHT_POINT, {0, 0, -0.5f}, 1, 1.7f, 0, 0, 0},
     };
     for (const auto& c : cases) {
-        slot.light.dvDirection = c.direction;
+        slot.light.dltType = c.type;
+        slot.light.dvDirection = slot.light.dvPosition = c.vector;
+        slot.light.dvAttenuation1 = c.attenuation1;
+        slot.light.dvRange = c.range;
+        state.material.dvPower = c.power;
+        rs[D3DRENDERSTATE_SPECULARENABLE] = c.power > 0;
         rs[D3DRENDERSTATE_AMBIENT] = c.ambient;
         const Vertex v[4] = {{-1, 1, 0.5f, 0, 0, -1, 0},
                              {1, 1, 0.5f, 0, 0, -1, 0},
