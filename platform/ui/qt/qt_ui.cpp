@@ -122,7 +122,19 @@ public:
         setFocusPolicy(Qt::StrongFocus);
     }
 
+    // The display layer's last present, painted over the whole client area until the next.
+    void ShowFrame(QImage image) {
+        frame = std::move(image);
+        update();
+    }
+
 protected:
+    void paintEvent(QPaintEvent*) override {
+        if (frame.isNull()) return;
+        QPainter painter(this);
+        painter.drawImage(rect(), frame);
+    }
+
     void Post(UINT message, WPARAM wParam, LPARAM lParam) {
         PostMessageA(Handle(id), message, wParam, lParam);
     }
@@ -154,6 +166,9 @@ protected:
     void resizeEvent(QResizeEvent* event) override {
         Post(WM_SIZE, 0, PointParameter(event->size().width(), event->size().height()));
     }
+
+private:
+    QImage frame;
 };
 
 // The end alone, where the cursor leaves a long path, rarely tells one map from another: while
@@ -380,6 +395,15 @@ void QtUi::CreateTopWindow(WindowId id, const char* title, int x, int y, int wid
     window->resize(std::max(width, 1), std::max(height, 1));
     window->move(x, y);
     windows[id] = {window, ControlKind::Static, false, 0};
+}
+
+bool QtUi::ShowFrame(HWND window, QImage frame) {
+    auto found = windows.find(WindowId(reinterpret_cast<uintptr_t>(window)));
+    if (found == windows.end() || found->second.isControl) return false;
+    auto* top = dynamic_cast<TopWindow*>(found->second.widget.data());
+    if (!top) return false;
+    top->ShowFrame(std::move(frame));
+    return true;
 }
 
 void QtUi::DestroyNativeWindow(WindowId id) {

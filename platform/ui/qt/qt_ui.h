@@ -3,6 +3,7 @@
 // so the program sees the same stream as under any other window system.
 #pragma once
 
+#include <QImage>
 #include <QPointer>
 #include <QString>
 #include <map>
@@ -30,6 +31,8 @@ public:
 
     // The widget behind a handle, or null; controls are named "control<id>" in their dialog.
     QWidget* Widget(HWND window) const;
+    // Paints frame over the top window's client area until the next; false for another handle.
+    bool ShowFrame(HWND window, QImage frame);
 
     // UiBackend
     void CreateDialogWindow(WindowId dialogId, const DialogTemplate& dialog,
