@@ -14,6 +14,7 @@
 #include "platform/dx7/d3d7.h"
 #include "platform/dx7/gl/gl_backend.h"
 #include "platform/dx7/surface_store.h"
+#include "platform/dx7/vertex_layout.h"
 
 // ---- call record -------------------------------------------------------------------------------
 
@@ -103,20 +104,6 @@ bool DxSameFormat(const DDPIXELFORMAT& a, const DDPIXELFORMAT& b);
 bool DxModeFormat(DWORD bitsPerPixel, DDPIXELFORMAT& out);
 // The DDBD_ bit of a bit depth, 0 for one without.
 DWORD DxBitDepthFlag(DWORD bits);
-
-// ---- flexible vertex formats -------------------------------------------------------------------
-
-struct DxVertexLayout {
-    DWORD size;
-    bool rhw;    // pre-transformed: x, y, z, rhw
-    int normal;  // byte offsets, -1 where absent
-    int diffuse;
-    int specular;
-    int texCount;
-    int texOffset[8];
-    int texFloats[8];
-};
-bool DxLayoutVertex(DWORD fvf, DxVertexLayout& out);
 
 // ---- objects -----------------------------------------------------------------------------------
 

@@ -27,6 +27,7 @@
 #include "platform/dx7/gl/gl_pixels.h"
 #include "platform/dx7/gl/gl_shader.h"
 #include "platform/dx7/gl_context.h"
+#include "platform/dx7/vertex_layout.h"
 
 namespace {
 
@@ -67,49 +68,6 @@ struct Program {
     bool loaded = false;
     float last[DxGlUCount * 4];
 };
-
-struct VertexLayout {
-    DWORD stride = 0;
-    int positionSize = 3;
-    DWORD normal = 0, diffuse = 0, specular = 0;
-    DWORD tex[DxMaxStages] = {};
-    int texSize[DxMaxStages] = {};
-};
-
-bool MakeLayout(DWORD fvf, VertexLayout& layout) {
-    DWORD position = fvf & D3DFVF_POSITION_MASK;
-    if (position == 0) return false;
-    DWORD offset = 12;
-    if (position == D3DFVF_XYZRHW) {
-        layout.positionSize = 4;
-        offset = 16;
-    } else if (position != D3DFVF_XYZ) {
-        offset = 12 + 4 * ((position - D3DFVF_XYZRHW) / 2);  // XYZB1..XYZB5: blend weights
-    }
-    if (fvf & D3DFVF_NORMAL) {
-        layout.normal = offset;
-        offset += 12;
-    }
-    if (fvf & D3DFVF_RESERVED1) offset += 4;  // the reserved DWORD of D3DLVERTEX
-    if (fvf & D3DFVF_DIFFUSE) {
-        layout.diffuse = offset;
-        offset += 4;
-    }
-    if (fvf & D3DFVF_SPECULAR) {
-        layout.specular = offset;
-        offset += 4;
-    }
-    DWORD sets = (fvf & D3DFVF_TEXCOUNT_MASK) >> D3DFVF_TEXCOUNT_SHIFT;
-    if (sets > DxMaxStages) return false;
-    static const int sizes[4] = {2, 3, 4, 1};
-    for (DWORD i = 0; i < sets; ++i) {
-        layout.tex[i] = offset;
-        layout.texSize[i] = sizes[(fvf >> (16 + 2 * i)) & 3];
-        offset += 4 * layout.texSize[i];
-    }
-    layout.stride = offset;
-    return true;
-}
 
 float FloatBits(DWORD value) {
     float f;
@@ -215,7 +173,7 @@ private:
     void BindStages(const DxDrawState& state, const DxGlShaderKey& key);
     void ApplyRaster(const Raster& raster);
     void LoadUniforms(const DxDrawState& state, const DxGlShaderKey& key, Program& program);
-    void SetAttributes(const VertexLayout& layout, const DxGlShaderKey& key, const uint8_t* base);
+    void SetAttributes(const DxVertexLayout& layout, const DxGlShaderKey& key, const uint8_t* base);
     void CheckErrors(const char* where);
     void Warn(const std::string& text);
 
@@ -604,11 +562,11 @@ void GlBackend::LoadUniforms(const DxDrawState& state, const DxGlShaderKey& key,
     p.loaded = true;
 }
 
-void GlBackend::SetAttributes(const VertexLayout& layout, const DxGlShaderKey& key,
+void GlBackend::SetAttributes(const DxVertexLayout& layout, const DxGlShaderKey& key,
                               const uint8_t* base) {
     unsigned wanted = 1u << DxGlAttribPosition;
-    GLsizei stride = GLsizei(layout.stride);
-    glVertexAttribPointer(DxGlAttribPosition, layout.positionSize, GL_FLOAT, GL_FALSE, stride,
+    GLsizei stride = GLsizei(layout.size);
+    glVertexAttribPointer(DxGlAttribPosition, layout.rhw ? 4 : 3, GL_FLOAT, GL_FALSE, stride,
                           base);
     if (key.normal) {
         wanted |= 1u << DxGlAttribNormal;
@@ -627,8 +585,8 @@ void GlBackend::SetAttributes(const VertexLayout& layout, const DxGlShaderKey& k
     }
     for (int i = 0; i < key.texSets; ++i) {
         wanted |= 1u << (DxGlAttribTex0 + i);
-        glVertexAttribPointer(GLuint(DxGlAttribTex0 + i), layout.texSize[i], GL_FLOAT, GL_FALSE,
-                              stride, base + layout.tex[i]);
+        glVertexAttribPointer(GLuint(DxGlAttribTex0 + i), layout.texFloats[i], GL_FLOAT,
+                              GL_FALSE, stride, base + layout.texOffset[i]);
     }
     for (unsigned i = 0, change = wanted ^ enabledAttributes; change >> i; ++i) {
         if (!(change >> i & 1)) continue;
@@ -646,9 +604,9 @@ void GlBackend::Draw(const DxDrawState& state, const DxPrimitive& primitive) {
     if (!state.target || !primitive.vertices || primitive.vertexCount == 0) return;
     if (primitive.type < D3DPT_POINTLIST || primitive.type > D3DPT_TRIANGLEFAN) return;
     if (primitive.indices && primitive.indexCount == 0) return;
-    VertexLayout layout;
+    DxVertexLayout layout;
     DxGlShaderKey key;
-    if (!MakeLayout(primitive.fvf, layout) || !DxMakeShaderKey(state, primitive.fvf, key)) return;
+    if (!DxLayoutVertex(primitive.fvf, layout) || !DxMakeShaderKey(state, primitive.fvf, key)) return;
     WORD lowest = 0xFFFF, highest = 0;
     if (primitive.indices) {
         for (DWORD i = 0; i < primitive.indexCount; ++i) {
