@@ -190,7 +190,7 @@ public:
     DrawGroup* drawGroups;
     uint32_t* renderVertexSource;
     float** renderVertexUV[2];
-    MeshVertexFormat* vertexFormat;
+    const MeshVertexFormat* vertexFormat;
     uint32_t ownership;         // MeshOwnership
     uint8_t* colours;           // red, green, blue per vertex, or null
     uint32_t* speculars;        // packed colour per vertex, or null
