@@ -6,6 +6,7 @@
 #include "base/diagnostics.h"
 #include "base/memory.h"
 #include "engine/render/renderer.h"
+#include "engine/render/transparency.h"
 #include "engine/render/vertex_pool.h"
 #include "engine/texture/texture.h"
 
@@ -15,19 +16,6 @@ constexpr int32_t VerticesPerTriangle = 3;
 constexpr size_t TriangleBytes = VerticesPerTriangle * sizeof(PolyVertex);
 constexpr int32_t PolyBufferKind = 1;
 constexpr int32_t MaxTriangles = int32_t(D3DMAXNUMVERTICES / VerticesPerTriangle);
-
-// The blending of the transparency flush: additive wins over multiplying, else plain alpha.
-void SelectBlend(CRenderer* renderer, uint32_t textureFlags) {
-    DWORD source = D3DBLEND_SRCALPHA, dest = D3DBLEND_INVSRCALPHA;
-    if (textureFlags & TextureFlagAdd) {
-        source = dest = D3DBLEND_ONE;
-    } else if (textureFlags & TextureFlagMultiply) {
-        source = D3DBLEND_ZERO;
-        dest = D3DBLEND_SRCCOLOR;
-    }
-    renderer->SetRenderState(D3DRENDERSTATE_SRCBLEND, source);
-    renderer->SetRenderState(D3DRENDERSTATE_DESTBLEND, dest);
-}
 
 }  // namespace
 
@@ -159,7 +147,7 @@ void CRenderer::RenderPolyBuffer(CPolyBuffer* buffer) {
         SetRenderState(D3DRENDERSTATE_ZENABLE, (buffer->flags & PolyBufferNoDepthTest) ? 0 : 1);
         const bool alpha = texture && (texture->flags & TextureFlagAlpha);
         if (alpha) {
-            SelectBlend(this, texture->flags);
+            SetBlendFromTexture(this, texture->flags);
             SetAlphaMode(true);
         }
         ApplyState();

@@ -19,8 +19,10 @@ class CTexture;
 class CMultiMesh;
 class CPolyBuffer;
 class CRendererConfig;
+class CViewport;
 struct VertexBufferPool;
 struct VertexBufferInfo;
+struct TransparencyCache;
 
 enum RendererOpenFlags : uint32_t {
     OpenWindowed = 1,
@@ -111,6 +113,11 @@ public:
     // Works out the window rectangle around the client size, centred on the screen, into
     // windowRect and windowStyle; false if it cannot fit even without a frame.
     bool FitWindow();
+
+    // A viewport of the device (viewport.cpp): on a 3D device the device's viewport is set to
+    // the rectangle; on a software device it gets its surface and depth words.
+    CViewport* CreateViewport(int32_t left, int32_t top, int32_t width, int32_t height);
+    void DestroyViewport(CViewport* viewport);
 
     bool Has3D() const { return (openFlags & Open3D) != 0; }
     bool IsWindowed() const { return (openFlags & OpenWindowed) != 0; }
@@ -228,6 +235,7 @@ public:
     LPDIRECT3DVERTEXBUFFER7 decalTarget;
     LPDIRECT3DVERTEXBUFFER7 decalQuads;
     uint16_t* decalQuadIndices;  // 384 entries
+    TransparencyCache* transparency;  // the depth-binned cache and the alpha batches
 
     // The state cache: requested and applied values, dirty masks.
     uint32_t appliedRenderStates[RenderStateCount];

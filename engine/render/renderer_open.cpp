@@ -5,6 +5,7 @@
 #include "base/memory.h"
 #include "engine/render/renderer.h"
 #include "engine/render/renderer_config.h"
+#include "engine/render/transparency.h"
 #include "engine/render/vertex_pool.h"
 #include "engine/texture/device_texture.h"
 #include "engine/texture/texture.h"
@@ -192,6 +193,7 @@ CRenderer::CRenderer()
       decalTarget(nullptr),
       decalQuads(nullptr),
       decalQuadIndices(nullptr),
+      transparency(nullptr),
       currentConfig(nullptr),
       nextOpen(nullptr) {
     ResetStateCache();
@@ -213,14 +215,13 @@ CRenderer::~CRenderer() {
     Sleep(1000);
 
     DestroyAllPools(this);
+    ReleaseTransparency(this);  // before the first batch's buffers go
     ReleaseFixedBuffers(this);
     FreeAllDeviceTextures();
     while (TextureFormatRecord* record = textureFormats) {
         textureFormats = record->next;
         DELETE(record);
     }
-    // Further alpha batches and the transparency cache go here once the transparency queue
-    // exists; the first batch went with the fixed buffers.
 
     if (Has3D() && directDraw) {
         directDraw->RestoreDisplayMode();
@@ -446,7 +447,7 @@ static bool OpenSteps(CRenderer* renderer) {
     renderer->SetRenderState(D3DRENDERSTATE_SRCBLEND, D3DBLEND_SRCALPHA);
     renderer->SetRenderState(D3DRENDERSTATE_DESTBLEND, D3DBLEND_INVSRCALPHA);
     renderer->SetRenderState(D3DRENDERSTATE_DITHERENABLE, 1);
-    if (!CreateFixedBuffers(renderer)) return false;
+    if (!CreateFixedBuffers(renderer) || !CreateTransparency(renderer)) return false;
     renderer->EnumerateTextureFormats();
     D3DMATERIAL7 material;
     std::memset(&material, 0, sizeof material);
