@@ -1,13 +1,14 @@
 #include "base/memory.h"
 #include "engine/mesh/mesh.h"
+#include "engine/mesh/render_vertices.h"
 
 // A clone that only borrowed the buffer frees its own draw groups and nothing else.
 void CMesh::ReleaseDeviceForm() {
     if (vertexBuffer) {
         if (drawGroups) FREE(drawGroups);
         if (ownership & MeshOwnsDeviceForm) {
-            // Giving the sub-allocation back to its pool comes with the vertex buffer pools; until
-            // they land no mesh builds a buffer of its own.
+            // Only the renderer makes runs, and it installs the hook before the first.
+            if (MeshFreeVertices) MeshFreeVertices(vertexBuffer);
             if (indices) FREE(indices);
             if (renderVertexSource) FREE(renderVertexSource);
             if (renderVertexUV[0]) FREE(renderVertexUV[0]);

@@ -4,6 +4,7 @@
 #include "base/memory.h"
 #include "engine/mesh/draw_group.h"
 #include "engine/mesh/mesh_animation.h"
+#include "engine/mesh/render_vertices.h"
 #include "engine/scene/render_list.h"
 #include "engine/scene/visibility.h"
 
@@ -171,8 +172,10 @@ void CMesh::CountContents(uint32_t* frames, uint32_t* faceTotal, uint32_t* verte
     CEntity::CountContents(frames, faceTotal, vertexTotal, groups, textures);
 }
 
-// The mesh pipeline files the draws; until it lands there is nothing to file them with.
-void CMesh::Render(CRenderContext* /*context*/) {}
+// The renderer files the draws; without one open there is nothing to draw with.
+void CMesh::Render(CRenderContext* context) {
+    if (MeshRender) MeshRender(this, context);
+}
 
 void CMesh::Collect(RenderList* list, uint8_t parentValid) {
     if (meshFlags & MeshFlagSkipCollect) return;
