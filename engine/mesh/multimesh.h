@@ -80,9 +80,9 @@ public:
     void CalculateBox();
     void Finalise();
     void BuildStrips();
-    // The queue's frustum test; sets culled. planes: left, right, bottom, top, near, as normal
-    // and distance, with n . p + d > 0 outside.
-    void TestFrustum(const float planes[5][4]);
+    // The queue's frustum test; sets culled. planes: outward left, right, bottom, top, near,
+    // with n . p + offset > 0 outside; null planes cull nothing.
+    void TestFrustum(const Vector* planes, const float* planeOffsets);
 
     float* positionX;
     float* positionY;

@@ -30,8 +30,11 @@ public:
     CMultiMeshRenderer& operator=(const CMultiMeshRenderer&) = delete;
 
     // The frame's view, copied for the frame; viewport is the caller's and is not read here.
+    // planes, planeOffsets: the five outward world planes (left, right, bottom, top, near) that
+    // a multi-mesh's Collect tests against; they must stay valid for the frame, null for none.
     void StartFrame(void* viewport, CRenderer* renderer, const Matrix& view, float frameWidth,
-                    float frameHeight, float nearDistance);
+                    float frameHeight, float near, const Vector* planes,
+                    const float* planeOffsets);
     void EndFrame() {}
     void QueueMultiMesh(CMultiMesh* mesh);
     void FlushMultiMeshQueue();
@@ -47,6 +50,8 @@ public:
     float width = 0.0f;
     float height = 0.0f;
     float nearDistance = 0.0f;
+    const Vector* planes = nullptr;
+    const float* planeOffsets = nullptr;
 
 private:
     void Append(const MultiMeshQueueEntry& entry);
