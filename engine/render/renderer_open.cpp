@@ -3,6 +3,7 @@
 
 #include "base/diagnostics.h"
 #include "base/memory.h"
+#include "engine/render/mesh_renderer.h"
 #include "engine/render/renderer.h"
 #include "engine/render/renderer_config.h"
 #include "engine/render/transparency.h"
@@ -511,7 +512,7 @@ CRenderer* FirstOpenDevice() {
 }
 
 void CloseVelmora() {
-    // The pick scratch array and the two render queues (CMultiMeshRenderer, CMeshRenderer) are
-    // freed here, in that order, once they exist.
+    // The pick scratch array and the multi-mesh queue go first here once they exist.
+    CloseMeshRenderer();
     LogTexturesStillAllocated();
 }
