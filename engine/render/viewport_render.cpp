@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "base/diagnostics.h"
+#include "engine/render/mesh_renderer.h"
+#include "engine/render/multimesh_renderer.h"
 #include "engine/render/poly_buffer.h"
 #include "engine/render/renderer.h"
 #include "engine/render/transparency.h"
@@ -59,11 +61,20 @@ void SetFog(CRenderer* renderer) {
 
 }  // namespace
 
+// The queues copy the view; the planes are read through pointers for the whole frame.
 void CViewport::StartFrame(CCamera* camera) {
     context = CRenderContext{camera, device, this};
+    const MeshFrameView view{viewMatrix, width,       height,           near,
+                             focal,      worldPlanes, worldPlaneOffsets};
+    MeshRenderer().StartFrame(this, device, view);
+    MultiMeshQueue().StartFrame(this, device, viewMatrix, float(width), float(height), near,
+                                worldPlanes, worldPlaneOffsets);
 }
 
-void CViewport::EndFrame() {}
+void CViewport::EndFrame() {
+    MeshRenderer().EndFrame();
+    MultiMeshQueue().EndFrame();
+}
 
 // Device light numbers are dense: the lights that are on take 0, 1, ... in slot order, and the
 // numbers behind them that an earlier frame may have used are switched off.
@@ -97,6 +108,8 @@ void CViewport::DrawLayers(CCamera* camera, CScene* scene, D3DMATRIX& projection
         BeginTransparency(device, camera);
         RenderEntries(layerLists[layer], &context);
         // Decal chains join here once the decal renderer exists.
+        MultiMeshQueue().FlushMultiMeshQueue();
+        MeshRenderer().FlushOpaqueQueue();
         FlushTransparency(device);
         for (CPolyBuffer* buffer : polyBuffers)
             if (buffer && buffer->layer == layer) device->RenderPolyBuffer(buffer);
