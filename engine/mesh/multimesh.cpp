@@ -157,8 +157,7 @@ void CMultiMesh::TestFrustum(const Vector* planes, const float* planeOffsets) {
     // The box corner farthest towards -n: if even that lies outside, all of it does.
     for (int plane = 0; plane < 4; ++plane) {
         const Vector& n = planes[plane];
-        const Vector corner = {n.x <= 0.0f ? boxMax.x : boxMin.x,
-                               n.y > 0.0f ? boxMin.y : boxMax.y,
+        const Vector corner = {n.x <= 0.0f ? boxMax.x : boxMin.x, n.y > 0.0f ? boxMin.y : boxMax.y,
                                n.z > 0.0f ? boxMin.z : boxMax.z};
         if (distance(plane, corner) > 0.0) {
             culled = 1;
@@ -174,21 +173,20 @@ struct StripFace {
 };
 
 // Whether an unused face holds the directed edge from -> to.
-bool HoldsEdge(const std::vector<StripFace>& faces, const std::vector<uint8_t>& used,
-               uint16_t from, uint16_t to) {
+bool HoldsEdge(const std::vector<StripFace>& faces, const std::vector<uint8_t>& used, uint16_t from,
+               uint16_t to) {
     for (size_t i = 0; i < faces.size(); ++i) {
         if (used[i]) continue;
         const StripFace& f = faces[i];
-        if ((f.a == from && f.b == to) || (f.b == from && f.c == to) ||
-            (f.c == from && f.a == to))
+        if ((f.a == from && f.b == to) || (f.b == from && f.c == to) || (f.c == from && f.a == to))
             return true;
     }
     return false;
 }
 
 // A face with one joined edge makes the best start; the strip leaves through that edge.
-int StripScore(const std::vector<StripFace>& faces, const std::vector<uint8_t>& used,
-               size_t face, int parity, uint16_t out[3]) {
+int StripScore(const std::vector<StripFace>& faces, const std::vector<uint8_t>& used, size_t face,
+               int parity, uint16_t out[3]) {
     const StripFace& f = faces[face];
     const uint16_t edges[3][2] = {{f.b, f.c}, {f.c, f.a}, {f.a, f.b}};
     int mask = 0;

@@ -25,11 +25,11 @@ enum MultiMeshLayout : uint32_t {
 };
 
 struct MultiDrawGroup {
-    Matrix* world;  // the mesh's worldMatrix
+    Matrix* world;         // the mesh's worldMatrix
     uint32_t firstVertex;  // absolute in the pool's buffer once built
     uint32_t vertexSpan;
     uint32_t indexCount;
-    uint32_t material;  // the group's first face, which picks its textures in stageTextures
+    uint32_t material;       // the group's first face, which picks its textures in stageTextures
     uint16_t* groupIndices;  // relative to firstVertex
 };
 
@@ -71,8 +71,8 @@ public:
     void SetStageSettings(int32_t stage, const uint32_t* block);  // not owned
     void GetStageSettings(int32_t stage, uint32_t* out) const;    // seven words
     void SetStageCoordinates(int32_t stage, uint8_t set);
-    void SetFirstStage(int32_t value);  // fatal below 0 or at stageCount and above
-    void SetPassStages(int32_t value);  // fatal above stageCount
+    void SetFirstStage(int32_t value);                   // fatal below 0 or at stageCount and above
+    void SetPassStages(int32_t value);                   // fatal above stageCount
     const uint32_t* StageSettings(int32_t stage) const;  // the block, or the default one
 
     void RestoreVertices();  // the lost buffer from vertexCopy

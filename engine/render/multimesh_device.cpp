@@ -168,9 +168,8 @@ void CMultiMesh::BuildFromMesh(CMesh* mesh, int32_t stages, int32_t coordinateSe
     const uint32_t faceCount = mesh->faces[0] ? mesh->faceCount[0] : 0;
     auto* indices = static_cast<uint16_t*>(MALLOC((size_t(faceCount) * 3 + 1) * sizeof(uint16_t)));
     if (!indices) return;
-    RenderVertexList list =
-        BuildRenderVertices(mesh->vertexCount, mesh->vertices, mesh->faceCount, mesh->faces,
-                            faceCount ? indices : nullptr);
+    RenderVertexList list = BuildRenderVertices(mesh->vertexCount, mesh->vertices, mesh->faceCount,
+                                                mesh->faces, faceCount ? indices : nullptr);
     const bool twoLayers = mesh->faces[1] && mesh->faceCount[1] == faceCount && stages > 1;
 
     Allocate(list.count, faceCount, stages, coordinateSets);
@@ -241,8 +240,8 @@ void CMultiMesh::BuildGroups() {
         const auto [low, high] = std::minmax_element(indices, indices + count);
         const uint16_t lowest = *low;
         for (uint32_t i = 0; i < count; ++i) indices[i] = uint16_t(indices[i] - lowest);
-        multiGroups[multiGroupCount++] = {&worldMatrix, start + lowest,
-                                          uint32_t(*high - lowest) + 1, count, face, indices};
+        multiGroups[multiGroupCount++] = {
+            &worldMatrix, start + lowest, uint32_t(*high - lowest) + 1, count, face, indices};
         face = end;
     }
 }
@@ -266,7 +265,9 @@ CMultiMesh* CMultiMesh::Clone(CEntity* parentEntity, uint32_t /*flags*/) {
     return copy;
 }
 
-void CMultiMesh::Render(CRenderContext* /*context*/) { MultiMeshQueue().QueueMultiMesh(this); }
+void CMultiMesh::Render(CRenderContext* /*context*/) {
+    MultiMeshQueue().QueueMultiMesh(this);
+}
 
 void CMultiMesh::Collect(RenderList* list, uint8_t /*parentValid*/) {
     const CMultiMeshRenderer& queue = MultiMeshQueue();

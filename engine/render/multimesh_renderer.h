@@ -33,8 +33,7 @@ public:
     // planes, planeOffsets: the five outward world planes (left, right, bottom, top, near) that
     // a multi-mesh's Collect tests against; they must stay valid for the frame, null for none.
     void StartFrame(void* viewport, CRenderer* renderer, const Matrix& view, float frameWidth,
-                    float frameHeight, float near, const Vector* planes,
-                    const float* planeOffsets);
+                    float frameHeight, float near, const Vector* planes, const float* planeOffsets);
     void EndFrame() {}
     void QueueMultiMesh(CMultiMesh* mesh);
     void FlushMultiMeshQueue();

@@ -93,9 +93,9 @@ void LoadIfNeeded(CRenderer* renderer, CTexture* texture) {
 void DrawEntry(CRenderer* renderer, const TransparentEntry& entry, const Matrix& world) {
     SetWorld(renderer, world);
     renderer->ApplyState();
-    renderer->device->DrawIndexedPrimitiveVB(
-        D3DPT_TRIANGLELIST, entry.buffer, entry.firstVertex, entry.vertexCount,
-        const_cast<WORD*>(entry.indices), entry.indexCount, 0);
+    renderer->device->DrawIndexedPrimitiveVB(D3DPT_TRIANGLELIST, entry.buffer, entry.firstVertex,
+                                             entry.vertexCount, const_cast<WORD*>(entry.indices),
+                                             entry.indexCount, 0);
 }
 
 // A mesh forced into the cache without alpha of its own: two passes that multiply the frame
@@ -122,8 +122,8 @@ void FlushCache(CRenderer* renderer, TransparencyCache* cache) {
     for (int32_t bucket = TransparencyBuckets - 1; bucket >= 0; --bucket) {
         // Bounded by the entry count, so a damaged chain cannot loop.
         int32_t steps = 0;
-        for (int32_t index = cache->heads[bucket]; index >= 0 && index < cache->count &&
-                                                   steps < cache->count;
+        for (int32_t index = cache->heads[bucket];
+             index >= 0 && index < cache->count && steps < cache->count;
              index = cache->entries[index].next, ++steps) {
             const TransparentEntry& entry = cache->entries[index];
             CTexture* texture = entry.texture;
@@ -161,8 +161,8 @@ void FlushBatches(CRenderer* renderer, TransparencyCache* cache) {
             SetBlendFromTexture(renderer, texture ? texture->flags : 0);
             renderer->RequestStageTexture(texture, 0);
             renderer->ApplyState();
-            renderer->device->DrawPrimitiveVB(D3DPT_TRIANGLELIST, batch->target,
-                                              DWORD(3 * start), DWORD(3 * (end - start)), 0);
+            renderer->device->DrawPrimitiveVB(D3DPT_TRIANGLELIST, batch->target, DWORD(3 * start),
+                                              DWORD(3 * (end - start)), 0);
             start = end;
         }
         batch->triangleCount = 0;
@@ -252,8 +252,8 @@ void AddTransparent(CRenderer* renderer, LPDIRECT3DVERTEXBUFFER7 buffer, uint32_
     }
     const int32_t index = cache->count++;
     TransparentEntry& entry = cache->entries[index];
-    entry = {world, buffer, texture, indices, firstVertex, vertexCount, indexCount, flags, -1,
-             depth};
+    entry = {world,       buffer,     texture, indices, firstVertex,
+             vertexCount, indexCount, flags,   -1,      depth};
 
     // Chains run far to near; a newcomer goes in front of an equal depth.
     int32_t* link = &cache->heads[bucket];

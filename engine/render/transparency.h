@@ -23,7 +23,8 @@ enum TransparentFlags : uint32_t {
     TransparentUnlit = 0x20,
     TransparentFlat = 0x800,
     TransparentDecal = 0x820,
-    TransparentForced = 0x4000,  // a mesh forced into the cache: shimmer unless its texture has alpha
+    TransparentForced =
+        0x4000,  // a mesh forced into the cache: shimmer unless its texture has alpha
 };
 
 struct TransparentEntry {

@@ -37,7 +37,9 @@ protected:
         for (int layer = 0; layer < (layer1.empty() ? 1 : 2); ++layer) {
             mesh.AllocFaces(faces, layer);
             for (uint32_t f = 0; f < faces; ++f)
-                mesh.faces[layer][f] = {{f, f + 1, f + 2}, (layer ? layer1 : layer0)[f], 0,
+                mesh.faces[layer][f] = {{f, f + 1, f + 2},
+                                        (layer ? layer1 : layer0)[f],
+                                        0,
                                         {0, 0, 1, 0, float(layer + 1), float(f)}};
         }
     }

@@ -65,7 +65,7 @@ TEST_F(TransparencyTest, BucketsDrawFarToNearWithBlendFromTextureFlags) {
     File(2, 500.0f, textures[1]);  // past the far distance: the last bucket
     File(3, -4.0f, textures[2], TransparentDecal);
     File(4, 300.0f, textures[3]);
-    File(5, 10.0f, textures[0]);  // equal depth: drawn before the earlier one
+    File(5, 10.0f, textures[0]);   // equal depth: drawn before the earlier one
     File(6, 127.4f, textures[0]);  // rounds into the last bucket, nearer than both above
     File(7, 0.4f, textures[0], TransparentUnlit);  // bucket 0 with the negative one, but farther
     EXPECT_EQ(Flush(), (std::vector<Draw>{{2, 1, 3, 1, 2},
@@ -91,8 +91,8 @@ TEST_F(TransparencyTest, AForcedOpaqueMeshShimmersInTwoMultiplyingPasses) {
     BeginTransparency(renderer, 100.0f);
     File(9, 50.0f, textures[0], TransparentForced);
     File(8, 40.0f, textures[4], TransparentForced);  // its texture has alpha: drawn once
-    EXPECT_EQ(Flush(), (std::vector<Draw>{{9, 9, 9, 0, 2}, {9, 9, 9, 0, 2}, {9, 5, 6, 0, 2},
-                                          {8, 5, 6, 1, 2}}));
+    EXPECT_EQ(Flush(), (std::vector<Draw>{
+                           {9, 9, 9, 0, 2}, {9, 9, 9, 0, 2}, {9, 5, 6, 0, 2}, {8, 5, 6, 1, 2}}));
 }
 
 TEST_F(TransparencyTest, BatchesCarryOnAcrossTheirLimitAndLoseNoPendingTriangle) {
