@@ -109,7 +109,8 @@ TEST(RenderVertices, GroupsFollowTextureRunsAndRefreshWritesOnlyItsAttributes) {
             {corners[f][0], corners[f][1], corners[f][2]}, textures[f], 0, {0, 0, 1, 0, 1, 1}};
     mesh.AllocColours(4);
     std::memset(mesh.colours, 0x10, 12);
-    mesh.indices = new uint16_t[9];
+    std::vector<uint16_t> indices(9);
+    mesh.indices = indices.data();  // without a run the mesh frees none of its device form
     RenderVertexList list = quad.Weld(mesh.indices);
     ASSERT_EQ(list.count, 9u);  // a run of the first texture again shares nothing
     mesh.renderVertexCount = 9;
@@ -141,12 +142,7 @@ TEST(RenderVertices, GroupsFollowTextureRunsAndRefreshWritesOnlyItsAttributes) {
     RefreshRenderVertices(&mesh, RefreshUV0 | RefreshNormal, buffer.data());  // uncommon: all
     EXPECT_EQ(buffer[2 * 6 + 1], 5.0f);
     EXPECT_EQ(buffer[2 * 6 + 4], 0.25f);
-    mesh.renderVertexSource = nullptr;
-    mesh.renderVertexUV[0] = nullptr;
     FREE(mesh.drawGroups);
-    mesh.drawGroups = nullptr;
-    delete[] mesh.indices;
-    mesh.indices = nullptr;
     FreeRenderVertices(list);
 }
 
