@@ -134,6 +134,9 @@ void RefillVertexBuffer(CMesh* mesh, CRenderer* /*renderer*/) {
     mesh->vertexBuffer->refill = 0;
     RenderVertexList list = BuildRenderVertices(mesh->vertexCount, mesh->vertices, mesh->faceCount,
                                                 mesh->faces, nullptr);
+    // The run holds renderVertexCount vertices, whatever a changed source welds to now.
+    if (list.count > uint32_t(mesh->renderVertexCount))
+        list.count = uint32_t(mesh->renderVertexCount);
     if (float* out = LockRun(mesh)) {
         WriteRenderVertices(mesh, list, out, nullptr, nullptr, nullptr);
         UnlockVertices(mesh->vertexBuffer);
