@@ -6,6 +6,7 @@
 #include "base/diagnostics.h"
 #include "base/memory.h"
 #include "engine/mesh/multimesh.h"
+#include "engine/render/mesh_renderer.h"
 #include "engine/render/renderer.h"
 #include "engine/render/transparency.h"
 #include "engine/render/vertex_pool.h"
@@ -172,8 +173,7 @@ void CMultiMeshRenderer::FlushMultiMeshQueue() {
             group.firstVertex, group.vertexSpan, group.groupIndices, group.indexCount, 0);
     }
     for (uint32_t stage = 1; stage < StageCount; ++stage) DisableStage(device, stage);
-    device->SetDefaultStages(false);
-    device->SetStageState(0, D3DTSS_TEXCOORDINDEX, 0);
+    RequestBaseStageState(device);
     device->SetAlphaMode(false);
     count = 0;
 }

@@ -7,6 +7,7 @@
 
 #include "base/memory.h"
 #include "base/services.h"
+#include "engine/render/mesh_renderer.h"
 #include "engine/render/poly_buffer.h"
 #include "engine/render/renderer.h"
 #include "engine/render/vertex_pool.h"
@@ -320,11 +321,11 @@ void* AddAlphaTriangle(CRenderer* renderer, CTexture* texture) {
 void FlushTransparency(CRenderer* renderer) {
     TransparencyCache* cache = renderer->transparency;
     if (!cache || !renderer->device) return;
-    renderer->SetDefaultStages(false);
+    RequestBaseStageState(renderer);
     renderer->SetRenderState(D3DRENDERSTATE_ALPHATESTENABLE, 0);
     renderer->SetStageState(0, D3DTSS_TEXCOORDINDEX, 0);
     ProcessPending(renderer, cache);
-    renderer->SetDefaultStages(false);
+    RequestBaseStageState(renderer);
     cache->currentBatch = cache->firstBatch;
     cache->finished = cache->pending = 0;
     if ((!cache->firstBatch || cache->firstBatch->triangleCount == 0) && cache->count == 0) return;
@@ -341,7 +342,7 @@ void FlushTransparency(CRenderer* renderer) {
 void TintViewport(CRenderer* renderer, uint32_t colour, float left, float top, float right,
                   float bottom) {
     if (!(colour >> 24) || !renderer->device) return;
-    renderer->SetDefaultStages(false);
+    RequestBaseStageState(renderer);
     renderer->SetRenderState(D3DRENDERSTATE_LIGHTING, 0);
     renderer->SetRenderState(D3DRENDERSTATE_ZENABLE, 0);
     renderer->SetRenderState(D3DRENDERSTATE_ZWRITEENABLE, 0);
