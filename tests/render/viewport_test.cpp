@@ -31,11 +31,6 @@ protected:
         renderer->DestroyViewport(viewport);
         RendererTest::TearDown();
     }
-    D3DMATRIX Projection() {
-        D3DMATRIX m{};
-        renderer->device->GetTransform(D3DTRANSFORMSTATE_PROJECTION, &m);
-        return m;
-    }
     CViewport* viewport = nullptr;
     CScene scene;
     CCamera camera{nullptr, 320.0f};
@@ -55,7 +50,8 @@ TEST_F(ViewportTest, ProjectionFollowsFocalLengthOrHalfAngle) {
         camera.focalLength = c.focal, camera.halfAngle = c.halfAngle;
         camera.nearPlane = c.nearPlane, camera.farPlane = c.farPlane;
         viewport->Render(&camera, &scene);
-        const D3DMATRIX m = Projection();
+        D3DMATRIX m{};
+        renderer->device->GetTransform(D3DTRANSFORMSTATE_PROJECTION, &m);
         const double q = double(c.farPlane) / (c.farPlane - c.nearPlane);
         EXPECT_NEAR(m.m[0][0], c.horizontal, 1e-5) << c.focal << " " << c.halfAngle;
         EXPECT_NEAR(m.m[1][1], c.vertical, 1e-5) << c.focal << " " << c.halfAngle;
@@ -75,10 +71,7 @@ TEST_F(ViewportTest, FrameSendsViewportClearAndTransformsThenLayersInOrder) {
     scene.SetLayerRoot(2, new Probe(nullptr, "c"));
     scene.layerNear[2] = 100.0f;
     CPolyBuffer* buffer = viewport->CreatePolyBuffer(0, 1);
-    buffer->layer = 0;
-    buffer->Lock();
-    buffer->Unlock(0);
-    buffer->SetRunCount(0, 1);
+    buffer->layer = 0, buffer->Lock(), buffer->Unlock(0), buffer->SetRunCount(0, 1);
     viewport->CreateBackgroundQuad();
     viewport->Update(&camera, &scene);
     EXPECT_EQ(viewport->List(1).count, 1u);  // walked though not drawn
@@ -94,6 +87,8 @@ TEST_F(ViewportTest, FrameSendsViewportClearAndTransformsThenLayersInOrder) {
                             "Render(c)", "EndScene"}));
     EXPECT_EQ(frame[0], "SetViewport(20, 10, 300, 200, 0, 1)");
     EXPECT_EQ(frame[1], "Clear(1, 1, 0x00C69C6B, 1, 0)");  // no stencil surface, depth off
+    EXPECT_EQ(renderer->GetRenderState(D3DRENDERSTATE_ZFUNC), uint32_t(D3DCMP_LESSEQUAL));
+    EXPECT_EQ(renderer->GetRenderState(D3DRENDERSTATE_ALPHAREF), 0x80u);
 }
 
 TEST_F(ViewportTest, LayerFlushesOpaqueFirstThenTransparentFarToNear) {
@@ -105,9 +100,8 @@ TEST_F(ViewportTest, LayerFlushesOpaqueFirstThenTransparentFarToNear) {
     for (auto [z, texture] : {std::pair{-50.0f, solid}, {-100.0f, clear}, {-30.0f, clear}}) {
         CMesh* mesh = new CMesh(scene.layerRoot[0]);
         mesh->SetPosition(0, 0, z);
-        mesh->AllocVertices(3);
+        mesh->AllocVertices(3), mesh->AllocFaces(1, 0);
         for (int i = 0; i < 3; ++i) mesh->vertices[i] = {{float(i), float(i == 2), 0}, {0, 0, 1}};
-        mesh->AllocFaces(1, 0);
         mesh->faces[0][0] = {{0, 1, 2}, texture, 0, {0, 0, 1, 0, 1, 1}};
     }
     scene.SetLayerRoot(1, new Probe(nullptr, "next layer"));
@@ -160,7 +154,6 @@ TEST_F(ViewportTest, ViewComesThroughTheChainAndRollTurnsAboutZ) {
     child->SetPosition(0, 0, 5);
     viewport->Update(child, &scene);
     EXPECT_EQ(child->cameraView[12], 10.0f);  // the view looks down -z with x mirrored
-    EXPECT_EQ(child->cameraView[14], 5.0f);
     camera.SetPosition(0, 0, 5);
     viewport->Update(&camera, &scene);
     EXPECT_EQ(camera.cameraView[12], 0.0f);
@@ -191,7 +184,6 @@ TEST_F(ViewportTest, FrustumPlanesAndProjectedPointsAgreeOnTheEdges) {
     };
     // 45 degrees each side: view x -100 at depth 100 lies on the left plane.
     EXPECT_NEAR(outside(ViewportPlaneLeft, Vector{3 - 100, 4, 105}), 0.0f, 1e-3);
-    EXPECT_GT(outside(ViewportPlaneLeft, Vector{3 - 101, 4, 105}), 0.0f);
     EXPECT_LT(outside(ViewportPlaneRight, Vector{3 - 100, 4, 105}), -50.0f);
     EXPECT_GT(outside(ViewportPlaneBottom, Vector{3, 4 - 76, 105}), 0.0f);  // 0.75 of 100
     EXPECT_NEAR(outside(ViewportPlaneNear, Vector{3, 4, 9}), 4.0f, 1e-5);
