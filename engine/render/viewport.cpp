@@ -91,8 +91,8 @@ CViewport::~CViewport() {
     if (backgroundQuad) DELETE(backgroundQuad);
 }
 
-void CViewport::BuildViewMatrix(const Vector& position, const Vector& direction,
-                                const Vector& up, float roll) {
+void CViewport::BuildViewMatrix(const Vector& position, const Vector& direction, const Vector& up,
+                                float roll) {
     Vector d = direction, x, y;
     VectorCross(x, up, d);
     VectorCross(y, d, x);
@@ -195,8 +195,7 @@ void CViewport::Update(CCamera* camera, CScene* scene) {
     EndFrame();
 }
 
-uint32_t CViewport::ProjectPoint(const Vector& world, Vector& out, CCamera* camera,
-                                 CScene* scene) {
+uint32_t CViewport::ProjectPoint(const Vector& world, Vector& out, CCamera* camera, CScene* scene) {
     if (!camera || !scene) return 0;
     SetupView(camera, UseChain(camera, scene));
     Vector v;
@@ -221,8 +220,8 @@ uint32_t CViewport::ProjectPoint(const Vector& world, Vector& out, CCamera* came
     return flags;
 }
 
-void CViewport::SetRectangle(int32_t newTop, int32_t newLeft, int32_t newWidth,
-                             int32_t newHeight, bool clearOutside) {
+void CViewport::SetRectangle(int32_t newTop, int32_t newLeft, int32_t newWidth, int32_t newHeight,
+                             bool clearOutside) {
     if (clearOutside) {
         const LONG oldBottom = top + height, newBottom = newTop + newHeight;
         for (LPDIRECTDRAWSURFACE7 surface : {device->flipping, device->primary}) {
@@ -276,8 +275,8 @@ CViewport* CRenderer::CreateViewport(int32_t newLeft, int32_t newTop, int32_t ne
     CViewport* viewport = NEW CViewport(this, newLeft, newTop, newWidth, newHeight);
     if (Has3D()) {
         if (device) {
-            D3DVIEWPORT7 rectangle{DWORD(newLeft), DWORD(newTop), DWORD(newWidth),
-                                   DWORD(newHeight), 0.0f, 1.0f};
+            D3DVIEWPORT7 rectangle{DWORD(newLeft),   DWORD(newTop), DWORD(newWidth),
+                                   DWORD(newHeight), 0.0f,          1.0f};
             device->SetViewport(&rectangle);
         }
     } else {

@@ -76,8 +76,8 @@ public:
 
     RenderList& List(int index) { return layerLists[index]; }
 
-    Vector viewPlanes[ViewportPlaneCount];  // left, right, bottom, top, near; view space
-    Vector worldPlanes[ViewportPlaneCount];  // outward, normalised
+    Vector viewPlanes[ViewportPlaneCount];        // left, right, bottom, top, near; view space
+    Vector worldPlanes[ViewportPlaneCount];       // outward, normalised
     float worldPlaneOffsets[ViewportPlaneCount];  // outside distance: normal . p + offset
     Matrix viewMatrix;
     uint8_t clearColour, clearDepth, clearStencil;

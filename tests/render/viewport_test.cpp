@@ -77,8 +77,8 @@ TEST_F(ViewportTest, FrameSendsViewportClearAndTransformsThenLayersInOrder) {
     EXPECT_EQ(viewport->List(1).count, 1u);  // walked though not drawn
     DxCallRecorder calls;
     viewport->Render(&camera, &scene);
-    const Lines frame = calls.Only(
-        "SetViewport,Clear,SetTransform,BeginScene,EndScene,Render,DrawPrimitiveVB");
+    const Lines frame =
+        calls.Only("SetViewport,Clear,SetTransform,BeginScene,EndScene,Render,DrawPrimitiveVB");
     Lines names;
     for (const std::string& line : frame)
         names.push_back(line.rfind("Render", 0) == 0 ? line : line.substr(0, line.find('(')));
@@ -89,6 +89,10 @@ TEST_F(ViewportTest, FrameSendsViewportClearAndTransformsThenLayersInOrder) {
     EXPECT_EQ(frame[1], "Clear(1, 1, 0x00C69C6B, 1, 0)");  // no stencil surface, depth off
     EXPECT_EQ(renderer->GetRenderState(D3DRENDERSTATE_ZFUNC), uint32_t(D3DCMP_LESSEQUAL));
     EXPECT_EQ(renderer->GetRenderState(D3DRENDERSTATE_ALPHAREF), 0x80u);
+    scene.background = 1;  // drawn over what is there
+    calls.Clear();
+    viewport->Render(&camera, &scene);
+    EXPECT_EQ(calls.Only("Clear").size(), 0u);
 }
 
 TEST_F(ViewportTest, LayerFlushesOpaqueFirstThenTransparentFarToNear) {
@@ -171,26 +175,35 @@ TEST_F(ViewportTest, ViewComesThroughTheChainAndRollTurnsAboutZ) {
 }
 
 TEST_F(ViewportTest, FrustumPlanesAndProjectedPointsAgreeOnTheEdges) {
-    camera.SetPosition(3, 4, 5);
-    camera.SetOrientation(Vector{0, 0, 1}, Vector{0, 1, 0});
+    // An oblique camera, so that no axis of the view lines up with the world's.
+    const Vector c{3, 4, 5}, d{1 / 3.0f, -2 / 3.0f, 2 / 3.0f}, up{-2 / 3.0f, 1 / 3.0f, 2 / 3.0f};
+    const Vector x{2 / 3.0f, 2 / 3.0f, 1 / 3.0f};
+    camera.SetPosition(c);
+    camera.SetOrientation(d, up);
+    auto at = [&](double across, double upward, double depth) {
+        auto axis = [&](float Vector::*k) {
+            return float(c.*k + across * x.*k + upward * up.*k + depth * d.*k);
+        };
+        return Vector{axis(&Vector::x), axis(&Vector::y), axis(&Vector::z)};
+    };
     Vector screen;
-    // Depths of a power of two: the quick reciprocal is exact there.
-    EXPECT_EQ(viewport->ProjectPoint(Vector{3 + 64, 4 - 32, 133}, screen, &camera, &scene),
+    EXPECT_EQ(viewport->ProjectPoint(at(64, -32, 128), screen, &camera, &scene),
               uint32_t(ProjectXPositive | ProjectYPositive));
-    EXPECT_EQ(screen.x, 480.0f);
-    EXPECT_EQ(screen.y, 320.0f);
+    EXPECT_NEAR(screen.x, 480.0f, 0.01f);
+    EXPECT_NEAR(screen.y, 320.0f, 0.01f);
     auto outside = [&](int plane, const Vector& p) {
         return VectorDot(viewport->worldPlanes[plane], p) + viewport->worldPlaneOffsets[plane];
     };
     // 45 degrees each side: view x -100 at depth 100 lies on the left plane.
-    EXPECT_NEAR(outside(ViewportPlaneLeft, Vector{3 - 100, 4, 105}), 0.0f, 1e-3);
-    EXPECT_LT(outside(ViewportPlaneRight, Vector{3 - 100, 4, 105}), -50.0f);
-    EXPECT_GT(outside(ViewportPlaneBottom, Vector{3, 4 - 76, 105}), 0.0f);  // 0.75 of 100
-    EXPECT_NEAR(outside(ViewportPlaneNear, Vector{3, 4, 9}), 4.0f, 1e-5);
+    EXPECT_NEAR(outside(ViewportPlaneLeft, at(-100, 0, 100)), 0.0f, 1e-3);
+    EXPECT_LT(outside(ViewportPlaneRight, at(-100, 0, 100)), -50.0f);
+    EXPECT_GT(outside(ViewportPlaneBottom, at(0, -76, 100)), 0.0f);  // 0.75 of 100
+    EXPECT_LT(outside(ViewportPlaneTop, at(0, 74, 100)), 0.0f);
+    EXPECT_NEAR(outside(ViewportPlaneNear, at(0, 0, 4)), 4.0f, 1e-5);
 
-    const uint32_t behind = viewport->ProjectPoint(Vector{3 + 8, 4, 1}, screen, &camera, &scene);
+    const uint32_t behind = viewport->ProjectPoint(at(8, 0, -4), screen, &camera, &scene);
     EXPECT_EQ(behind & ProjectNear, ProjectNear);
-    EXPECT_EQ(screen.z, -4.0f);                    // the true depth
+    EXPECT_NEAR(screen.z, -4.0f, 1e-5);            // the true depth
     EXPECT_NEAR(screen.x, 320.0f + 320.0f, 0.5f);  // projected at the near distance
 }
 
@@ -204,8 +217,14 @@ TEST_F(RendererTest, SoftwareDeviceViewportsOwnASurfaceAndDepthOfTheirSize) {
     CViewport* viewport = renderer->CreateViewport(0, 0, 64, 32);
     ASSERT_NE(viewport->softwareDepth, nullptr);
     viewport->softwareDepth[64 * 32 - 1] = 1;
-    EXPECT_EQ(calls.Only("CreateSurface,SetViewport"), Lines({"CreateSurface(caps 0x840, 64x32)"}));
+    CScene scene;
+    CCamera camera(nullptr, 32.0f);
+    viewport->Render(&camera, &scene);  // nothing of the 3D device's frame
+    EXPECT_EQ(calls.Only("CreateSurface,SetViewport,BeginScene"),
+              Lines({"CreateSurface(caps 0x840, 64x32)"}));
+    const LPDIRECTDRAWSURFACE7 surface = viewport->softwareSurface;
     renderer->DestroyViewport(viewport);
+    EXPECT_EQ(DxObjectNumber(surface), 0u);
 }
 
 }  // namespace
