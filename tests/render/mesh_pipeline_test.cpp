@@ -99,9 +99,14 @@ TEST_F(MeshPipelineTest, AlphaOrForcedGroupsGoToTheCacheUntexturedOnesNever) {
     for (const Case& c : cases) {
         CMesh* mesh = Mesh(~c.textureFlags ? Texture(c.textureFlags) : nullptr);
         mesh->meshFlags = c.meshFlags;
+        mesh->worldCentre = {1, 2, 3};
+        float* view = MeshRenderer().viewMatrix.m;
+        view[2] = 1, view[6] = 10, view[10] = 100, view[14] = 1000;  // view z: column 2
         const int32_t cached = renderer->transparency->count;
         mesh->Render(nullptr);
-        EXPECT_EQ(renderer->transparency->count - cached, c.transparent ? 1 : 0);
+        ASSERT_EQ(renderer->transparency->count - cached, c.transparent ? 1 : 0);
+        const float depth = c.transparent ? renderer->transparency->entries[cached].depth : 1321;
+        EXPECT_EQ(depth, 1321.0f);
         EXPECT_EQ(MeshRenderer().count, c.transparent ? 0 : 1);
         MeshRenderer().FlushOpaqueQueue();
     }
