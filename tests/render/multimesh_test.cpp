@@ -226,6 +226,7 @@ TEST_F(MultiMeshTest, FourStagePassesTakeTheSlowPathOnEveryEntry) {
         CorvaneSetWarningHandler([](const char* text) { Warnings.push_back(text); });
     CMesh source(nullptr);
     Fill(source, {textures[0], textures[1]}, {textures[2], textures[2]});
+    MultiMeshQueue().StartFrame(nullptr, renderer, Matrix{}, 640, 480, 1, nullptr, nullptr);
     for (uint8_t whole : {0, 1}) {
         CMultiMesh mesh(renderer, nullptr);
         mesh.BuildFromMesh(&source, 4, 2);
