@@ -145,6 +145,29 @@ TEST(MultiMeshStages, PassStagesAboveTheCountStopWithTheAssertion) {
     EXPECT_DEATH(mesh.SetFirstStage(2), "multimesh");
 }
 
+TEST(MultiMeshBounds, SphereThenBoxDecideTheCull) {
+    CMultiMesh mesh(nullptr, nullptr);
+    mesh.Allocate(8, 0, 1, 1);
+    for (uint32_t i = 0; i < 8; ++i)
+        mesh.SetVertexPosition(i, float(2 * (i & 1)), float(i & 2), float((i & 4) >> 1));
+    mesh.CalculateBox();
+    mesh.CalculateBounds();
+    mesh.Finalise();
+    EXPECT_EQ(mesh.boxMin.x + mesh.boxMin.z + mesh.boxMax.x + mesh.boxMax.y, 4.0f);
+    const Vector planes[5] = {{-1, 0, 0}, {1, 0, 0}, {0, -1, 0}, {0, 1, 0}, {0, 0, 1}};
+    // Left plane offsets: clear of both, the box alone outside, the sphere already outside.
+    const std::pair<float, uint8_t> cases[] = {{1.5f, 0}, {2.5f, 1}, {3.0f, 1}};
+    for (const auto& [offset, culled] : cases) {
+        const float offsets[5] = {offset, -9, -9, -9, -9};
+        mesh.TestFrustum(planes, offsets);
+        EXPECT_EQ(mesh.culled, culled) << offset;
+    }
+    mesh.boundRadius = 0;  // no sphere: never tested
+    const float outside[5] = {9, 9, 9, 9, 9};
+    mesh.TestFrustum(planes, outside);
+    EXPECT_EQ(mesh.culled, 0);
+}
+
 TEST(MultiMeshStrips, StripsKeepEachTrianglesWinding) {
     struct Case {
         std::vector<uint16_t> faces, strip;

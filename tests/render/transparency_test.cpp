@@ -68,11 +68,13 @@ TEST_F(TransparencyTest, BucketsDrawFarToNearWithBlendFromTextureFlags) {
     File(5, 10.0f, textures[0]);   // equal depth: drawn before the earlier one
     File(6, 127.4f, textures[0]);  // rounds into the last bucket, nearer than both above
     File(7, 0.4f, textures[0], TransparentUnlit);  // bucket 0 with the negative one, but farther
+    File(8, 9.6f, textures[0]);                    // bucket 10, behind the equal pair
     EXPECT_EQ(Flush(), (std::vector<Draw>{{2, 1, 3, 1, 2},
                                           {4, 2, 2, 1, 2},
                                           {6, 5, 6, 1, 2},
                                           {5, 5, 6, 1, 2},
                                           {1, 5, 6, 1, 2},
+                                          {8, 5, 6, 1, 2},
                                           {7, 5, 6, 0, 2},
                                           {3, 2, 2, 0, 1}}));
     EXPECT_EQ(renderer->GetRenderState(D3DRENDERSTATE_ALPHABLENDENABLE), 0u);
