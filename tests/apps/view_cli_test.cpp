@@ -1,0 +1,85 @@
+// tenebrix-view draws a bake of the sample off screen: where the map lies in the picture, and
+// that the shadow map darkens it.
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/apps/cli_run.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Picture {
+    png_uint_32 width = 0, height = 0;
+    std::vector<uint8_t> rgb;
+    const uint8_t* At(uint32_t x, uint32_t y) const { return &rgb[(size_t(y) * width + x) * 3]; }
+};
+
+Picture ReadPicture(const std::string& path) {
+    Picture picture;
+    std::string bytes = ReadWholeFile(path);
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_memory(&image, bytes.data(), bytes.size())) return picture;
+    image.format = PNG_FORMAT_RGB;
+    picture.rgb.resize(PNG_IMAGE_SIZE(image));
+    if (png_image_finish_read(&image, nullptr, picture.rgb.data(), 0, nullptr))
+        picture.width = image.width, picture.height = image.height;
+    return picture;
+}
+
+double MeanBrightness(const Picture& picture) {
+    double sum = 0;
+    for (uint8_t channel : picture.rgb) sum += channel;
+    return sum / double(picture.rgb.size());
+}
+
+class ViewCli : public ::testing::Test {
+protected:
+    TempDir dir;
+};
+
+TEST_F(ViewCli, TheSampleBakeFromAboveWithItsShadows) {
+    fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
+    ToolRun bake = RunTool(TENEBRIX_BAKE, Words("sample --config sample/resource.cfg "
+                                                "--script morning -q"));
+    ASSERT_EQ(bake.status, 0) << bake.output;
+    std::ofstream("lit.dat", std::ios::binary) << std::string(2048 * 2048, '\0');
+    const std::string view = "sample --focus 1024,-1024 --distance 2600 --size 320x240 --png ";
+    ToolRun shaded = RunTool(TENEBRIX_VIEW, Words(view + "shaded.png"));
+    if (shaded.status != 0 && Contains(shaded.output, "no GL context"))
+        GTEST_SKIP() << shaded.output;
+    ASSERT_EQ(shaded.status, 0) << shaded.output;
+    ToolRun lit = RunTool(TENEBRIX_VIEW, Words(view + "lit.png --shadow lit.dat"));
+    ASSERT_EQ(lit.status, 0) << lit.output;
+
+    const Picture picture = ReadPicture("shaded.png"), allLit = ReadPicture("lit.png");
+    ASSERT_EQ(picture.width, 320u);
+    ASSERT_EQ(picture.height, 240u);
+    int background = 0;  // the viewer's clear colour where no map is drawn
+    for (uint32_t y = 60; y < 180; ++y)
+        for (uint32_t x = 80; x < 240; ++x) {
+            const uint8_t* p = picture.At(x, y);
+            background += p[0] == 198 && p[1] == 156 && p[2] == 107;
+        }
+    EXPECT_EQ(background, 0);
+    EXPECT_GT(MeanBrightness(allLit), MeanBrightness(picture) + 5);
+    EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+}
+
+TEST_F(ViewCli, AShadowMapOfTheWrongSizeIsNamedAndRefused) {
+    fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
+    std::ofstream("sample/texture.dat", std::ios::binary) << std::string(1000, '\0');
+    ToolRun run = RunTool(TENEBRIX_VIEW, Words("sample --png out.png"));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(Contains(run.output, "sample/texture.dat: 1000 bytes are not a square"))
+        << run.output;
+    EXPECT_FALSE(fs::exists("out.png"));
+}
+
+}  // namespace
