@@ -238,10 +238,11 @@ void CMultiMesh::BuildGroups() {
         uint16_t* indices = faceIndices + size_t(face) * 3;
         const uint32_t count = (end - face) * 3;
         const auto [low, high] = std::minmax_element(indices, indices + count);
-        const uint16_t lowest = *low;
+        // Both ends are read before the rebase below rewrites the elements they point at.
+        const uint16_t lowest = *low, highest = *high;
         for (uint32_t i = 0; i < count; ++i) indices[i] = uint16_t(indices[i] - lowest);
         multiGroups[multiGroupCount++] = {
-            &worldMatrix, start + lowest, uint32_t(*high - lowest) + 1, count, face, indices};
+            &worldMatrix, start + lowest, uint32_t(highest - lowest) + 1, count, face, indices};
         face = end;
     }
 }

@@ -81,7 +81,10 @@ TEST_F(MultiMeshTest, GroupsEndWhereAnyStageChangesTextureAndOneLayerLeavesStage
         const MultiDrawGroup& group = mesh.multiGroups[g];
         materials[g] = group.material;
         counts[g] = group.indexCount;
-        EXPECT_EQ(*std::min_element(group.groupIndices, group.groupIndices + group.indexCount), 0);
+        const auto [low, high] =
+            std::minmax_element(group.groupIndices, group.groupIndices + group.indexCount);
+        EXPECT_EQ(*low, 0);
+        EXPECT_EQ(group.vertexSpan, *high + 1u);  // the draw's vertex count
         EXPECT_GE(group.firstVertex, start);
     }
     EXPECT_EQ(std::vector<uint32_t>(materials, materials + 3), (std::vector<uint32_t>{0, 1, 3}));
