@@ -4,3 +4,4 @@
 void RegisterBakeBenchmarks();
 void RegisterSpeedUpBenchmarks();
 void RegisterQueryBenchmarks();
+void RegisterViewerBenchmarks();
