@@ -20,6 +20,7 @@
 #include "platform/crt/paths.h"
 #include "platform/crt/terminal.h"
 #include "platform/debug/debug_output.h"
+#include "platform/dx7/call_recorder.h"
 #include "tool/bake/bake_pass.h"
 #include "tool/bake/bake_verify.h"
 #include "tool/bake/message_log.h"
@@ -31,6 +32,7 @@
 #include "tool/run/app_state.h"
 #include "tool/run/bake_run.h"
 #include "tool/run/batch_file.h"
+#include "tool/view/view_picture.h"
 
 namespace fs = std::filesystem;
 
@@ -40,6 +42,7 @@ constexpr const char* Program = "tenebrix-bake";
 
 BakeOptions Options;
 std::string PngPath;  // absolute: the run moves between folders
+std::string ViewMap, ViewShadowMap;  // the single map baked, and its shadow map
 double TotalSeconds = 0.0;
 uint64_t TotalRays = 0;
 int PreviewFailures = 0;  // a preview asked for and not written fails the run
@@ -141,6 +144,7 @@ void OnMapBaked(const char* mapPath, const char* shadowMapPath, const BakeResult
     ProgressDisplayEndPass();
     std::string where = shadowMapPath;
     Say("shadow map ", where);
+    ViewMap = mapPath, ViewShadowMap = where;
     if (!PngPath.empty()) WritePreview(PngPath, mapPath, result);
     if (Options.pngBeside) WritePreview(where + ".png", mapPath, result);
     TotalSeconds += stats.TotalSeconds();
@@ -253,6 +257,19 @@ bool EnterStartDirectory() {
     return true;
 }
 
+// The map just baked, with its new shadow map, as the viewer first shows it.
+bool DrawView(const std::string& path) {
+    std::error_code ignored;  // a missing folder is made; a failure shows in the write
+    fs::create_directories(fs::path(path).parent_path(), ignored);
+    DxSetRendering(DxRendering::GlWhenAvailable);
+    ViewPicture picture;
+    picture.map = ViewMap, picture.shadow = ViewShadowMap, picture.png = path;
+    const std::string error = DrawViewPicture(picture);
+    if (!error.empty()) return Fail("--view-png: " + error);
+    Say("view ", path);
+    return true;
+}
+
 int Run() {
     // Paths the user gave are relative to where they stand, not to the start directory.
     fs::path userDirectory = fs::current_path();
@@ -276,6 +293,13 @@ int Run() {
     if (!script.empty()) {
         fs::path file;
         if (!ResolveScript(script, file) || !ReadScript(file)) return ExitFailed;
+    }
+    if (!Options.viewPng.empty() && ShadowSettings.FrameCount != 0) {
+        std::fprintf(stderr,
+                     "%s: --view-png draws one shadow map; the script asks for an animated bake "
+                     "(ANIMATED %d)\nTry '%s --help'.\n",
+                     Program, ShadowSettings.FrameCount, Program);
+        return ExitUsage;
     }
     if (!SetBakeOutputName(Options.out.c_str()))
         return Fail("--out " + Options.out + ": the name is longer than " +
@@ -310,6 +334,7 @@ int Run() {
                      result.failed > 0 ? "; some jobs failed (the lines marked *****)" : "");
     bool failed = result.failed > 0 || result.baked == 0 || PreviewFailures > 0 ||
                   ToolSession::Errors() > 0 || VerifyFailures > 0;
+    if (!failed && !Options.viewPng.empty() && !DrawView(fromUser(Options.viewPng))) failed = true;
     return failed ? ExitFailed : 0;
 }
 

@@ -20,6 +20,8 @@ std::string CheckCombination(const BakeOptions& options) {
         return "--png-scale sizes a preview; give --png or --png-beside";
     if (!options.batch.empty() && !options.png.empty())
         return "--png takes one map; use --png-beside with --batch";
+    if (!options.batch.empty() && !options.viewPng.empty())
+        return "--view-png draws one map; it takes no --batch";
     if (options.verifyRows > 0 && (options.reference || options.closedCrossing))
         return "--verify checks the fast core; it takes neither --reference nor --crossing "
                "closed";
@@ -66,6 +68,9 @@ CommandLineOutcome ParseBakeOptions(int argc, const char* const* argv, BakeOptio
                "the literal walk and compare every sample; a difference fails the run");
     line.Path("--png", options.png, "FILE",
               "greyscale preview of the map's part of the shadow map, light white");
+    line.Path("--view-png", options.viewPng, "FILE",
+              "after the bake, draw the map with its new shadow map as the viewer first shows it "
+              "into a PNG; not for a batch or an animated bake");
     app.add_flag("--png-beside", options.pngBeside,
                  "a preview beside each shadow map, named NAME.png");
     line.Whole("--png-scale", options.pngScale, 1, 64,

@@ -12,6 +12,7 @@ struct BakeOptions {
     std::string batch;                // a .BAT list instead of a map
     std::string config;               // resource.cfg; default: the current directory's
     std::string png;                  // a preview of the map's part of the shadow map
+    std::string viewPng;              // the viewer's first frame of the baked map
     int textureSize = 0;              // 0: the default, 2048
     int threads = 0;                  // 0: every core
     bool reference = false;           // bake through the literal walk
