@@ -28,6 +28,7 @@ namespace {
 TEST(ToolUsage, HelpVersionAndUsageErrors) {
     TempDir dir;
     ASSERT_TRUE(MakeMap("m", 4));
+    WriteWholeFile("anim.ssf", "ANIMATED 2\n");
     const std::string bake = TENEBRIX_BAKE, mkmap = TENEBRIX_MKMAP, import = TENEBRIX_IMPORT;
     const std::string size = "--texture-size: 100 is no power of two\n";
     const std::string threads = " is out of range; give a whole number from 1 to 1024\n";
@@ -51,6 +52,8 @@ TEST(ToolUsage, HelpVersionAndUsageErrors) {
         {bake, "--batch b m", 2, "a map or --batch, not both\n"},
         {bake, "--batch b --png x.png", 2, "--png takes one map; use --png-beside with --batch\n"},
         {bake, "--batch b --out x.dat", 2, "--out takes one map; a batch names each job's output\n"},
+        {bake, "--batch b --view-png v.png", 2, "--view-png draws one map; it takes no --batch\n"},
+        {bake, "m --script anim.ssf --view-png v.png", 2, "--view-png draws one shadow map; the script asks for an animated bake (ANIMATED 2)\n"},
         {bake, "m n", 2, "unexpected argument n\n"},
         {bake, "m --png-beside=x.png", 2, "--png-beside takes no value\n"},
         {bake, "m --png-scale 2", 2, "--png-scale sizes a preview; give --png or --png-beside\n"},

@@ -72,6 +72,34 @@ TEST_F(ViewCli, TheSampleBakeFromAboveWithItsShadows) {
     EXPECT_TRUE(PartialFiles(dir.Path()).empty());
 }
 
+// Without a script's colours the baker's picture is tenebrix-view's default frame of the same
+// bake. Without GL the bake
+// still writes its shadow map, and the picture's failure says why.
+TEST_F(ViewCli, TheBakersViewPngIsTheViewersFirstFrame) {
+    fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
+    const std::string bake = "sample --config sample/resource.cfg -q --view-png ";
+    ToolRun baked = RunTool(TENEBRIX_BAKE, Words(bake + "out/baked.png"));
+    if (baked.status != 0 && Contains(baked.output, "no GL context")) GTEST_SKIP() << baked.output;
+    ASSERT_EQ(baked.status, 0) << baked.output;
+    ToolRun viewed = RunTool(TENEBRIX_VIEW, Words("sample --png viewed.png"));
+    ASSERT_EQ(viewed.status, 0) << viewed.output;
+    const Picture picture = ReadPicture("out/baked.png");
+    EXPECT_EQ(picture.width, 640u);
+    EXPECT_TRUE(picture.rgb == ReadPicture("viewed.png").rgb);
+    EXPECT_TRUE(PartialFiles(dir.Path()).empty());
+
+    fs::remove("sample/texture.dat");
+    setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent.json", 1);  // no EGL driver
+    ToolRun blind = RunTool(TENEBRIX_BAKE, Words(bake + "blind.png"));
+    unsetenv("__EGL_VENDOR_LIBRARY_FILENAMES");
+    if (blind.status == 0) GTEST_SKIP() << "this EGL finds a driver anyway";
+    EXPECT_EQ(blind.status, 1);
+    EXPECT_TRUE(Contains(blind.output, "error: --view-png: no display device for the picture: "
+                                       "no GL context: ")) << blind.output;
+    EXPECT_EQ(fs::file_size("sample/texture.dat"), 2048u * 2048u);
+    EXPECT_FALSE(fs::exists("blind.png"));
+}
+
 TEST_F(ViewCli, AShadowMapOfTheWrongSizeIsNamedAndRefused) {
     fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
     std::ofstream("sample/texture.dat", std::ios::binary) << std::string(1000, '\0');
