@@ -97,7 +97,18 @@ TEST_F(ViewCli, TheSampleBakeFromAboveWithItsShadows) {
 TEST_F(ViewCli, TheBakersViewPngIsTheViewersFirstFrame) {
     fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
     const std::string bake = "sample --config sample/resource.cfg -q --view-png ";
+    // Under the sanitizers, LeakSanitizer's thread tracer crashes at this child's exit (signal
+    // 11 in the tracer, after the picture is written) when the child is started from this test
+    // program, though never when the same command runs from a shell; its leaks are checked by
+    // the other bakes and views.
+    const char* sanitizer = getenv("ASAN_OPTIONS");
+    const std::string saved = sanitizer ? sanitizer : "";
+    setenv("ASAN_OPTIONS", (saved.empty() ? "" : saved + ":").append("detect_leaks=0").c_str(), 1);
     ToolRun baked = RunTool(TENEBRIX_BAKE, Words(bake + "out/baked.png"));
+    if (sanitizer)
+        setenv("ASAN_OPTIONS", saved.c_str(), 1);
+    else
+        unsetenv("ASAN_OPTIONS");
     if (baked.status != 0 && Contains(baked.output, "no GL context")) GTEST_SKIP() << baked.output;
     ASSERT_EQ(baked.status, 0) << baked.output;
     ToolRun viewed = RunTool(TENEBRIX_VIEW, Words("sample --png viewed.png"));
