@@ -1,6 +1,7 @@
 #include "tool/app/viewer_support.h"
 
 #include "platform/ui/window_api.h"
+#include "tool/app/viewer_window.h"
 
 HWND ViewerWindow = nullptr;
 
@@ -14,12 +15,10 @@ bool ViewerAvailable() {
 
 static const char* const ViewerClass = "Viewer";
 
-// The viewer's own procedure comes with the viewer; until then the window only has to exist,
-// hidden, so that redraw requests have somewhere to go.
 HWND CreateViewerWindow(HINSTANCE instance) {
     WNDCLASSA viewerClass = {};
     viewerClass.style = CS_DBLCLKS;
-    viewerClass.lpfnWndProc = DefWindowProcA;
+    viewerClass.lpfnWndProc = ViewerProcedure;
     viewerClass.hInstance = instance;
     viewerClass.lpszClassName = ViewerClass;
     RegisterClassA(&viewerClass);

@@ -1,0 +1,9 @@
+// The viewer's window procedure: the keys, the mouse and the end of the viewer.
+#pragma once
+
+#include "platform/ui/win_types.h"
+
+LRESULT ViewerProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+// Hides the window, gives the dialog back and frees the run's viewer objects.
+void CloseViewer();
