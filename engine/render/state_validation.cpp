@@ -89,20 +89,12 @@ uint32_t CRenderer::TestTextureBlend(bool applyOnly) {
     LoadDeviceTexture(second);
     RequestStageTexture(first, 0);
     RequestStageTexture(second, 1);
-    SetStageState(0, D3DTSS_TEXCOORDINDEX, 0);
-    SetStageState(0, D3DTSS_COLORARG1, D3DTA_TEXTURE);
+    // The two-layer stages, but stage 0 modulating by the diffuse colour; the cache sends only
+    // the differences, in its own order, so the order of these requests doesn't matter.
+    SetDefaultStages(true);
     SetStageState(0, D3DTSS_COLORARG2, D3DTA_DIFFUSE);
-    SetStageState(0, D3DTSS_COLOROP, D3DTOP_MODULATE);
-    SetStageState(0, D3DTSS_ALPHAARG1, D3DTA_TEXTURE);
-    SetStageState(0, D3DTSS_ALPHAARG2, D3DTA_CURRENT);
-    SetStageState(0, D3DTSS_ALPHAOP, D3DTOP_SELECTARG1);
+    SetStageState(0, D3DTSS_TEXCOORDINDEX, 0);
     SetStageState(1, D3DTSS_TEXCOORDINDEX, 1);
-    SetStageState(1, D3DTSS_COLORARG1, D3DTA_TEXTURE);
-    SetStageState(1, D3DTSS_COLORARG2, D3DTA_CURRENT);
-    SetStageState(1, D3DTSS_COLOROP, D3DTOP_BLENDTEXTUREALPHA);
-    SetStageState(1, D3DTSS_ALPHAARG1, D3DTA_TEXTURE);
-    SetStageState(1, D3DTSS_ALPHAARG2, D3DTA_CURRENT);
-    SetStageState(1, D3DTSS_ALPHAOP, D3DTOP_SELECTARG1);
 
     uint32_t result = 0;
     if (OnePass(this)) {
