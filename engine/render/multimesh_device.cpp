@@ -272,7 +272,7 @@ void CMultiMesh::Render(CRenderContext* /*context*/) {
 
 void CMultiMesh::Collect(RenderList* list, uint8_t /*parentValid*/) {
     const CMultiMeshRenderer& queue = MultiMeshQueue();
-    TestFrustum(queue.planes, queue.planeOffsets);
+    TestFrustum(queue.view.planes, queue.view.planeOffsets);
     if (!culled) list->Append(this);
 }
 

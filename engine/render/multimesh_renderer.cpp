@@ -48,19 +48,11 @@ CMultiMeshRenderer& MultiMeshQueue() {
     return instance;
 }
 
-void CMultiMeshRenderer::StartFrame(void* frameViewport, CRenderer* renderer, const Matrix& view,
-                                    float frameWidth, float frameHeight, float near,
-                                    const Vector* framePlanes, const float* framePlaneOffsets) {
+void CMultiMeshRenderer::StartFrame(void* frameViewport, CRenderer* renderer,
+                                    const MeshFrameView& frameView) {
     viewport = frameViewport;
     device = renderer;
-    viewMatrix = view;
-    width = frameWidth;
-    height = frameHeight;
-    halfWidth = float(double(frameWidth) / 2.0);
-    halfHeight = float(double(frameHeight) / 2.0);
-    nearDistance = near;
-    planes = framePlanes;
-    planeOffsets = framePlaneOffsets;
+    view = frameView;
 }
 
 void CMultiMeshRenderer::Append(const MultiMeshQueueEntry& entry) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "engine/render/mesh_renderer.h"
 #include "engine/scene/maths.h"
 
 class CMultiMesh;
@@ -29,11 +30,10 @@ public:
     CMultiMeshRenderer(const CMultiMeshRenderer&) = delete;
     CMultiMeshRenderer& operator=(const CMultiMeshRenderer&) = delete;
 
-    // The frame's view, copied for the frame; viewport is the caller's and is not read here.
-    // planes, planeOffsets: the five outward world planes (left, right, bottom, top, near) that
-    // a multi-mesh's Collect tests against; they must stay valid for the frame, null for none.
-    void StartFrame(void* viewport, CRenderer* renderer, const Matrix& view, float frameWidth,
-                    float frameHeight, float near, const Vector* planes, const float* planeOffsets);
+    // The frame's view, as the mesh queue takes it, copied for the frame; viewport is the
+    // caller's and is not read here. A multi-mesh's Collect tests against the view's planes,
+    // which must stay valid for the frame (null for none).
+    void StartFrame(void* viewport, CRenderer* renderer, const MeshFrameView& frameView);
     void EndFrame() {}
     void QueueMultiMesh(CMultiMesh* mesh);
     void FlushMultiMeshQueue();
@@ -43,14 +43,7 @@ public:
     MultiMeshQueueEntry* queue = nullptr;
     int32_t capacity = 0;  // grows by 64
     int32_t count = 0;
-    Matrix viewMatrix{};
-    float halfWidth = 0.0f;
-    float halfHeight = 0.0f;
-    float width = 0.0f;
-    float height = 0.0f;
-    float nearDistance = 0.0f;
-    const Vector* planes = nullptr;
-    const float* planeOffsets = nullptr;
+    MeshFrameView view{};
 
 private:
     void Append(const MultiMeshQueueEntry& entry);

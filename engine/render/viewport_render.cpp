@@ -67,8 +67,7 @@ void CViewport::StartFrame(CCamera* camera) {
     const MeshFrameView view{viewMatrix, width,       height,           near,
                              focal,      worldPlanes, worldPlaneOffsets};
     MeshRenderer().StartFrame(this, device, view);
-    MultiMeshQueue().StartFrame(this, device, viewMatrix, float(width), float(height), near,
-                                worldPlanes, worldPlaneOffsets);
+    MultiMeshQueue().StartFrame(this, device, view);
 }
 
 void CViewport::EndFrame() {

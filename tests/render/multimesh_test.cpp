@@ -206,7 +206,7 @@ TEST_F(MultiMeshTest, TheQueueDrawsPassByPassWithTheIdentityWorld) {
         meshes.back()->BuildFromMesh(sources.back(), 2, 2);
         meshes.back()->SetStageSettings(1, added);
     }
-    MultiMeshQueue().StartFrame(nullptr, renderer, Matrix{}, 640, 480, 1, nullptr, nullptr);
+    MultiMeshQueue().StartFrame(nullptr, renderer, {Matrix{}, 640, 480, 1, 1, nullptr, nullptr});
     DxCallRecorder calls;
     for (CMultiMesh* mesh : meshes) MultiMeshQueue().QueueMultiMesh(mesh);
     MultiMeshQueue().FlushMultiMeshQueue();
@@ -252,7 +252,7 @@ TEST_F(MultiMeshTest, FourStagePassesTakeTheSlowPathOnEveryEntry) {
         CorvaneSetWarningHandler([](const char* text) { Warnings.push_back(text); });
     CMesh source(nullptr);
     Fill(source, {textures[0], textures[1]}, {textures[2], textures[2]});
-    MultiMeshQueue().StartFrame(nullptr, renderer, Matrix{}, 640, 480, 1, nullptr, nullptr);
+    MultiMeshQueue().StartFrame(nullptr, renderer, {Matrix{}, 640, 480, 1, 1, nullptr, nullptr});
     for (uint8_t whole : {0, 1}) {
         CMultiMesh mesh(renderer, nullptr);
         mesh.BuildFromMesh(&source, 4, 2);
