@@ -44,8 +44,8 @@ void BakeWhole(benchmark::State& state, BenchMapId id, int oversample) {
 
 void RegisterBakeBenchmarks() {
     // The large bakes take seconds each: a couple of iterations, not a minimum time.
-    const int iterations[BenchMapCount] = {4, 3, 2, 2};
-    for (int id = 0; id < BenchMapCount; ++id)
+    const int iterations[GeneratedMapCount] = {4, 3, 2, 2};
+    for (int id = 0; id < GeneratedMapCount; ++id)
         for (int oversample : BenchOversamples)
             benchmark::RegisterBenchmark(BenchName("Bake", BenchMapId(id), oversample).c_str(),
                                          BakeWhole, BenchMapId(id), oversample)

@@ -11,14 +11,24 @@
 
 class CMesh;
 
-enum BenchMapId { SmallOneMesh, Chunked128, Chunked256, MillionOneMesh, BenchMapCount };
+// The generated maps first; the imported ones after them need data that may not be there.
+enum BenchMapId {
+    SmallOneMesh,
+    Chunked128,
+    Chunked256,
+    MillionOneMesh,
+    GeneratedMapCount,
+    PugetSound = GeneratedMapCount,  // the README's import of the Puget Sound height map
+    BenchMapCount
+};
 
 struct BenchMap {
     const char* name;
     int cells;
     int literalRows;  // sample rows that the literal walk times in a few seconds at most
-    CMesh* mesh;
+    CMesh* mesh;  // null where the map could not be made
     uint32_t triangles;
+    std::string missing;  // why mesh is null
 };
 
 constexpr int BenchOversamples[] = {1, 4};

@@ -75,7 +75,7 @@ void SpeedUp(benchmark::State& state, BenchMapId id, int oversample) {
 }  // namespace
 
 void RegisterSpeedUpBenchmarks() {
-    for (int id = 0; id < BenchMapCount; ++id)
+    for (int id = 0; id < GeneratedMapCount; ++id)
         for (int oversample : BenchOversamples) {
             // One row of the million-triangle map takes the literal walk some 8 s at oversample
             // 1 and four times that at 4; the rate per sample hardly changes with oversample.

@@ -58,6 +58,10 @@ public:
 
 void BuildDisplayCopy(benchmark::State& state, BenchMapId id) {
     CMesh* map = GetBenchMap(id).mesh;
+    if (!map) {
+        state.SkipWithError(GetBenchMap(id).missing.c_str());
+        return;
+    }
     ViewerSession session(nullptr);
     if (!session.ready) {
         state.SkipWithError(("no display device: " + DxGlFailure()).c_str());
@@ -76,6 +80,10 @@ void BuildDisplayCopy(benchmark::State& state, BenchMapId id) {
 // whole: the camera sees the whole map; otherwise the viewer's first view, of the corner.
 void DrawFrames(benchmark::State& state, BenchMapId id, bool whole) {
     const BenchMap& map = GetBenchMap(id);
+    if (!map.mesh) {
+        state.SkipWithError(map.missing.c_str());
+        return;
+    }
     ViewerSession session(map.mesh);
     if (!session.ready) {
         state.SkipWithError(("no display device: " + DxGlFailure()).c_str());
@@ -109,7 +117,7 @@ void DrawFrames(benchmark::State& state, BenchMapId id, bool whole) {
 }  // namespace
 
 void RegisterViewerBenchmarks() {
-    for (BenchMapId id : {Chunked128, Chunked256}) {
+    for (BenchMapId id : {Chunked128, Chunked256, PugetSound}) {
         benchmark::RegisterBenchmark((std::string("ViewerBuild/") + BenchMapName(id)).c_str(),
                                      BuildDisplayCopy, id)
             ->Iterations(3)
