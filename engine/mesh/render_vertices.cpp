@@ -1,6 +1,8 @@
 #include "engine/mesh/render_vertices.h"
 
+#include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "base/memory.h"
 #include "engine/mesh/draw_group.h"
@@ -49,6 +51,84 @@ bool FaceCornersInRange(const MeshFace& face, int32_t vertexCount) {
         if (v >= uint32_t(vertexCount)) return false;
     return true;
 }
+
+// The weld's search: the first render vertex of the current run with a given source and layer 0
+// u, v, found through an open hash table instead of a walk along the run. Each slot carries the
+// run it was filled in, so a new run empties the table without touching it.
+class RunCorners {
+public:
+    static constexpr uint32_t None = ~0u;
+
+    explicit RunCorners(const RenderVertex* list) : vertices(list) { Resize(64); }
+
+    void StartRun(uint32_t start) {
+        ++run;
+        runStart = start;
+        filled = 0;
+    }
+
+    uint32_t Find(uint32_t source, const float* uv) const {
+        if (std::isnan(uv[0]) || std::isnan(uv[1])) return None;  // equals nothing, as in a scan
+        for (size_t i = Hash(source, uv) & mask;; i = (i + 1) & mask) {
+            const Slot& slot = slots[i];
+            if (slot.run != run) return None;
+            const RenderVertex& rv = vertices[slot.vertex];
+            if (rv.source == source && rv.uv[0][0] == uv[0] && rv.uv[0][1] == uv[1])
+                return slot.vertex;
+        }
+    }
+
+    // vertex, just made, becomes findable unless an earlier one of the run has its key.
+    void Add(uint32_t vertex) {
+        if (2 * (filled + 1) > slots.size()) {
+            Resize(slots.size() * 2);
+            for (uint32_t v = runStart; v < vertex; ++v) Insert(v);
+        }
+        Insert(vertex);
+    }
+
+private:
+    struct Slot {
+        uint32_t run;
+        uint32_t vertex;
+    };
+
+    // -0 and +0 compare equal, so they must hash alike.
+    static uint32_t Bits(float value) {
+        uint32_t bits = 0;
+        if (value != 0.0f) std::memcpy(&bits, &value, sizeof bits);
+        return bits;
+    }
+    static size_t Hash(uint32_t source, const float* uv) {
+        uint64_t h = source * 0x9E3779B97F4A7C15ull;
+        h ^= (uint64_t(Bits(uv[0])) << 32 | Bits(uv[1])) * 0xC2B2AE3D27D4EB4Full;
+        return size_t(h ^ h >> 29);
+    }
+
+    void Resize(size_t count) {
+        slots.assign(count, Slot{0, 0});
+        mask = count - 1;
+        filled = 0;
+    }
+
+    void Insert(uint32_t vertex) {
+        const RenderVertex& rv = vertices[vertex];
+        if (Find(rv.source, rv.uv[0]) != None || std::isnan(rv.uv[0][0]) ||
+            std::isnan(rv.uv[0][1]))
+            return;
+        size_t i = Hash(rv.source, rv.uv[0]) & mask;
+        while (slots[i].run == run) i = (i + 1) & mask;
+        slots[i] = {run, vertex};
+        ++filled;
+    }
+
+    const RenderVertex* vertices;
+    std::vector<Slot> slots;
+    size_t mask = 0;
+    size_t filled = 0;
+    uint32_t run = 1;  // slots start in run 0: empty
+    uint32_t runStart = 0;
+};
 
 // The common refresh masks get exactly their attributes; any other writes all.
 uint32_t RefreshSet(uint32_t mask) {
@@ -110,35 +190,25 @@ RenderVertexList BuildRenderVertices(int32_t vertexCount, const MeshVertex* vert
         static_cast<RenderVertex*>(MALLOC(size_t(faceCount[0]) * 3 * sizeof(RenderVertex)));
     if (!list.vertices) return list;
     const uint32_t secondCount = faces[1] ? faceCount[1] : 0;
-    uint32_t runStart = 0;
     const CTexture* runTexture = faces[0][0].texture;
+    RunCorners corners(list.vertices);
     for (uint32_t f = 0; f < faceCount[0]; ++f) {
         MeshFace& face = faces[0][f];
         MeshFace* second = f < secondCount ? faces[1] + f : nullptr;
         if (face.texture != runTexture) {
-            runStart = list.count;
+            corners.StartRun(list.count);
             runTexture = face.texture;
         }
-        uint32_t corner[3] = {0, 0, 0};
-        bool matched[3] = {false, false, false};
+        uint32_t corner[3] = {RunCorners::None, RunCorners::None, RunCorners::None};
         const bool flat = (face.flags & MeshFlatFace) != 0;
         Vector flatNormal = {0, 0, 0};
         if (flat && FaceCornersInRange(face, vertexCount))
             FaceNormal(vertices, face.vertex[0], face.vertex[1], face.vertex[2], flatNormal);
-        // Only within the run: a texture change never shares vertices.
-        for (uint32_t r = runStart; !flat && r < list.count; ++r) {
-            const RenderVertex& rv = list.vertices[r];
-            for (int k = 0; k < 3; ++k) {
-                if (matched[k] || rv.source != face.vertex[k] || rv.uv[0][0] != face.uv[k * 2] ||
-                    rv.uv[0][1] != face.uv[k * 2 + 1])
-                    continue;
-                matched[k] = true;
-                corner[k] = r;
-            }
-            if (matched[0] && matched[1] && matched[2]) break;
-        }
+        // All three look before any is added: a face never welds to its own corners.
+        for (int k = 0; !flat && k < 3; ++k)
+            corner[k] = corners.Find(face.vertex[k], face.uv + k * 2);
         for (int k = 0; k < 3; ++k) {
-            if (matched[k]) continue;
+            if (corner[k] != RunCorners::None) continue;
             RenderVertex& rv = list.vertices[list.count];
             rv.source = face.vertex[k];
             rv.normal = flat ? flatNormal : SourceOf(vertices, vertexCount, face.vertex[k]).normal;
@@ -149,6 +219,7 @@ RenderVertexList BuildRenderVertices(int32_t vertexCount, const MeshVertex* vert
             rv.uv[1][0] = second ? second->uv[k * 2] : 0.0f;
             rv.uv[1][1] = second ? second->uv[k * 2 + 1] : 0.0f;
             corner[k] = list.count++;
+            corners.Add(corner[k]);
         }
         if (indices)
             for (int k = 0; k < 3; ++k) indices[f * 3 + k] = uint16_t(corner[k]);

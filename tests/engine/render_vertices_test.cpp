@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "base/memory.h"
@@ -78,6 +80,58 @@ TEST(RenderVertices, SharedCornersWeldOnlyWithinOneTextureAndEqualUV) {
         }
         FreeRenderVertices(list);
     }
+}
+
+// The weld as a walk along the run, the lowest match first: what the hashed search must equal.
+std::vector<uint32_t> ScanWeld(const CMesh& mesh, uint32_t& made) {
+    std::vector<uint32_t> corners, sources;
+    std::vector<const float*> uvs;
+    for (uint32_t f = 0, start = 0; f < mesh.faceCount[0]; ++f) {
+        const MeshFace& face = mesh.faces[0][f];
+        if (f && face.texture != mesh.faces[0][f - 1].texture) start = uint32_t(sources.size());
+        uint32_t found[3] = {~0u, ~0u, ~0u};
+        for (uint32_t r = start; !(face.flags & MeshFlatFace) && r < sources.size(); ++r)
+            for (int k = 0; k < 3; ++k)
+                if (found[k] == ~0u && sources[r] == face.vertex[k] &&
+                    uvs[r][0] == face.uv[k * 2] && uvs[r][1] == face.uv[k * 2 + 1])
+                    found[k] = r;
+        for (uint32_t& c : found)
+            if (c == ~0u) {
+                c = uint32_t(sources.size());
+                sources.push_back(face.vertex[&c - found]);
+                uvs.push_back(face.uv + (&c - found) * 2);
+            }
+        corners.insert(corners.end(), found, found + 3);
+    }
+    made = uint32_t(sources.size());
+    return corners;
+}
+
+// Few sources and few u, v values (signed zeros and NaN among them) make many candidate matches;
+// long runs make the search's table grow mid-run.
+TEST(RenderVertices, WeldFindsTheFirstMatchOfItsRunAsAWalkWould) {
+    Quad quad;
+    CMesh& mesh = quad.mesh;
+    mesh.AllocVertices(24);
+    mesh.AllocFaces(6000, 0);
+    std::mt19937 random(7);
+    const float values[] = {0.0f, -0.0f, 0.5f, 1.0f, std::nanf("")};
+    for (uint32_t f = 0; f < 6000; ++f) {
+        MeshFace& face = mesh.faces[0][f];
+        auto pick = [&random](uint32_t count) { return uint32_t(random() % count); };
+        face = MeshFace{{pick(26), pick(24), pick(24)},
+                        (f / 1500) % 2 ? quad.second : quad.first,
+                        pick(16) ? 0u : uint32_t(MeshFlatFace),
+                        {}};
+        for (float& uv : face.uv) uv = values[pick(pick(8) ? 4 : 5)];
+    }
+    std::vector<uint16_t> indices(18000);
+    RenderVertexList list = quad.Weld(indices.data());
+    uint32_t made = 0;
+    const std::vector<uint32_t> expected = ScanWeld(mesh, made);
+    EXPECT_EQ(list.count, made);
+    EXPECT_TRUE(std::equal(indices.begin(), indices.end(), expected.begin()));
+    FreeRenderVertices(list);
 }
 
 TEST(RenderVertices, LayoutsMatchTheirFormatCodes) {
