@@ -126,6 +126,10 @@ void HeadlessUi::CreateTopWindow(WindowId id, const char* title, int x, int y, i
     window.geometry = {x, y, width, height};
 }
 
+void HeadlessUi::PlaceTopWindow(WindowId id, int x, int y, int width, int height) {
+    if (Native* window = Find(id)) window->geometry = {x, y, width, height};
+}
+
 void HeadlessUi::DestroyNativeWindow(WindowId id) {
     for (auto it = windows.begin(); it != windows.end();)
         it = it->second.parent == id ? windows.erase(it) : std::next(it);

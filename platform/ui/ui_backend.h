@@ -22,6 +22,7 @@ public:
     // A top-level window of the given client size, hidden.
     virtual void CreateTopWindow(WindowId id, const char* title, int x, int y, int width,
                                  int height) = 0;
+    virtual void PlaceTopWindow(WindowId id, int x, int y, int width, int height) = 0;
     virtual void DestroyNativeWindow(WindowId id) = 0;  // a dialog takes its controls with it
 
     virtual void SetText(WindowId id, const char* text) = 0;

@@ -10,6 +10,7 @@ using HINSTANCE = void*;
 using HICON = void*;
 using HCURSOR = void*;
 using HBRUSH = void*;
+using HGDIOBJ = void*;
 using BOOL = int;
 using UINT = unsigned;
 using LONG = int32_t;
@@ -57,6 +58,9 @@ struct WNDCLASSA {
 inline LPCSTR MAKEINTRESOURCEA(uintptr_t id) {
     return reinterpret_cast<LPCSTR>(id);
 }
+// The system's own icon and cursor, by number.
+inline LPCSTR IDI_APPLICATION = MAKEINTRESOURCEA(32512);
+inline LPCSTR IDC_ARROW = MAKEINTRESOURCEA(32512);
 constexpr inline unsigned LOWORD(uintptr_t v) {
     return unsigned(v & 0xFFFF);
 }
@@ -118,6 +122,10 @@ enum : int {
     SM_CYMENU = 15,
     SM_CXFRAME = 32,
     SM_CYFRAME = 33,
+    SWP_NOSIZE = 0x0001,
+    SWP_NOMOVE = 0x0002,
+    SWP_NOZORDER = 0x0004,
+    WHITE_BRUSH = 0,
     VK_SHIFT = 16,
     VK_ESCAPE = 27,
     VK_SPACE = 32,

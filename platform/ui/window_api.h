@@ -28,6 +28,13 @@ BOOL IsWindowEnabled(HWND window);
 LONG_PTR SetWindowLongPtrA(HWND window, int index, LONG_PTR value);  // the previous value
 LONG_PTR GetWindowLongPtrA(HWND window, int index);
 int GetSystemMetrics(int index);
+// Moves and sizes a top-level window; the Z order is the only one there is, so it is left alone.
+BOOL SetWindowPos(HWND window, HWND insertAfter, int x, int y, int width, int height, UINT flags);
+// The system's icon, cursor and brushes, for a window class. Null for one the system lacks:
+// this window system only knows the stock ones (a null instance).
+HICON LoadIconA(HINSTANCE instance, LPCSTR name);
+HCURSOR LoadCursorA(HINSTANCE instance, LPCSTR name);
+HGDIOBJ GetStockObject(int object);
 
 // Controls of a dialog
 HWND GetDlgItem(HWND dialog, int id);

@@ -26,6 +26,7 @@ struct WindowRecord {
     WNDPROC windowProc = nullptr;
     LONG_PTR userData = 0;
     std::vector<WindowId> controls;  // a dialog's, in template order
+    PixelRect placement = {};        // a top-level window's, for a move that keeps its size
 };
 
 struct WindowSystem {
@@ -228,6 +229,7 @@ HWND CreateWindowExA(uint32_t, LPCSTR className, LPCSTR title, uint32_t style, i
     record.type = WindowType::TopLevel;
     record.parent = IdOf(parent);
     record.windowProc = found->second.lpfnWndProc;
+    record.placement = {x, y, width, height};
     system.windows[id] = record;
     system.backend->CreateTopWindow(id, title ? title : "", x, y, width, height);
     if (style & WS_VISIBLE) system.backend->SetVisible(id, true);
@@ -330,6 +332,34 @@ LONG_PTR GetWindowLongPtrA(HWND window, int index) {
 // Window sizes here are client sizes: frames and menus belong to the desktop's window manager.
 int GetSystemMetrics(int) {
     return 0;
+}
+
+BOOL SetWindowPos(HWND window, HWND, int x, int y, int width, int height, UINT flags) {
+    WindowRecord* record = Find(window);
+    if (!record || record->type != WindowType::TopLevel) return 0;
+    PixelRect now = record->placement;
+    if (!(flags & SWP_NOMOVE)) now.x = x, now.y = y;
+    if (!(flags & SWP_NOSIZE)) now.width = width, now.height = height;
+    record->placement = now;
+    System().backend->PlaceTopWindow(IdOf(window), now.x, now.y, now.width, now.height);
+    return 1;
+}
+
+// Stock objects are handles with no memory behind them: numbers that only compare.
+static void* StockHandle(uintptr_t number) {
+    return reinterpret_cast<void*>(number);
+}
+
+HICON LoadIconA(HINSTANCE instance, LPCSTR name) {
+    return !instance && name == IDI_APPLICATION ? StockHandle(0x10000 + 32512) : nullptr;
+}
+
+HCURSOR LoadCursorA(HINSTANCE instance, LPCSTR name) {
+    return !instance && name == IDC_ARROW ? StockHandle(0x20000 + 32512) : nullptr;
+}
+
+HGDIOBJ GetStockObject(int object) {
+    return object == WHITE_BRUSH ? StockHandle(0x30000 + WHITE_BRUSH) : nullptr;
 }
 
 HWND GetDlgItem(HWND dialog, int id) {

@@ -5,9 +5,11 @@
 #include <string>
 #include <tuple>
 
+#include "platform/dx7/adapter_table.h"
 #include "platform/ui/headless_ui.h"
 #include "tests/support/app_fixture.h"
 #include "tool/app/setup_dialog_template.h"
+#include "tool/view/viewer_scene.h"
 
 namespace {
 
@@ -47,7 +49,9 @@ TEST_F(SetupDialogTest, OpensWithTheScriptsTheLastDirectoryAndTheViewerBoxOff) {
     WriteScript("a_first.ssf", "AMBIENT 20\n");
     WriteWholeFile(dir.File("lit/notes.txt"), "not a script");
     WriteWholeFile(dir.File("LastShadow.txt"), "maps/with a blank\n");
+    DxFaultSwitches().createDevices = 100;  // no 3D device to be had
     Open();
+    DxFaultSwitches() = {};
     EXPECT_EQ(ItemText(dialog, IdMapDirectory), "maps/with a blank");
     // The scripts of the LIT folder in name order whatever the case, the first one chosen.
     std::vector<std::string> scripts = {ItemText(dialog, IdScript)};
@@ -56,7 +60,8 @@ TEST_F(SetupDialogTest, OpensWithTheScriptsTheLastDirectoryAndTheViewerBoxOff) {
         scripts.push_back(ItemText(dialog, IdScript));
     EXPECT_EQ(scripts, (std::vector<std::string>{"a_first.ssf", "B_second.ssf", "quick.ssf"}));
     // Without a display device the viewer box is shown but can't be ticked, and says why.
-    EXPECT_NE(ui.Tooltip(GetDlgItem(dialog, IdDisplayMap)).find("no display device"),
+    EXPECT_EQ(Device, nullptr);
+    EXPECT_NE(ui.Tooltip(GetDlgItem(dialog, IdDisplayMap)).find("display device could not be "),
               std::string::npos);
     EXPECT_FALSE(ui.Click(dialog, IdDisplayMap));
 }
@@ -163,8 +168,7 @@ TEST_F(SetupDialogTest, APickedDirectoryBakesWithTheControlsLockedAndTheBarMovin
     EXPECT_EQ(ControlStates, std::vector<std::vector<bool>>(4, std::vector<bool>(6, false)));
     EXPECT_GE(ui.PumpCount() - pumpsBefore, 4);  // the window kept being served mid-bake
     // Handed back: controls as at the start, the bar at 0, the start directory current.
-    EXPECT_EQ(BakeControlsEnabled(dialog),
-              (std::vector<bool>{true, true, true, false, true, true}));
+    EXPECT_EQ(BakeControlsEnabled(dialog), std::vector<bool>(6, true));
     EXPECT_EQ(Progress(dialog), 0);
     EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::current_path(), dir.Path()));
     EXPECT_EQ(GetFocus(), dialog);

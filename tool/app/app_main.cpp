@@ -3,6 +3,8 @@
 #include "base/diagnostics.h"
 #include "base/memory.h"
 #include "base/resmanager.h"
+#include "engine/render/mesh_renderer.h"
+#include "engine/render/renderer.h"
 #include "engine/scene/maths.h"
 #include "engine/scene/path_list.h"
 #include "engine/texture/texture.h"
@@ -18,6 +20,7 @@
 #include "tool/run/app_state.h"
 #include "tool/run/bake_run.h"
 #include "tool/run/program_session.h"
+#include "tool/view/viewer_scene.h"
 
 SetupDialog* Dialog = nullptr;
 
@@ -50,7 +53,7 @@ static void BakeRunFinished() {
 bool ApplicationStart(HINSTANCE instance, int showMode) {
     QuitRequested = 0;
     StartProgram({});
-    // The engine's render queues open here once the renderer exists; a bake needs none.
+    OpenMeshRenderer();
     Resources = NEW ResourceManager("resource.cfg");
     SetToolResourceManager(Resources);
     CreateViewerWindow(instance);
@@ -67,16 +70,20 @@ bool ApplicationStart(HINSTANCE instance, int showMode) {
     TexturePaths = NEW PathList;
     const char* textures = Resources->GetResourcePath("TEXTURE_DATA");
     if (textures) TexturePaths->Push(textures);
-    // The display device opens here once there is one; until then the viewer stays unavailable
-    // and every bake ends back in the dialog.
-    return Dialog->Window != nullptr;
+    if (!Dialog->Window) return false;
+    // Without a device the dialog still bakes; its viewer box says why it can't be ticked.
+    OpenViewerDevice();
+    Dialog->ShowViewerAvailability();
+    return true;
 }
 
 void MainLoop() {
     while (!QuitRequested) {
-        // The viewer's frame goes first here once the viewer exists; while nothing is shown
-        // there is nothing to draw, so the loop sleeps until the user does something.
-        WaitMessage();
+        // While nothing is shown there is nothing to draw: the loop sleeps until the user acts.
+        if (ViewerActive)
+            ViewerFrame();
+        else
+            WaitMessage();
         DrainMessages();
         if (BatchMode) break;
     }
@@ -89,7 +96,9 @@ int ApplicationEnd(HINSTANCE instance) {
     Dialog = nullptr;
     SetRunFinishedCallback(nullptr);
     SetProgressHooks(nullptr);
+    CloseViewerDevice();
     DestroyViewerWindow(instance);
+    CloseMeshRenderer();
     StopProgram();
     return 0;
 }

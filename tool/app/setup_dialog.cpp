@@ -105,10 +105,7 @@ SetupDialog::SetupDialog(HINSTANCE instance, int showMode) {
                                 DialogProcedure, 0);
     SetWindowLongPtrA(Window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
     FillScriptList();
-    if (!ViewerAvailable()) {
-        EnableWindow(GetDlgItem(Window, IdDisplayMap), 0);
-        SetWindowTooltipA(GetDlgItem(Window, IdDisplayMap), NoViewerReason);
-    }
+    ShowViewerAvailability();
     ShowWindow(Window, showMode);
     UpdateWindow(Window);
     SetFocus(Window);
@@ -156,6 +153,12 @@ void SetupDialog::EnableControls(bool flag) {
         if (id == IdDisplayMap) enable = flag && ViewerAvailable();
         EnableWindow(GetDlgItem(Window, id), enable ? 1 : 0);
     }
+}
+
+void SetupDialog::ShowViewerAvailability() {
+    HWND box = GetDlgItem(Window, IdDisplayMap);
+    EnableWindow(box, ViewerAvailable() ? 1 : 0);
+    SetWindowTooltipA(box, ViewerAvailable() ? "" : NoViewerReason());
 }
 
 void SetupDialog::RunFinished() {
@@ -247,7 +250,7 @@ void SetupDialog::Start() {
         status += " in " + Duration(Written.seconds);
     }
     SetDlgItemTextA(Window, IdProgressLabel, status.c_str());
-    // Without the viewer nothing shows the message log: a map that could not be baked says why.
+    // No viewer shows a failed bake: a map that could not be baked says why here.
     if (result.baked == 0 && MessageLogCount() > 0)
         MessageBoxA(Window, MessageLogLine(MessageLogCount() - 1), "ERROR", MB_ICONERROR);
 }

@@ -35,6 +35,8 @@ public:
     void EnableControls(bool flag);
     void RunFinished();  // a bake or the viewer has ended: the dialog takes over again
     void TakeFocus();
+    // The viewer's box follows the display device: it can be ticked while one is open.
+    void ShowViewerAvailability();
 
     HWND Window;
 

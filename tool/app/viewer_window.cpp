@@ -29,16 +29,30 @@ uint8_t* KeyFlag(WPARAM key) {
 
 }  // namespace
 
+void StartViewer() {
+    SetCursorPos(HoldX, HoldY);
+    ShowCursor(0);
+    ShowWindow(ViewerWindow, SW_SHOW);
+    SetFocus(ViewerWindow);
+    ViewerActive = 1;
+}
+
 void CloseViewer() {
     ViewerActive = 0;
     ShowWindow(ViewerWindow, SW_HIDE);
-    if (Dialog) Dialog->RunFinished();  // the program's end may close a viewer after the dialog
+    if (Dialog)
+        Dialog->RunFinished();
+    else  // the program's end, or a viewer of its own (tenebrix-view)
+        ShowCursor(1);
     FreeViewerScene();
 }
 
 LRESULT ViewerProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
         case WM_DESTROY:
+            if (ViewerActive) CloseViewer();
+            return 0;
+        case WM_CLOSE:  // the desktop's close box: the window stays for the next run
             if (ViewerActive) CloseViewer();
             return 0;
         case WM_MOVE:

@@ -5,5 +5,8 @@
 
 LRESULT ViewerProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
+// Shows the viewer: the cursor hidden and held at its centre, the window shown with the focus.
+void StartViewer();
+
 // Hides the window, gives the dialog back and frees the run's viewer objects.
 void CloseViewer();

@@ -30,6 +30,7 @@ namespace fs = std::filesystem;
 static MapBakedCallback MapBaked = nullptr;
 static RayCoreOptions CoreOptions;
 static void (*RunFinished)() = nullptr;
+static const ViewerSteps* Steps = nullptr;
 static char OutputName[_MAX_PATH] = "texture.dat";
 
 bool SetBakeOutputName(const char* name) {
@@ -45,6 +46,10 @@ void SetMapBakedCallback(MapBakedCallback callback) {
 
 void SetRayCoreOptions(const RayCoreOptions& options) {
     CoreOptions = options;
+}
+
+void SetViewerSteps(const ViewerSteps* steps) {
+    Steps = steps;
 }
 
 void SetRunFinishedCallback(void (*callback)()) {
@@ -187,9 +192,13 @@ static bool BakeOneMap(char* mapPath, const char* outputName) {
         RefuseMap(mapPath, trap.Reason());
         good = false;
     }
-    // Without a display there is no viewer to hand the map to: it goes in every case.
+    CMesh* displayCopy = nullptr;
+    if (good && !BatchMode && Steps) {
+        Steps->takeMap();
+        displayCopy = ViewerMesh;
+    }
     DELETE(MapMesh);
-    MapMesh = nullptr;
+    MapMesh = displayCopy;
     return good;
 }
 
@@ -240,10 +249,17 @@ static void CopyLightDescription(const char* mapPath) {
 BakeRunResult BakeMap(char* mapPath, uint8_t showViewer) {
     Scene = NEW CScene;
     SceneRoot = Scene->layerRoot[0];
+    if (Steps) Steps->setUp();
     BakeRunResult result = RunBakeMaps(mapPath);
     CopyLightDescription(mapPath);
-    (void)showViewer;  // no display in this build: the run always ends as after a batch
+    // A viewer of nothing would only hide the dialog's word on why the bake failed.
+    if (showViewer && Steps && ViewerMesh && Steps->show()) return result;
     if (RunFinished) RunFinished();
+    MapMesh = nullptr;  // the display copy, if any, goes with the rest
+    if (Steps) {
+        Steps->release();
+        return result;
+    }
     if (ViewerMesh) DELETE(ViewerMesh);
     ViewerMesh = nullptr;
     if (ShadowTexture) FreeTexture(ShadowTexture);

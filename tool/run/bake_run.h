@@ -25,6 +25,16 @@ void SetMapBakedCallback(MapBakedCallback callback);
 // its controls again), before the run's objects go. Null: none.
 void SetRunFinishedCallback(void (*callback)());
 
+// What a front end with a display does around a single bake, in the run's order. Null: nothing,
+// and the run frees its own objects (the command line, or no display device).
+struct ViewerSteps {
+    void (*setUp)();    // before the bake, each run: the viewer's camera and viewport
+    void (*takeMap)();  // behind a single map's good pass: its display copy out of MapMesh
+    bool (*show)();     // at the end, when asked: true if the viewer now shows and owns the run
+    void (*release)();  // otherwise: every object of the run, the display copy's included
+};
+void SetViewerSteps(const ViewerSteps* steps);
+
 // The core and threads of the run's passes (default: the fast core, half-open, every core).
 void SetRayCoreOptions(const RayCoreOptions& options);
 

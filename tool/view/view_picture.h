@@ -4,17 +4,10 @@
 
 #include <string>
 
-#include "tool/view/viewer_scene.h"
+#include "tool/view/bake_view.h"
 
-struct ViewPicture {
-    std::string map;     // a .vbf or .vaf map file
-    std::string shadow;  // its shadow map
-    std::string png;     // the picture, written under a temporary name and renamed
-    int width = ViewerWidth;
-    int height = ViewerHeight;
-    double distance = 1290.0;  // of the camera from the focus
-    double turn = 0.0;         // degrees the view turns about the focus
-    double focusX = 0.0, focusZ = 0.0;
+struct ViewPicture : BakeView {
+    std::string png;  // the picture, written under a temporary name and renamed
 };
 
 // Opens the display device off screen, draws the frame, writes the picture and closes the device

@@ -78,6 +78,11 @@ void BuildViewerMesh(CMesh* mesh) {
     BuildChildren(mesh);
 }
 
+void TakeBakedMap() {
+    Device->LoadDeviceTexture(ShadowTexture);
+    BuildViewerMesh(MapMesh);
+}
+
 void ViewerFrame() {
     if (!ViewerActive) return;
     if (LeftHeld) Distance -= 10;
@@ -131,6 +136,7 @@ void MouseLook(int32_t dx, int32_t dy) {
 }
 
 void FreeViewerScene() {
+    if (MapMesh == ViewerMesh) MapMesh = nullptr;
     if (ViewerMesh) DELETE(ViewerMesh);
     ViewerMesh = nullptr;
     if (ShadowTexture) FreeTexture(ShadowTexture);

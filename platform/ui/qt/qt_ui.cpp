@@ -397,6 +397,13 @@ void QtUi::CreateTopWindow(WindowId id, const char* title, int x, int y, int wid
     windows[id] = {window, ControlKind::Static, false, 0};
 }
 
+void QtUi::PlaceTopWindow(WindowId id, int x, int y, int width, int height) {
+    auto found = windows.find(id);
+    if (found == windows.end() || found->second.isControl || !found->second.widget) return;
+    found->second.widget->resize(std::max(width, 1), std::max(height, 1));
+    found->second.widget->move(x, y);
+}
+
 bool QtUi::ShowFrame(HWND window, QImage frame) {
     auto found = windows.find(WindowId(reinterpret_cast<uintptr_t>(window)));
     if (found == windows.end() || found->second.isControl) return false;

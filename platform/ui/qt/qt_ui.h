@@ -39,6 +39,7 @@ public:
                             const WindowId* controlIds) override;
     void CreateTopWindow(WindowId id, const char* title, int x, int y, int width,
                          int height) override;
+    void PlaceTopWindow(WindowId id, int x, int y, int width, int height) override;
     void DestroyNativeWindow(WindowId id) override;
     void SetText(WindowId id, const char* text) override;
     std::string Text(WindowId id) override;
