@@ -607,17 +607,6 @@ void GlBackend::Draw(const DxDrawState& state, const DxPrimitive& primitive) {
     DxVertexLayout layout;
     DxGlShaderKey key;
     if (!DxLayoutVertex(primitive.fvf, layout) || !DxMakeShaderKey(state, primitive.fvf, key)) return;
-    WORD lowest = 0xFFFF, highest = 0;
-    if (primitive.indices) {
-        for (DWORD i = 0; i < primitive.indexCount; ++i) {
-            lowest = std::min(lowest, primitive.indices[i]);
-            highest = std::max(highest, primitive.indices[i]);
-        }
-        if (highest >= primitive.vertexCount) {
-            Warn("a draw whose indices pass its vertices was dropped");
-            return;
-        }
-    }
     const D3DVIEWPORT7& vp = state.viewport;
     if (vp.dwWidth == 0 || vp.dwHeight == 0) return;
     Program* program = GetProgram(key);
@@ -661,9 +650,11 @@ void GlBackend::Draw(const DxDrawState& state, const DxPrimitive& primitive) {
     LoadUniforms(state, key, *program);
     SetAttributes(layout, key, primitive.vertices);
     GLenum mode = modes[primitive.type - 1];
+    // The device has checked every index against the vertex count, so that is the range: no
+    // second pass over the indices, and GL needs none of its own either.
     if (primitive.indices)
-        glDrawRangeElements(mode, lowest, highest, GLsizei(primitive.indexCount), GL_UNSIGNED_SHORT,
-                            primitive.indices);
+        glDrawRangeElements(mode, 0, primitive.vertexCount - 1, GLsizei(primitive.indexCount),
+                            GL_UNSIGNED_SHORT, primitive.indices);
     else
         glDrawArrays(mode, 0, GLsizei(primitive.vertexCount));
     state.target->glNewer = true;
@@ -724,9 +715,13 @@ void GlBackend::ReadBack(DxSurfaceStore& store) {
     glReadBuffer(GL_COLOR_ATTACHMENT0);
     GLsizei w = GLsizei(store.width), h = GLsizei(store.height);
     // Rows come out top first already (see the top of this file).
-    if (DxIsArgb8888(store.format) && store.pitch == LONG(store.width * 4) &&
+    const bool alpha = DxIsArgb8888(store.format);
+    if ((alpha || DxIsXrgb8888(store.format)) && store.pitch == LONG(store.width * 4) &&
         store.bytes.size() >= size_t(w) * h * 4) {
         glReadPixels(0, 0, w, h, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV, store.bytes.data());
+        // The top byte lies outside the masks, and such bits are 0 in a store.
+        if (!alpha)
+            for (size_t i = 3; i < size_t(w) * h * 4; i += 4) store.bytes[i] = 0;
     } else {
         scratch.resize(size_t(w) * h * 4);
         glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, scratch.data());

@@ -37,7 +37,7 @@ struct DxPrimitive {
     DWORD fvf;
     const uint8_t* vertices;  // the first vertex drawn
     DWORD vertexCount;
-    const WORD* indices;      // null for a plain draw
+    const WORD* indices;      // null for a plain draw; each below vertexCount (the device checks)
     DWORD indexCount;
 };
 

@@ -57,6 +57,12 @@ bool DxIsArgb8888(const DDPIXELFORMAT& f) {
            f.dwRGBAlphaBitMask == 0xFF000000;
 }
 
+bool DxIsXrgb8888(const DDPIXELFORMAT& f) {
+    return (f.dwFlags & DDPF_RGB) && !(f.dwFlags & DDPF_FOURCC) && f.dwRGBBitCount == 32 &&
+           f.dwRBitMask == 0x00FF0000 && f.dwGBitMask == 0x0000FF00 && f.dwBBitMask == 0x000000FF &&
+           (!(f.dwFlags & DDPF_ALPHAPIXELS) || f.dwRGBAlphaBitMask == 0);
+}
+
 bool DxStoreToRgba(const DxSurfaceStore& store, std::vector<uint8_t>& rgba) {
     Layout layout;
     if (!GetLayout(store, layout)) return false;

@@ -19,3 +19,6 @@ bool DxRgbaToStore(const uint8_t* rgba, DxSurfaceStore& store);
 
 // 32-bit ARGB with 8 bits of alpha, as the GL side can upload straight from memory.
 bool DxIsArgb8888(const DDPIXELFORMAT& format);
+
+// The same colour masks without alpha: the top byte unused.
+bool DxIsXrgb8888(const DDPIXELFORMAT& format);
