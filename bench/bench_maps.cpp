@@ -162,7 +162,7 @@ const BenchIndex& GetBenchIndex(BenchMapId id) {
         auto index = std::make_unique<BenchIndex>();
         index->light = DefaultShadowSettings().Light;
         VectorNormalize(index->light);
-        index->table.AddTree(mesh);
+        if (mesh) index->table.AddTree(mesh);
         index->fast.Build(index->table, index->light);
         return index;
     });

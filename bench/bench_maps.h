@@ -39,7 +39,8 @@ const BenchMap& GetBenchMap(BenchMapId id);
 // The default light and texture size over the map's cells.
 ShadowSettingsRecord BenchSettings(const BenchMap& map, int oversample);
 
-// The ray table and the fast core's index of a map under the default light, built once.
+// The ray table and the fast core's index of a map under the default light, built once; an
+// imported map that could not be made gets an empty one.
 struct BenchIndex {
     RayTable table;
     FastRayTable fast;
