@@ -3,11 +3,11 @@
 #include <QApplication>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "apps/common/command_line.h"
+#include "apps/common/display_check.h"
 #include "platform/crt/paths.h"
+#include "platform/ui/qt/qt_display.h"
 #include "platform/ui/qt/qt_ui.h"
 #include "tool/app/app_main.h"
 
@@ -24,17 +24,6 @@ CommandLineOutcome ParseDialogOptions(int argc, char** argv, std::string& direct
     line.app.add_option("DIRECTORY", directory, "where to start (default: the current one)")
         ->type_name("");
     return line.Parse(argc, argv);
-}
-
-// The toolkit aborts where it finds no window system; say it in words before it starts. A
-// platform named by the user (-platform, QT_QPA_PLATFORM) is left to the toolkit.
-bool DisplayMissing(int argc, char** argv) {
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-        if (const char* value = std::getenv(name); value && *value) return false;
-    for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "-platform") == 0 || std::strcmp(argv[i], "--platform") == 0)
-            return false;
-    return true;
 }
 
 }  // namespace
@@ -61,5 +50,6 @@ int main(int argc, char** argv) {
         return ExitFailed;
     }
     QtUi ui;
+    QtDisplay display(ui);  // the device draws with the desktop's GL and shows in the viewer
     return RunApplication(nullptr, SW_SHOWNORMAL);
 }

@@ -1,4 +1,14 @@
-// tenebrix-view: a finished bake as the viewer shows it, drawn off screen into a picture.
+// tenebrix-view: a finished bake as the viewer shows it, on screen or drawn off screen into a
+// picture.
+#ifdef TENEBRIX_VIEW_ON_SCREEN
+#include <QApplication>
+
+#include "apps/common/display_check.h"
+#include "platform/ui/qt/qt_display.h"
+#include "platform/ui/qt/qt_ui.h"
+#include "tool/app/view_on_screen.h"
+#endif
+
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -34,19 +44,32 @@ void UseMapResources(const fs::path& folder) {
     SetTextureLoadFunction(ToolLoadTexture);
 }
 
+// The viewer's window until Escape; the shadow map and map are read once the window system runs.
+int ShowOnScreen(const BakeView& view) {
+#ifdef TENEBRIX_VIEW_ON_SCREEN
+    static const char* const ToolkitWords[] = {Program, nullptr};
+    if (DisplayMissing(1, ToolkitWords))
+        return Fail(
+            "no display to show the viewer on (DISPLAY is not set); give --png FILE to "
+            "draw a picture off screen instead");
+    int toolkitCount = 1;  // the toolkit takes no options of ours
+    QApplication application(toolkitCount, const_cast<char**>(ToolkitWords));
+    QtUi ui;
+    QtDisplay display(ui);
+    const std::string error = ShowBakeOnScreen(view);
+    return error.empty() ? 0 : Fail(error);
+#else
+    (void)view;
+    return Fail("this build has no window system to show the viewer on; give --png FILE");
+#endif
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     ViewOptions options;
     CommandLineOutcome parsed = ParseViewOptions(argc, argv, options);
     if (!parsed.run) return PrintOutcome(parsed);
-    if (options.png.empty()) {
-        std::fprintf(stderr,
-                     "%s: the viewer's window comes in a later version; give --png FILE for a "
-                     "picture\n",
-                     Program);
-        return ExitUsage;
-    }
     fs::path mapFile = fs::absolute(options.map);
     if (fs::is_directory(mapFile)) mapFile /= "test.vbf";
     if (!fs::is_regular_file(mapFile)) return Fail("map " + mapFile.string() + ": no such file");
@@ -54,7 +77,7 @@ int main(int argc, char** argv) {
         return Fail("map " + mapFile.string() + ": not a .vbf map");
     const fs::path shadowFile = options.shadow.empty() ? mapFile.parent_path() / "texture.dat"
                                                        : fs::absolute(options.shadow);
-    const fs::path pngFile = fs::absolute(options.png);
+    const fs::path pngFile = options.png.empty() ? fs::path() : fs::absolute(options.png);
 
     ToolSessionOptions session;
     session.program = Program;
@@ -68,6 +91,7 @@ int main(int argc, char** argv) {
     picture.width = options.width, picture.height = options.height;
     picture.distance = options.distance, picture.turn = options.turn;
     picture.focusX = options.focusX, picture.focusZ = options.focusZ;
+    if (options.png.empty()) return ShowOnScreen(picture);
     const std::string error = DrawViewPicture(picture);
     int status = error.empty() ? 0 : Fail(error);
     if (status == 0 && ToolSession::Errors() > 0) status = ExitFailed;

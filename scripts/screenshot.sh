@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Photographs the setup dialog on a virtual X screen: in the middle of a bake, and once it is done.
+# Photographs the setup dialog and the viewer on a virtual X screen: the dialog in the middle of a
+# bake, the viewer showing its result, and the dialog once the viewer has closed.
 # Usage: scripts/screenshot.sh APP OUT.png
-#   APP: the tenebrix program; OUT.png: where the picture of the running bake goes, and beside it
-#   OUT-done.png, the dialog after the bake. The bake runs on a copy of data/sample beside
-#   OUT.png, with a script slow enough that it is still running when the first picture is taken.
+#   APP: the tenebrix program; OUT.png: where the picture of the running bake goes; beside it
+#   viewer.png, the viewer after a few mouse moves and a held button, and OUT-done.png, the
+#   dialog given back by Escape. The bake runs on a copy of data/sample beside OUT.png, with a
+#   script slow enough that it is still running when the first picture is taken.
 set -euo pipefail
 
 die() {
@@ -91,6 +93,8 @@ done
 # return says that the bake has begun.
 rm -f "$work/LastShadow.txt"
 timeout 5 xdotool windowfocus --sync "$window" 2>/dev/null || true
+xdotool key --clearmodifiers alt+m   # ticks "Display &Map when finished"
+sleep 0.5                            # the toolkit ticks it after a short press animation
 xdotool key --clearmodifiers Return  # "&Create Shadows" is the default button
 for _ in $(seq 50); do
   [ -f "$work/LastShadow.txt" ] && break
@@ -113,13 +117,53 @@ photograph() {
 }
 photograph "$out"
 
-# The light description is copied beside the map as the run ends; the dialog then says so.
+# The light description is copied beside the map as the run ends, then the viewer shows.
 for _ in $(seq 600); do
   [ -f "$work/map/test.lit" ] && break
   alive "before the bake ended"
   sleep 0.2
 done
 [ -f "$work/map/test.lit" ] || die "the bake did not end within two minutes"
-sleep 1
-alive "after the bake"
+viewer=""
+for _ in $(seq 50); do
+  alive "after the bake"
+  viewer=$(xdotool search --onlyvisible --name '^Viewer$' 2>/dev/null | head -n1) || true
+  [ -n "$viewer" ] && break
+  sleep 0.2
+done
+if [ -z "$viewer" ]; then
+  photograph "${out%.png}-failed.png"
+  die "the viewer did not show after the bake (see ${out%.png}-failed.png and $work/app.log)"
+fi
+
+# The viewer holds the pointer at (320, 200) and reads each move as an offset from there. It
+# starts over the map's corner looking away from it: pan the focus towards the map's middle, turn
+# the view half round with Shift (8 pixels a degree), then come nearer with the left button held.
+move() {
+  for _ in $(seq "$1"); do
+    xdotool mousemove "$2" "$3"
+    sleep 0.04
+  done
+}
+sleep 0.5
+move 60 330 210
+xdotool keydown shift
+move 60 344 200
+xdotool keyup shift
+xdotool mousedown 1
+sleep 0.15
+xdotool mouseup 1
+sleep 0.5
+alive "in the viewer"
+photograph "$(dirname "$out")/viewer.png"
+
+timeout 5 xdotool windowfocus --sync "$viewer" 2>/dev/null || true
+xdotool key --clearmodifiers Escape
+for _ in $(seq 50); do
+  xdotool search --onlyvisible --name '^Viewer$' >/dev/null 2>&1 || break
+  alive "after Escape"
+  sleep 0.2
+done
+sleep 0.5
+alive "after the viewer"
 photograph "${out%.png}-done.png"

@@ -8,13 +8,15 @@ namespace {
 const char* Summary =
     "Shows a baked map with its shadow map laid over it, from the viewer's camera: looking "
     "about 50 degrees down at the focus, by default the map's corner at the origin. MAP is a "
-    "map directory holding test.vbf (and resource.cfg for its textures), or a .vbf file. With "
-    "--png one frame is drawn off screen into a picture.";
+    "map directory holding test.vbf (and resource.cfg for its textures), or a .vbf file. Without "
+    "--png the viewer's window opens: move the mouse to pan, with Shift to turn, hold the left "
+    "or right button to come nearer or go back; K and L with the mouse turn the light for the "
+    "next bake, Space prints the focus and distance, Escape ends. With --png one frame is drawn "
+    "off screen into a picture, with no display needed.";
 
 const char* Footer =
-    "Exit status: 0 when the picture was written, 1 when the map, the shadow map, the display "
-    "device or the picture failed, 2 for a usage error or without --png (the on-screen viewer "
-    "comes in a later version).";
+    "Exit status: 0 when the picture was written or the viewer closed, 1 when the map, the "
+    "shadow map, the display, the display device or the picture failed, 2 for a usage error.";
 
 }  // namespace
 
@@ -45,7 +47,7 @@ CommandLineOutcome ParseViewOptions(int argc, const char* const* argv, ViewOptio
               "the shadow map file (default: texture.dat beside the map)");
     line.Path("--png", options.png, "FILE", "draw one frame off screen into this PNG and exit");
     std::string size = "640x480";
-    app.add_option("--size", size, "the picture's width and height, 16 to 8192 each")
+    app.add_option("--size", size, "the frame's width and height, 16 to 8192 each")
         ->type_name("WxH")
         ->capture_default_str()
         ->check(CLI::Validator(

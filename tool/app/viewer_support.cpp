@@ -24,7 +24,7 @@ void SetReason(const std::string& why) {
 const ViewerSteps DisplaySteps = {
     [] {
         SetUpViewer();
-        SetWindowPos(ViewerWindow, nullptr, 0, 0, 660, 510, SWP_NOZORDER);
+        PlaceViewerWindow(ViewerWidth, ViewerHeight);
     },
     TakeBakedMap,
     [] {
@@ -54,6 +54,10 @@ HWND CreateViewerWindow(HINSTANCE instance) {
                                    nullptr, nullptr, instance, nullptr);
     ShowWindow(ViewerWindow, SW_HIDE);
     return ViewerWindow;
+}
+
+void PlaceViewerWindow(int frameWidth, int frameHeight) {
+    SetWindowPos(ViewerWindow, nullptr, 0, 0, frameWidth + 20, frameHeight + 30, SWP_NOZORDER);
 }
 
 void DestroyViewerWindow(HINSTANCE instance) {

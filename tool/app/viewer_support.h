@@ -8,6 +8,8 @@ extern HWND ViewerWindow;  // created hidden at the start; null without a window
 
 HWND CreateViewerWindow(HINSTANCE instance);
 void DestroyViewerWindow(HINSTANCE instance);
+// At the screen's corner, a little larger than the frame it shows (660 by 510 for 640 by 480).
+void PlaceViewerWindow(int frameWidth, int frameHeight);
 
 // Opens Device on the viewer's window, which stays hidden, and adds the viewer's steps to every
 // bake run. False where no device opens: bakes then end in the dialog, and NoViewerReason says
