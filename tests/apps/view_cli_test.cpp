@@ -130,7 +130,7 @@ TEST_F(ViewCli, TheBakersViewPngIsTheViewersFirstFrame) {
     EXPECT_FALSE(fs::exists("blind.png"));
 }
 
-TEST_F(ViewCli, AShadowMapOfTheWrongSizeIsNamedAndRefused) {
+TEST_F(ViewCli, AShadowMapOfTheWrongSizeOrNoDisplayIsNamedAndRefused) {
     fs::copy(TENEBRIX_SAMPLE_DIR, "sample", fs::copy_options::recursive);
     std::ofstream("sample/texture.dat", std::ios::binary) << std::string(1000, '\0');
     ToolRun run = RunTool(TENEBRIX_VIEW, Words("sample --png out.png"));
@@ -138,6 +138,16 @@ TEST_F(ViewCli, AShadowMapOfTheWrongSizeIsNamedAndRefused) {
     EXPECT_TRUE(Contains(run.output, "sample/texture.dat: 1000 bytes are not a square"))
         << run.output;
     EXPECT_FALSE(fs::exists("out.png"));
+    // Without --png the viewer's window needs a display; with none the tool says so.
+    std::vector<std::pair<std::string, std::string>> display;
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        if (const char* value = getenv(name)) display.emplace_back(name, value), unsetenv(name);
+    ToolRun onScreen = RunTool(TENEBRIX_VIEW, Words("sample"));
+    for (const auto& [name, value] : display) setenv(name.c_str(), value.c_str(), 1);
+    EXPECT_EQ(onScreen.status, 1);
+    EXPECT_TRUE(Contains(onScreen.output, "no display to show the viewer on") ||
+                Contains(onScreen.output, "no window system to show the viewer on"))
+        << onScreen.output;
 }
 
 }  // namespace
