@@ -62,6 +62,10 @@ public:
     void Update(CCamera* camera, CScene* scene);
     void Render(CCamera* camera, CScene* scene);
     void RenderToSurface(CCamera* camera, CScene* scene, CTexture* target);
+    // The faces of cube that the mask selects (bit 0 +x, then -x, +y, -y, +z, -z), seen from
+    // camera's place; faceTextures, if given, holds six backgrounds drawn in place of the clears.
+    void RenderCubeMap(CCamera* camera, CScene* scene, CTexture* cube, uint32_t faces,
+                       CTexture* const* faceTextures);
     void SetRectangle(int32_t newTop, int32_t newLeft, int32_t newWidth, int32_t newHeight,
                       bool clearOutside);
     void GetScreenRect(RECT* out, const POINT* offset) const;

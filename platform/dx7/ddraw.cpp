@@ -1,6 +1,7 @@
 // The DirectDraw object: drivers from the adapter table, the cooperative level, display modes
 // and the making of surfaces.
 #include <algorithm>
+#include <bit>
 #include <new>
 
 #include "platform/dx7/dx_objects.h"
@@ -50,6 +51,41 @@ void FillModeDesc(const DxDisplayMode& mode, const DDPIXELFORMAT& format, DDSURF
 // As the surface lays its rows out: each on a 4-byte boundary.
 uint64_t SurfaceBytes(DWORD width, DWORD height, int bytes) {
     return ((uint64_t(width) * uint64_t(bytes) + 3) & ~uint64_t(3)) * height;
+}
+
+// The faces of a cube in the order they are made; the first one asked for is the root.
+constexpr DWORD CubeFaces[] = {DDSCAPS2_CUBEMAP_POSITIVEX, DDSCAPS2_CUBEMAP_NEGATIVEX,
+                               DDSCAPS2_CUBEMAP_POSITIVEY, DDSCAPS2_CUBEMAP_NEGATIVEY,
+                               DDSCAPS2_CUBEMAP_POSITIVEZ, DDSCAPS2_CUBEMAP_NEGATIVEZ};
+
+HRESULT CheckCube(DWORD caps, DWORD caps2, DWORD width, DWORD height) {
+    if (!(caps2 & DDSCAPS2_CUBEMAP)) {
+        return (caps2 & DDSCAPS2_CUBEMAP_ALLFACES) ? DDERR_INVALIDCAPS : DD_OK;
+    }
+    if (!(caps & DDSCAPS_TEXTURE) || !(caps & DDSCAPS_COMPLEX)) return DDERR_INVALIDCAPS;
+    if (!(caps2 & DDSCAPS2_CUBEMAP_ALLFACES) || width != height) return DDERR_INVALIDPARAMS;
+    if (caps & DDSCAPS_MIPMAP) return DDERR_UNSUPPORTED;  // no mip chains under cube faces
+    return DD_OK;
+}
+
+// Each face keeps only its own face bit, so that GetAttachedSurface can ask for it by name. The
+// root holds the others. A cube set as a stage texture samples the root's pixels, the +x face:
+// the engine only draws into cubes, so GL never sees one as a cube texture.
+void AttachCubeFaces(DxDirectDraw* owner, DxSurface* root, DWORD caps, DWORD caps2) {
+    const DWORD common = caps2 & ~DWORD(DDSCAPS2_CUBEMAP_ALLFACES);
+    bool first = true;
+    for (DWORD face : CubeFaces) {
+        if (!(caps2 & face)) continue;
+        if (first) {
+            root->store.caps2 = common | face;
+            first = false;
+            continue;
+        }
+        const DxSurfaceStore& shape = root->store;
+        DxSurface* next = new DxSurface(owner, caps, common | face, shape.width, shape.height,
+                                        shape.format, root->layout);
+        root->attached.push_back({next, true});
+    }
 }
 
 }  // namespace
@@ -292,7 +328,6 @@ HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
     if ((caps2 & DDSCAPS2_TEXTUREMANAGE) &&
         (!isTexture || (caps & (DDSCAPS_SYSTEMMEMORY | DDSCAPS_VIDEOMEMORY))))
         return DDERR_INVALIDCAPS;
-    if (caps2 & DDSCAPS2_CUBEMAP) return DDERR_INVALIDCAPS;  // no cube maps on this driver
     if ((isTexture || isDepth || (caps & DDSCAPS_3DDEVICE)) && !(adapter.caps & DDCAPS_3D))
         return DDERR_INVALIDCAPS;
     if (flips && (!complex || !(desc.dwFlags & DDSD_BACKBUFFERCOUNT) || !isPrimary))
@@ -330,6 +365,7 @@ HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
             format = displayFormat;
         }
     }
+    if (HRESULT cube = CheckCube(caps, caps2, width, height); FAILED(cube)) return cube;
     DxPixelLayout layout;
     if (!DxDescribePixels(format, layout)) return DDERR_INVALIDPIXELFORMAT;
     if (layout.depth != isDepth) return DDERR_INVALIDPIXELFORMAT;
@@ -363,6 +399,8 @@ HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
         needed += SurfaceBytes(std::max<DWORD>(width >> level, 1),
                                std::max<DWORD>(height >> level, 1), layout.bytes);
     needed *= backBuffers + 1;
+    const bool cube = caps2 & DDSCAPS2_CUBEMAP;
+    if (cube) needed *= uint64_t(std::popcount(caps2 & DDSCAPS2_CUBEMAP_ALLFACES));
     if (inVideo && videoBytes + needed > adapter.videoMemory) return DDERR_OUTOFVIDEOMEMORY;
 
     DWORD memory = inVideo ? DDSCAPS_VIDEOMEMORY | DDSCAPS_LOCALVIDMEM : 0;
@@ -371,6 +409,7 @@ HRESULT DxDirectDraw::MakeSurface(const DDSURFACEDESC2& desc, DxSurface*& out) {
     DxSurface* top = new DxSurface(this, madeCaps, caps2, width, height, format, layout);
     top->mipCount = levels;
     if (isPrimary) primary = top;
+    if (cube) AttachCubeFaces(this, top, madeCaps, caps2);
 
     // Chains: each member holds the next, so the whole chain goes with its first surface.
     DxSurface* last = top;
