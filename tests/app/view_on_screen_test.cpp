@@ -16,12 +16,7 @@ class ViewOnScreenTest : public AppFixture {
 protected:
     void SetUp() override {
         AppFixture::SetUp();
-        DxSetRendering(DxRendering::RecordOnly);
         WriteWholeFile(dir.File("maps/good/texture.dat"), std::string(ShadowMapBytes, '\x80'));
-    }
-    void TearDown() override {
-        DxSetRendering(DxRendering::GlWhenAvailable);
-        AppFixture::TearDown();
     }
 };
 

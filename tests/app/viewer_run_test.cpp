@@ -19,11 +19,9 @@ class ViewerRunTest : public AppFixture {
 protected:
     void SetUp() override {
         AppFixture::SetUp();
-        DxSetRendering(DxRendering::RecordOnly);
         WriteWholeFile(dir.File("LastShadow.txt"), "maps/good");
     }
     void TearDown() override {
-        DxSetRendering(DxRendering::GlWhenAvailable);
         Distance = 1290.0;
         AppFixture::TearDown();
     }

@@ -53,7 +53,6 @@ TEST_F(ViewerWindowTest, MessagesHoldKeysEndTheViewerAndHoldTheCursor) {
         {"space", 1, {320, 200}, {{Down, 32}}, 0, 0, 0, 0, 0, false, false, 0,
          "DEBUG: 1.500000 -2.250000 3.125000 1000.000000\n\n"},
     };
-    DxSetRendering(DxRendering::RecordOnly);
     ASSERT_TRUE(ApplicationStart(nullptr, SW_SHOWNORMAL));
     ASSERT_TRUE(Device);
     const HWND dialog = Dialog->Window;
@@ -97,7 +96,6 @@ TEST_F(ViewerWindowTest, MessagesHoldKeysEndTheViewerAndHoldTheCursor) {
     Distance = 1290.0;
     EXPECT_EQ(ApplicationEnd(nullptr), 0);
     EXPECT_EQ(Device, nullptr);
-    DxSetRendering(DxRendering::GlWhenAvailable);
 }
 
 }  // namespace

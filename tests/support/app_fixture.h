@@ -1,6 +1,7 @@
 // Set-up of the tests that run the desktop application: a start directory with resource.cfg, a
 // LIT folder of scripts and a map that bakes in a moment with a few progress steps, and every
-// global the application touches put back afterwards. The window system is the test's own.
+// global the application touches put back afterwards. The window system is the test's own, and
+// the display device only records: the viewer's pixels are tested off screen elsewhere.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include "base/resmanager.h"
 #include "engine/mesh/mesh.h"
 #include "engine/texture/texture.h"
+#include "platform/dx7/call_recorder.h"
 #include "platform/crt/paths.h"
 #include "platform/ui/window_api.h"
 #include "tests/support/bake_fixture.h"
@@ -59,6 +61,7 @@ protected:
         ShadowSettings = DefaultShadowSettings();
         QuitRequested = 0;
         MessageLogClear();
+        DxSetRendering(DxRendering::RecordOnly);
         RayCoreOptions serial;
         serial.threads = 1;
         SetRayCoreOptions(serial);
@@ -73,6 +76,7 @@ protected:
 
     void TearDown() override {
         SetProgressHooks(nullptr);
+        DxSetRendering(DxRendering::GlWhenAvailable);
         SetRayCoreOptions(RayCoreOptions{});
         if (ShadowTexture) FreeTexture(ShadowTexture);
         ShadowTexture = nullptr;
