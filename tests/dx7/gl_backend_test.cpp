@@ -347,6 +347,7 @@ TEST_F(GlBackendTest, ReadBackConvertsIntoTheTargetsFormat) {
         {DxRgbFormat(16, 0x7C00, 0x3E0, 0x1F, 0x8000), 0xFE08},
         {DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000), 0x80FF8040},
         {DxRgbFormat(32, 0xFF0000, 0xFF00, 0xFF, 0), 0xFF8040},
+        {DxRgbFormat(32, 0xFF000000, 0xFF00, 0xFF, 0), 0xFF008040},  // not the one-copy read
         {DxRgbFormat(24, 0xFF0000, 0xFF00, 0xFF, 0), 0xFF8040},
     };
     for (const auto& c : cases) {

@@ -606,7 +606,8 @@ void GlBackend::Draw(const DxDrawState& state, const DxPrimitive& primitive) {
     if (primitive.indices && primitive.indexCount == 0) return;
     DxVertexLayout layout;
     DxGlShaderKey key;
-    if (!DxLayoutVertex(primitive.fvf, layout) || !DxMakeShaderKey(state, primitive.fvf, key)) return;
+    if (!DxLayoutVertex(primitive.fvf, layout) || !DxMakeShaderKey(state, primitive.fvf, key))
+        return;
     const D3DVIEWPORT7& vp = state.viewport;
     if (vp.dwWidth == 0 || vp.dwHeight == 0) return;
     Program* program = GetProgram(key);
