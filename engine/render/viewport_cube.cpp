@@ -46,13 +46,10 @@ void CViewport::RenderCubeMap(CCamera* camera, CScene* scene, CTexture* cube, ui
         if (!(faces & (1u << index))) continue;
         const CubeFace& face = CubeFaces[index];
         DDSCAPS2 caps{DDSCAPS_TEXTURE, DDSCAPS2_CUBEMAP | face.caps2, 0, 0};
-        LPDIRECTDRAWSURFACE7 target = nullptr;
-        if (FAILED(cubeSurface->GetAttachedSurface(&caps, &target))) target = nullptr;
+        LPDIRECTDRAWSURFACE7 found = nullptr;
+        if (FAILED(cubeSurface->GetAttachedSurface(&caps, &found))) found = nullptr;
         // The root is the first face made and is not attached to itself.
-        if (!target && index == 0) {
-            target = cubeSurface;
-            target->AddRef();
-        }
+        LPDIRECTDRAWSURFACE7 target = found ? found : index == 0 ? cubeSurface : nullptr;
         if (!target) continue;
 
         Vector at = place;
@@ -69,6 +66,6 @@ void CViewport::RenderCubeMap(CCamera* camera, CScene* scene, CTexture* cube, ui
         device->SetTarget(device->flipping);
         clearColour = keptColour;
         clearDepth = keptDepth;
-        target->Release();
+        if (found) found->Release();
     }
 }
