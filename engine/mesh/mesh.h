@@ -153,6 +153,10 @@ public:
     // The old record is not freed.
     void SetKeyAnimation(KeyAnimation* animation);
     void ClearKeyAnimation();
+    // Trades the matrix cache of every form 0 key animation in the tree (CacheAnimation fills
+    // it) for per-frame records, shared where frames are equal; each frame keeps its placement.
+    // Clones share the arrays that this replaces: reduce before cloning.
+    void ReduceKeyAnimation();
 
     // Positions (normals) of count 24-byte records carried through the chain from the parent up
     // to ref (null: the world); the mesh's own placement is not part of that chain. Normals get

@@ -6,6 +6,8 @@
 #include "base/memory.h"
 #include "engine/mesh/mesh.h"
 
+FrameBufferHooks FrameBufferOps = {nullptr, nullptr};
+
 int32_t AnimationFrameNumber(float frame) {
     // The sum is taken in single precision on purpose: its rounding is the rounding wanted.
     float shifted = frame + 12582912.0f;
@@ -48,7 +50,8 @@ void CMesh::ReleaseVertexAnimation() {
         if (animation->frameTable) FREE(animation->frameTable);
         if (animation->keyFrames) FREE(animation->keyFrames);
         if (packed && animation->frameData) FREE(animation->frameData);
-        ASSERT(!animation->frameBuffers);  // per-frame device buffers: none are made yet
+        if (animation->frameBuffers && FrameBufferOps.destroy)
+            FrameBufferOps.destroy(animation->frameBuffers);
     }
     if (animation) FREE(animation);
 }
@@ -84,10 +87,15 @@ void CMesh::SelectAnimationFrame(int32_t frame, bool keyFromRounded) {
         if (shape->currentFrame != wrapped) {
             shape->currentFrame = wrapped;
             void* entry = shape->frameTable ? shape->frameTable[wrapped] : nullptr;
-            if (entry != shape->currentData) {
+            // A frame with a device buffer of its own draws from it and leaves the mesh's run
+            // alone. currentData keeps naming what that run holds (or will hold after a pending
+            // rewrite), so a later frame without a buffer rewrites it whenever it differs.
+            const bool ownBuffer = shape->frameBuffers && FrameBufferOps.hasFrame &&
+                                   FrameBufferOps.hasFrame(shape->frameBuffers, wrapped);
+            const bool pending = (dirtyMask & MeshDirtyAnimationFrame) != 0;
+            if (entry != shape->currentData && (!ownBuffer || pending)) {
                 shape->currentData = entry;
-                // The vertices change at the next preparation for drawing. A per-frame device
-                // buffer would make that rewrite needless, but none are made yet.
+                // The vertices change at the next preparation for drawing.
                 dirtyMask |= MeshDirtyAnimationFrame;
             }
         }
@@ -134,6 +142,8 @@ void CMesh::CacheAnimation() {
             if (keys->frameData) FREE(keys->frameData);
             keys->frameData = MALLOC(size_t(frames) * sizeof(Matrix));
         }
+        // A frame already in force would return at once and stay out of the cache.
+        keys->currentFrame = KeyAnimationNoFrame;
         for (uint64_t i = 0; i < frames; ++i) SetAnimationFrame(float(i), 0);
     }
     CEntity::CacheAnimation();

@@ -71,3 +71,13 @@ void FreeKeyAnimation(KeyAnimation* animation);
 // Puts the mesh's frame at key frame `frame` of its key animation; oldFrame is the frame that
 // was in force (KeyAnimationNoFrame for none). Fills the form 0 matrix cache where one exists.
 void PlaceKeyFrame(CMesh* mesh, uint32_t frame, uint32_t oldFrame);
+// The local matrix that the keys give at a frame, cache or not.
+void SampleKeyFrame(const KeyAnimation* keys, uint32_t frame, Matrix& out);
+
+// What the mesh needs of its per-frame device buffers, which belong to the renderer: installed
+// when the first VertexAnimationBuffers is made, so both are set wherever frameBuffers is.
+struct FrameBufferHooks {
+    bool (*hasFrame)(const VertexAnimationBuffers* buffers, uint32_t frame);
+    void (*destroy)(VertexAnimationBuffers* buffers);
+};
+extern FrameBufferHooks FrameBufferOps;
