@@ -10,6 +10,7 @@
 #include "engine/render/mesh_prepare.h"
 #include "engine/render/renderer.h"
 #include "engine/render/transparency.h"
+#include "engine/render/vertex_animation_buffers.h"
 #include "engine/render/vertex_pool.h"
 #include "engine/scene/visibility.h"
 #include "engine/texture/texture.h"
@@ -118,8 +119,11 @@ void CMeshRenderer::Queue(CMesh* mesh) {
             depth = float(double(c.x) * m[2] + double(c.y) * m[6] + double(c.z) * m[10] + m[14]);
             haveDepth = true;
         }
-        AddTransparent(device, pool->buffer, group.firstVertex, group.vertexSpan, group.indexCount,
-                       texture, group.groupIndices, mesh->meshFlags, group.world, depth);
+        int32_t shift = 0;
+        const VertexBufferPool* framePool = FrameDrawPool(mesh, &shift);
+        AddTransparent(device, (framePool ? framePool : pool)->buffer, group.firstVertex + shift,
+                       group.vertexSpan, group.indexCount, texture, group.groupIndices,
+                       mesh->meshFlags, group.world, depth);
     }
 }
 
@@ -189,9 +193,12 @@ void CMeshRenderer::FlushOpaqueQueue() {
         device->device->SetTransform(D3DTRANSFORMSTATE_WORLD,
                                      reinterpret_cast<LPD3DMATRIX>(group.world));
         device->ApplyState();
-        device->device->DrawIndexedPrimitiveVB(D3DPT_TRIANGLELIST, entry.pool->buffer,
-                                               group.firstVertex, group.vertexSpan,
-                                               group.groupIndices, group.indexCount, 0);
+        // A vertex animation frame with a run of its own draws from it.
+        int32_t shift = 0;
+        const VertexBufferPool* framePool = FrameDrawPool(entry.mesh, &shift);
+        device->device->DrawIndexedPrimitiveVB(
+            D3DPT_TRIANGLELIST, (framePool ? framePool : entry.pool)->buffer,
+            group.firstVertex + shift, group.vertexSpan, group.groupIndices, group.indexCount, 0);
     }
     count = 0;
 }
