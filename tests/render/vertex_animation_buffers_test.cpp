@@ -1,0 +1,121 @@
+#include "engine/render/vertex_animation_buffers.h"
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "base/memory.h"
+#include "engine/mesh/mesh.h"
+#include "engine/mesh/mesh_animation.h"
+#include "engine/render/mesh_renderer.h"
+#include "engine/render/vertex_pool.h"
+#include "tests/render/renderer_fixture.h"
+
+namespace {
+
+template <typename T>
+T* Zeroed(size_t count) {
+    auto* block = static_cast<T*>(MALLOC(count * sizeof(T)));
+    std::memset(static_cast<void*>(block), 0, count * sizeof(T));
+    return block;
+}
+
+// One triangle with a packed animation of six frames, 4 fraction bits: frames 0 and 1 share
+// block A, 2 is B, 3 lies halfway, 4 and 5 share C. Block k puts vertex i at (2k, i, 0), with
+// normal +z, +x, -y.
+class VertexAnimationBuffersTest : public RendererTest {
+protected:
+    void SetUp() override {
+        RendererTest::SetUp();
+        ASSERT_TRUE(Open(OpenWindowed | Open3D));
+        OpenMeshRenderer();
+        MeshRenderer().StartFrame(nullptr, renderer, MeshFrameView{});
+        mesh = new CMesh(nullptr);
+        mesh->AllocVertices(3);
+        std::memset(static_cast<void*>(mesh->vertices), 0, 3 * sizeof(MeshVertex));
+        mesh->AllocFaces(1, 0);
+        mesh->faces[0][0] = {{0, 1, 2}, nullptr, 0, {0, 0, 1, 0, 1, 1}};
+        auto* shape = Zeroed<VertexAnimation>(1);
+        shape->flags = VertexAnimationOwnsArrays | VertexAnimationPacked | 4u << 24;
+        shape->frameCount = 6;
+        shape->totalVertices = 9;
+        auto* packed = Zeroed<int16_t>(36);
+        const int16_t normals[3] = {15 << 10, 15, 15 << 5 | 1 << 9};
+        for (int k = 0; k < 3; ++k)
+            for (int i = 0; i < 3; ++i) {
+                packed[(k * 3 + i) * 4] = int16_t(32 * k);
+                packed[(k * 3 + i) * 4 + 1] = int16_t(16 * i);
+                packed[(k * 3 + i) * 4 + 3] = normals[k];
+            }
+        shape->frameData = packed;
+        shape->frameTable = Zeroed<void*>(6);
+        const int blocks[6] = {0, 0, 1, -1, 2, 2};
+        for (int f = 0; f < 6; ++f)
+            shape->frameTable[f] = blocks[f] < 0 ? nullptr : packed + blocks[f] * 12;
+        shape->currentData = shape->frameTable[0];
+        mesh->SetVertexAnimation(shape);
+    }
+    void TearDown() override {
+        delete mesh;  // its animation gives the frames' runs back
+        CloseMeshRenderer();
+        RendererTest::TearDown();
+    }
+    // The draw of the mesh's one group at the current frame.
+    std::string Draw(int frame) {
+        mesh->SetAnimationFrame(float(frame), 0);
+        mesh->Render(nullptr);
+        DxCallRecorder calls;
+        MeshRenderer().FlushOpaqueQueue();
+        return calls.Only("DrawIndexedPrimitiveVB").at(0);
+    }
+    static std::string DrawFrom(const VertexBufferInfo* info, int32_t first) {
+        return "DrawIndexedPrimitiveVB(4, " + Ref(info->pool->buffer) + ", " +
+               std::to_string(first) + ", 3, 3, 0)";
+    }
+
+    CMesh* mesh = nullptr;
+};
+
+}  // namespace
+
+TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDrawTakes) {
+    Draw(0);
+    VertexAnimationBuffers* frames = AttachFrameBuffers(mesh, renderer);
+    ASSERT_EQ(AttachFrameBuffers(mesh, renderer), frames);
+    DxCallRecorder calls;
+    DebugCapture capture;
+    frames->AddFrameRange(0, 4);
+    EXPECT_EQ(calls.Only("Lock").size(), 4u);  // A, B, halfway, C: one write each
+    calls.Clear();
+    frames->AddFrameRange(1, 5);  // frames with a run keep it; 5 starts none of its own
+    EXPECT_TRUE(calls.Only("Lock").empty());
+    EXPECT_EQ(capture.Text(),
+              "DEBUG: Adding Range 0 to 4\nDEBUG: VETRS=3 @ 32bytes\n"
+              "DEBUG: Adding Range 1 to 5\nDEBUG: VETRS=3 @ 32bytes\n");
+    EXPECT_EQ(std::vector<uint16_t>(frames->frameSlots, frames->frameSlots + 6),
+              (std::vector<uint16_t>{1, 1, 2, 3, 4, 8}));
+    EXPECT_EQ(frames->bufferCount, 8);
+    EXPECT_EQ(frames->GetFrameBuffer(5), nullptr);
+    EXPECT_EQ(frames->GetFrameBuffer(6), nullptr);
+
+    // Position x and normal of each vertex: frame 3 midway with the normal of the frame before.
+    const float want[4][5] = {{0, 0, 0, 0, 1}, {2, 2, 1, 0, 0}, {3, 3, 1, 0, 0}, {4, 4, 0, -1, 0}};
+    for (const auto& w : want) {
+        VertexBufferInfo* info = frames->GetFrameBuffer(int32_t(w[0]));
+        const float* at = static_cast<float*>(LockVertices(info, 0));
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(std::vector<float>(at + i * 8, at + i * 8 + 6),
+                      (std::vector<float>{w[1], float(i), 0, w[2], w[3], w[4]}))
+                << "frame " << w[0] << " vertex " << i;
+        UnlockVertices(info);
+    }
+
+    // A frame with a run draws from it and leaves the mesh's run alone; one without falls back.
+    const VertexBufferInfo* halfway = frames->GetFrameBuffer(3);
+    EXPECT_EQ(Draw(3), DrawFrom(halfway, GetVertexStart(halfway)));
+    EXPECT_EQ(mesh->dirtyMask, 0u);
+    mesh->SetAnimationFrame(5, 0);
+    EXPECT_EQ(mesh->dirtyMask, uint32_t(MeshDirtyAnimationFrame));
+    const std::string own = Draw(5);  // the first change also rebuilds the mesh's run
+    EXPECT_EQ(own, DrawFrom(mesh->vertexBuffer, GetVertexStart(mesh->vertexBuffer)));
+}
