@@ -105,6 +105,7 @@ TEST_F(CubeMapTest, MaskPicksFacesInOrderBackgroundsReplaceClearsAndALostCubeIsR
         std::erase(textured, "SetTexture(0, null)");
         EXPECT_EQ(textured, set) << mask;
         EXPECT_EQ(viewport->clearColour + 2 * viewport->clearDepth, 2) << mask;
+        EXPECT_EQ(viewport->focal, 32.0f);  // 90 degrees across a face
     }
     DxFaultSwitches().surfacesLost = true;
     DxCallRecorder calls;
