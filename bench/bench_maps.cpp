@@ -1,5 +1,6 @@
 #include "bench/bench_maps.h"
 
+#include <unistd.h>
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -8,7 +9,6 @@
 #include <memory>
 #include <mutex>
 #include <system_error>
-#include <unistd.h>
 
 #include "engine/mesh/mesh.h"
 #include "tool/maps/map_generator.h"
@@ -77,9 +77,9 @@ BenchMap ImportPuget() {
     const fs::path folder =
         fs::temp_directory_path(error) / ("tenebrix-bench-puget-" + std::to_string(getpid()));
     const std::string input = source.string(), output = folder.string();
-    const char* const argv[] = {"tenebrix-import", input.c_str(),   "-o",           output.c_str(),
-                                "--fit",           "256",           "--pixel-size", "160",
-                                "--height-unit",   "0.1",           "--quiet"};
+    const char* const argv[] = {"tenebrix-import", input.c_str(), "-o",           output.c_str(),
+                                "--fit",           "256",         "--pixel-size", "160",
+                                "--height-unit",   "0.1",         "--quiet"};
     ImportOptions options;
     CommandLineOutcome parsed = ParseImportOptions(int(std::size(argv)), argv, options);
     if (!parsed.run) {

@@ -26,7 +26,7 @@ struct BenchMap {
     const char* name;
     int cells;
     int literalRows;  // sample rows that the literal walk times in a few seconds at most
-    CMesh* mesh;  // null where the map could not be made
+    CMesh* mesh;      // null where the map could not be made
     uint32_t triangles;
     std::string missing;  // why mesh is null
 };

@@ -113,8 +113,7 @@ private:
 
     void Insert(uint32_t vertex) {
         const RenderVertex& rv = vertices[vertex];
-        if (Find(rv.source, rv.uv[0]) != None || std::isnan(rv.uv[0][0]) ||
-            std::isnan(rv.uv[0][1]))
+        if (Find(rv.source, rv.uv[0]) != None || std::isnan(rv.uv[0][0]) || std::isnan(rv.uv[0][1]))
             return;
         size_t i = Hash(rv.source, rv.uv[0]) & mask;
         while (slots[i].run == run) i = (i + 1) & mask;
