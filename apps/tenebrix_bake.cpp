@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,7 @@
 #include "platform/dx7/call_recorder.h"
 #include "tool/bake/bake_pass.h"
 #include "tool/bake/bake_verify.h"
+#include "tool/bake/contact_sheet.h"
 #include "tool/bake/message_log.h"
 #include "tool/bake/png_preview.h"
 #include "tool/bake/progress.h"
@@ -41,7 +43,7 @@ namespace {
 constexpr const char* Program = "tenebrix-bake";
 
 BakeOptions Options;
-std::string PngPath;  // absolute: the run moves between folders
+std::string PngPath;                 // absolute: the run moves between folders
 std::string ViewMap, ViewShadowMap;  // the single map baked, and its shadow map
 double TotalSeconds = 0.0;
 uint64_t TotalRays = 0;
@@ -73,28 +75,77 @@ void PrintLogLine(const char* text) {
     std::fprintf(stderr, "%s: %s\n", Program, EscapedText(text).c_str());
 }
 
-void WritePreview(const std::string& path, const char* mapPath, const BakeResult& result) {
-    std::error_code ignored;  // a missing folder is made; a failure shows in the write below
-    fs::create_directories(fs::path(path).parent_path(), ignored);
+// The map's part of a baked shadow map, as its file's bytes, and the scale a preview draws it at.
+struct MapPicture {
+    std::vector<uint8_t> bytes;  // rows of the whole texture's width
+    int32_t width, height, stride, scale;
+};
+
+MapPicture PictureOf(const BakeResult& result) {
     const int32_t size = result.layout.textureSize;
     // A texel the map covers only in part still shows, so a small map at a small size keeps
     // at least one pixel.
     auto side = [&](int32_t cells) { return (std::clamp(cells, 1, 256) * size + 255) / 256; };
-    std::vector<uint8_t> bytes(size_t(size) * size_t(size));
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = result.texture->pixels[i * 4 + 3];
-    const int32_t width = side(result.layout.cellsX), height = side(result.layout.cellsY);
-    const int32_t scale = PreviewScale(width, height, Options.pngScale);
-    if (Options.pngScale > scale && !Options.quiet)
+    MapPicture picture = {std::vector<uint8_t>(size_t(size) * size_t(size)),
+                          side(result.layout.cellsX), side(result.layout.cellsY), size, 1};
+    for (size_t i = 0; i < picture.bytes.size(); ++i)
+        picture.bytes[i] = result.texture->pixels[i * 4 + 3];
+    picture.scale = PreviewScale(picture.width, picture.height, Options.pngScale);
+    if (Options.pngScale > picture.scale && !Options.quiet)
         std::fprintf(stderr,
                      "%s: warning: --png-scale %d would make the preview more than %d "
                      "pixels a side; it is drawn at %d\n",
-                     Program, Options.pngScale, MaxPreviewSide, scale);
-    if (WriteShadowPreviewPng(path.c_str(), bytes.data(), width, height, size, scale)) {
+                     Program, Options.pngScale, MaxPreviewSide, picture.scale);
+    return picture;
+}
+
+void MakeFolderOf(const std::string& path) {
+    std::error_code ignored;  // a missing folder is made; a failure shows in the write
+    fs::create_directories(fs::path(path).parent_path(), ignored);
+}
+
+void WritePreview(const std::string& path, const char* mapPath, const MapPicture& picture) {
+    MakeFolderOf(path);
+    if (WriteShadowPreviewPng(path.c_str(), picture.bytes.data(), picture.width, picture.height,
+                              picture.stride, picture.scale)) {
         Say("preview ", path);
     } else {
         ++PreviewFailures;
         std::fprintf(stderr, "%s: error: the preview %s of %s could not be written\n", Program,
                      path.c_str(), mapPath);
+    }
+}
+
+// --png of an animated bake: every frame's preview on one contact sheet, written once the last
+// frame is in. --png takes one map, so frames arrive in order.
+std::unique_ptr<ContactSheet> Sheet;
+int32_t SheetFrames = 0;  // frames placed
+
+void PlaceOnSheet(const MapPicture& picture) {
+    if (!Sheet)
+        Sheet = std::make_unique<ContactSheet>(LayOutContactSheet(ShadowSettings.FrameCount,
+                                                                  picture.width * picture.scale,
+                                                                  picture.height * picture.scale));
+    Sheet->Place(SheetFrames++, picture.bytes.data(), picture.width, picture.height,
+                 picture.stride);
+}
+
+// A run whose frames didn't all bake has failed already, and gets no sheet.
+void WriteSheet(const char* mapPath) {
+    if (!Sheet || SheetFrames != Sheet->Layout().frames) return;
+    MakeFolderOf(PngPath);
+    if (Sheet->Layout().width == 0) {
+        ++PreviewFailures;
+        std::fprintf(stderr,
+                     "%s: error: %d frames of %s don't fit on a contact sheet of %d pixels a "
+                     "side; --png-beside draws each frame\n",
+                     Program, Sheet->Layout().frames, mapPath, int(MaxPreviewSide));
+    } else if (Sheet->Write(PngPath.c_str())) {
+        Say("contact sheet ", PngPath);
+    } else {
+        ++PreviewFailures;
+        std::fprintf(stderr, "%s: error: the contact sheet %s of %s could not be written\n",
+                     Program, PngPath.c_str(), mapPath);
     }
 }
 
@@ -124,18 +175,22 @@ void PrintStatistics(const char* mapPath, const BakeStatistics& stats) {
                  stats.TotalSeconds());
 }
 
-void Verify(const char* mapPath) {
+// The map stands as its pass baked it, a frame of an animated bake in that frame's shape.
+void Verify(const char* mapPath, const std::string& shadowMap) {
     VerifyOutcome outcome =
         VerifyBakeRows(ShadowSettings, MapMesh, Options.verifyRows, Options.threads);
+    const std::string what = ShadowSettings.FrameCount > 0
+                                 ? " of " + fs::path(shadowMap).filename().string()
+                                 : std::string();
     if (outcome.identical) {
-        Say("", "verified " + std::to_string(outcome.rowsChecked) + " rows: identical");
+        Say("", "verified " + std::to_string(outcome.rowsChecked) + " rows" + what + ": identical");
         return;
     }
     ++VerifyFailures;
     std::fprintf(stderr,
-                 "%s: error: %s: verify: sample row %d column %d (x %.3f, z %.3f) adds %u through "
-                 "the fast core and %u through the literal walk\n",
-                 Program, mapPath, outcome.row, outcome.column, outcome.x, outcome.z,
+                 "%s: error: %s: verify%s: sample row %d column %d (x %.3f, z %.3f) adds %u "
+                 "through the fast core and %u through the literal walk\n",
+                 Program, mapPath, what.c_str(), outcome.row, outcome.column, outcome.x, outcome.z,
                  outcome.fastAdds, outcome.literalAdds);
 }
 
@@ -145,12 +200,18 @@ void OnMapBaked(const char* mapPath, const char* shadowMapPath, const BakeResult
     std::string where = shadowMapPath;
     Say("shadow map ", where);
     ViewMap = mapPath, ViewShadowMap = where;
-    if (!PngPath.empty()) WritePreview(PngPath, mapPath, result);
-    if (Options.pngBeside) WritePreview(where + ".png", mapPath, result);
+    if (!PngPath.empty() || Options.pngBeside) {
+        const MapPicture picture = PictureOf(result);
+        if (!PngPath.empty() && ShadowSettings.FrameCount > 0)
+            PlaceOnSheet(picture);
+        else if (!PngPath.empty())
+            WritePreview(PngPath, mapPath, picture);
+        if (Options.pngBeside) WritePreview(where + ".png", mapPath, picture);
+    }
     TotalSeconds += stats.TotalSeconds();
     TotalRays += stats.groundRays + stats.lightRays;
     if (Options.stats) PrintStatistics(mapPath, stats);
-    if (Options.verifyRows > 0) Verify(mapPath);
+    if (Options.verifyRows > 0) Verify(mapPath, where);
 }
 
 bool Fail(const std::string& text) {
@@ -323,6 +384,7 @@ int Run() {
     if (batch.empty()) CurrentMap = mapPath;
     BakeRunResult result = BakeMap(mapPath, 0);
     ProgressDisplayEndPass();
+    if (!CancelRequested()) WriteSheet(mapPath);
     if (CancelRequested()) {
         std::fprintf(stderr, "%s: interrupted; no partial file was left\n", Program);
         return ExitInterrupted;

@@ -67,7 +67,8 @@ CommandLineOutcome ParseBakeOptions(int argc, const char* const* argv, BakeOptio
                "after each bake, bake this many sample rows spread over the map again through "
                "the literal walk and compare every sample; a difference fails the run");
     line.Path("--png", options.png, "FILE",
-              "greyscale preview of the map's part of the shadow map, light white");
+              "greyscale preview of the map's part of the shadow map, light white; for an "
+              "animated bake, a contact sheet of every frame's, each under its frame number");
     line.Path("--view-png", options.viewPng, "FILE",
               "after the bake, draw the map with its new shadow map as the viewer first shows it "
               "into a PNG; not for a batch or an animated bake");

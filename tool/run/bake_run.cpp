@@ -21,6 +21,7 @@
 #include "tool/bake/progress.h"
 #include "tool/bake/shadow_script.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/bake/vertex_frames.h"
 #include "tool/maps/map_chunks.h"
 #include "tool/run/app_state.h"
 #include "tool/run/batch_file.h"
@@ -149,15 +150,18 @@ static bool Finished(const BakeResult& result, const char* mapPath, const std::s
 }
 
 // The frames of an animated bake go to numbered files: "texture.dat" gives texture0.dat, ...
+// Each frame is baked from its own shape: a vertex animation's frame is brought into the
+// vertices here, since no render preparation runs in a bake.
 static bool BakeFrames(const char* outputName, const char* mapPath, double loadSeconds) {
     std::string stem = outputName;
-    stem.resize(stem.size() >= 4 ? stem.size() - 4 : 0);  // never cut in front of the name
+    if (stem.size() >= 4) stem.resize(stem.size() - 4);  // a shorter name is the whole base
     for (int32_t f = 0; f < ShadowSettings.FrameCount; ++f) {
         char text[32];
         std::snprintf(text, sizeof text, "FRAME: %d\n", f);
         OutputDebugStringA(text);
         std::string name = stem + std::to_string(f) + ".dat";
         MapMesh->SetAnimationFrame(float(f), 1);
+        ApplyVertexFrames(MapMesh);
         std::string output = OutputPathBeside(mapPath, name.c_str());
         if (!Finished(BakeInto(output, f == 0 ? loadSeconds : 0.0), mapPath, output, name.c_str()))
             return false;
@@ -184,7 +188,10 @@ static bool BakeOneMap(char* mapPath, const char* outputName) {
         } else if (ShadowSettings.FrameCount > 0) {
             good = BakeFrames(outputName, mapPath, loadSeconds);
         } else {
-            RefuseMap(mapPath, "ANIMATED below 0 asks for no frame at all");
+            char reason[_MAX_PATH + 80];
+            std::snprintf(reason, sizeof reason, "the script %s asks for ANIMATED %d: no frame",
+                          LastShadowScriptPath(), ShadowSettings.FrameCount);
+            RefuseMap(mapPath, reason);
             good = false;
         }
     }
