@@ -77,6 +77,18 @@ struct Random {
     int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(engine); }
 };
 
+// The waves are the seed's first draws, so a recipe's ground can be had without its map.
+Terrain MakeTerrain(float amplitude, Random& random) {
+    Terrain terrain = {amplitude, {}, {}, {}};
+    for (int i = 0; i < 4; ++i) {
+        float angle = random.Uniform(0.0f, 6.2831853f);
+        terrain.phase[i] = random.Uniform(0.0f, 6.2831853f);
+        terrain.dirX[i] = std::cos(angle);
+        terrain.dirZ[i] = std::sin(angle);
+    }
+    return terrain;
+}
+
 CTexture* Tex(const MapTextures* textures, CTexture* MapTextures::*which) {
     return textures ? textures->*which : nullptr;
 }
@@ -189,13 +201,7 @@ MapTextures CreateMapTextures() {
 
 CMesh* GenerateMap(const MapRecipe& recipe, const MapTextures* textures) {
     Random random{std::mt19937(recipe.seed)};
-    Terrain terrain = {recipe.hills, {}, {}, {}};
-    for (int i = 0; i < 4; ++i) {
-        float angle = random.Uniform(0.0f, 6.2831853f);
-        terrain.phase[i] = random.Uniform(0.0f, 6.2831853f);
-        terrain.dirX[i] = std::cos(angle);
-        terrain.dirZ[i] = std::sin(angle);
-    }
+    const Terrain terrain = MakeTerrain(recipe.hills, random);
     const float span = recipe.cells * CellSize;
     const int chunks = recipe.oneMesh ? 1 : std::max(1, recipe.chunks);
 
@@ -249,6 +255,11 @@ CMesh* GenerateMap(const MapRecipe& recipe, const MapTextures* textures) {
         placement.BuildObjects();
     }
     return root;
+}
+
+float LowestGround(const MapRecipe& recipe, float x0, float z0, float x1, float z1) {
+    Random random{std::mt19937(recipe.seed)};
+    return MakeTerrain(recipe.hills, random).LowestUnder(x0, z0, x1, z1);
 }
 
 uint32_t CountTriangles(const CMesh* root) {

@@ -38,5 +38,9 @@ MapTextures CreateMapTextures();
 // Delete the root to free it.
 CMesh* GenerateMap(const MapRecipe& recipe, const MapTextures* textures);
 
+// The lowest ground height that maps of this recipe have over [x0, x1] x [z0, z1], sampled as
+// the generator sets its buildings down.
+float LowestGround(const MapRecipe& recipe, float x0, float z0, float x1, float z1);
+
 // Faces in the whole tree.
 uint32_t CountTriangles(const CMesh* root);
