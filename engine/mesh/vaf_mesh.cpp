@@ -347,8 +347,8 @@ bool VAFReader::BuildMesh(CMesh* mesh, MeshWork& work, size_t at) {
     const uint32_t faceCount = work.groups;
 
     // A second mesh block in one object replaces the first one's geometry.
-    for (PendingMesh& pending : pendingMeshes)
-        if (pending.mesh == mesh) pending.mesh = nullptr;
+    auto earlier = pendingOf.find(mesh);
+    if (earlier != pendingOf.end()) pendingMeshes[earlier->second].mesh = nullptr;
     mesh->ClearGeometry();
 
     mesh->AllocVertices(int32_t(total));
@@ -417,6 +417,7 @@ bool VAFReader::BuildMesh(CMesh* mesh, MeshWork& work, size_t at) {
         }
         mesh->SetVertexAnimation(animation);
     }
+    pendingOf[mesh] = pendingMeshes.size();
     pendingMeshes.push_back(std::move(pending));
     return true;
 }

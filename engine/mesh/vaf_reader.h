@@ -7,6 +7,26 @@
 // mesh and the key animations go to the objects they name. A damaged file leaves the loading
 // tree as it was, loads no texture, and is reported with the file's name and the line where
 // the damage was met, in the engine log and as the mesh read fault.
+//
+// Where the format leaves it open, or the old reader left memory to chance:
+// - LoadVAF returns false for a damaged file as well as for one that can't be opened, as LoadVBF
+//   does, so that the bake run and the viewer refuse it by the mesh read fault.
+// - Damage: a file that ends inside a block, list or name; an entry of a used list (positions,
+//   coordinates, colours, keys, a face pair, the matrix) that converts only part of its numbers;
+//   an integer that 32 bits can't hold, a float that isn't finite; a face corner outside one
+//   frame's vertices; coordinate, face_materials (and, where kept, smoothing) lists shorter than
+//   the faces need; more vertex_light entries than vertices before them; a face list whose
+//   stand-in count would never end it; anim_vertices with a frame count outside 1 to 2^20, a key
+//   frame outside the frames, key frames not ascending, no key at frame 0; a key beyond frame
+//   2^20 - 1; object_name naming nothing or a node that is no mesh; objects nested deeper than
+//   VAFMaxDepth.
+// - No coordinates at all give 0; missing colours give 0, and the colours cover every stored
+//   vertex of a vertex animation.
+// - The vertex normals of every key frame are made as the first frame's are.
+// - A second mesh block in an object replaces the first's geometry.
+// - Objects named by one animation block get records of their own with the same keys and the
+//   base matrix of the last one named, what the format's shared record shows them; a record a
+//   mesh had before is freed when another replaces it.
 #pragma once
 
 #include <cstddef>
@@ -127,6 +147,7 @@ private:
     std::unordered_map<std::string, uint32_t> materialIndex;  // kept name: first material
     std::vector<TextureLoad> textureLoads;                     // in file order
     std::vector<PendingMesh> pendingMeshes;                    // in file order
+    std::unordered_map<CMesh*, size_t> pendingOf;              // a mesh's entry there
     std::vector<Binding> bindings;                             // in file order
     CMesh* current = nullptr;                                  // the object being read
     uint64_t framesClaimed = 0;  // frame table entries of the vertex animations so far
