@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -10,6 +11,7 @@
 #include "platform/crt/paths.h"
 #include "tests/support/temp_dir.h"
 #include "tests/tool/animated_map.h"
+#include "tool/bake/contact_sheet.h"
 #include "tool/bake/shadow_settings.h"
 #include "tool/run/app_state.h"
 #include "tool/run/bake_run.h"
@@ -114,6 +116,24 @@ TEST_F(AnimatedBake, FramesGoToNumberedFilesOfTheMapsSize) {
             EXPECT_EQ(Read(folder + "/" + name).size(),
                       name.back() == 'h' ? row.heightBytes : row.mapBytes)
                 << name;
+    }
+}
+
+// A sheet shrinks its pictures to fit SheetSide, never below a pixel or its labels' width, and
+// gives up where the labels alone would pass the largest picture.
+TEST(ContactSheetLayout, PicturesShrinkToFitButLabelsDoNot) {
+    const std::array<int32_t, 5> rows[] = {
+        // frames, picture side; then the picture's side and the sheet's width and height
+        {12, 512, 507, 2048, 1594},
+        {10000, 512, 1, 4904, 2404},
+        {1000000, 512, 1, 0, 0},
+        {0, 512, 0, 0, 0}};
+    for (const auto& [frames, side, picture, width, height] : rows) {
+        const ContactSheetLayout layout = LayOutContactSheet(frames, side, side);
+        EXPECT_EQ(
+            std::make_tuple(layout.pictureWidth, layout.pictureHeight, layout.width, layout.height),
+            std::make_tuple(picture, picture, width, height))
+            << frames;
     }
 }
 

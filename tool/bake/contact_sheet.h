@@ -8,7 +8,7 @@
 
 inline constexpr int32_t SheetSide = 2048;  // a sheet is fitted into this, unless labels need more
 inline constexpr int32_t SheetMargin = 4;
-inline constexpr int32_t SheetDigitScale = 2;  // pixels a dot of the 3 by 5 digit font
+inline constexpr int32_t SheetDigitScale = 3;  // pixels a dot of the 3 by 5 digit font
 inline constexpr uint32_t SheetBackground = 0x303030;
 inline constexpr uint32_t SheetLabelColour = 0xFFC000;  // no grey: never part of a picture
 
