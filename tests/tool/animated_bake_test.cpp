@@ -13,6 +13,7 @@
 #include "tests/tool/animated_map.h"
 #include "tool/bake/contact_sheet.h"
 #include "tool/bake/shadow_settings.h"
+#include "tool/bake/vertex_frames.h"
 #include "tool/run/app_state.h"
 #include "tool/run/bake_run.h"
 
@@ -117,6 +118,21 @@ TEST_F(AnimatedBake, FramesGoToNumberedFilesOfTheMapsSize) {
                       name.back() == 'h' ? row.heightBytes : row.mapBytes)
                 << name;
     }
+}
+
+// A clone that shares its source's vertices takes a packed frame into an array of its own, which
+// it frees; the source keeps its shape.
+TEST(VertexFrames, ALentArrayIsNeverWrittenOver) {
+    CMesh root(nullptr);
+    CMesh* block = Block(&root, 64);
+    AnimateBlock(block, {0.0f, 64.0f}, true);
+    const float x = block->vertices[0].position.x;
+    CMesh* clone = block->Clone(&root, MeshCloneShareVertices);
+    clone->SetAnimationFrame(1.0f, 0);
+    ApplyVertexFrames(&root);
+    EXPECT_EQ(std::make_pair(block->vertices[0].position.x, clone->vertices[0].position.x),
+              std::make_pair(x, x + 64));
+    EXPECT_FALSE(clone->ownership & MeshLentVertices);
 }
 
 // A sheet shrinks its pictures to fit SheetSide, never below a pixel or its labels' width, and
