@@ -18,7 +18,14 @@ const char* Summary =
     "map's left-handed world, so they look as in their editor. A height map's top row lies "
     "along z = 0, its columns along x, one unit apart before scaling. Given what a sample "
     "spacing and a height step are in metres (--pixel-size, --height-unit), a height map keeps "
-    "its true proportions through --fit and --scale.";
+    "its true proportions through --fit and --scale.\n\n"
+    "A mesh file with an animation (node motion or morph targets) gives a map that moves: the "
+    "first animation, or the one --animation names, is sampled --fps times a second from its "
+    "start to its end, the end left out as it is where the loop starts again, and each mesh it "
+    "moves keeps one shape per frame, placed in the map as the static meshes are. Such a mesh "
+    "stays whole rather than being cut into chunks. --fit and the map's size take in every "
+    "frame. Skins are not followed. The summary names the frame count for the shadow script's "
+    "ANIMATED key.";
 
 const char* Footer =
     "Exit status: 0 when the map was written without an error, 1 when an input or an output "
@@ -106,17 +113,29 @@ CommandLineOutcome ParseImportOptions(int argc, const char* const* argv, ImportO
     std::string rawSize;
     app.add_option("--raw-size", rawSize, "raw grids: their size in samples, such as 403x344")
         ->type_name("WxH")
-        ->check(PairOf<uint32_t>(ParseGridSize,
-                                 "give WIDTHxHEIGHT in samples from 1 to 1048576, such as 403x344"));
+        ->check(PairOf<uint32_t>(
+            ParseGridSize, "give WIDTHxHEIGHT in samples from 1 to 1048576, such as 403x344"));
     std::string rawFormat;
     line.Word("--raw-format", rawFormat, {"int16", "uint16", "float32"},
               "raw grids: the sample type (default: by the file's size, 2 bytes a sample as "
               "uint16)");
+    line.Real("--fps", request.animation.fps, 1.0, true, MaxAnimationFps,
+              "animated meshes: frames sampled per second of the animation")
+        ->capture_default_str();
+    int frames = 0;
+    line.Whole("--frames", frames, 1, int(MaxAnimationFrames),
+               "animated meshes: sample at most this many frames");
+    app.add_option("--animation", request.animation.pick,
+                   "the animation to sample, by name or by number from 0 (default: the first)")
+        ->type_name("NAME|INDEX");
     bool noTextures = false;
     app.add_flag("--no-textures", noTextures, "read no textures; faces get none");
     app.add_flag("-q,--quiet", options.quiet, "print only errors");
     return line.Parse(argc, argv, [&]() -> std::string {
         request.textures = !noTextures;
+        request.animation.maxFrames = uint32_t(frames);
+        request.animation.given =
+            app.count("--fps") || app.count("--frames") || app.count("--animation");
         request.placement.up = up == "z" ? UpAxis::Z : UpAxis::Y;
         if (!rawSize.empty())
             ParseGridSize(rawSize, request.heightMap.rawWidth, request.heightMap.rawHeight);

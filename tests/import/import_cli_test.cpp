@@ -22,7 +22,8 @@ ToolRun RunImport(const std::string& args) {
 TEST(ImportCli, OptionsReachTheRequest) {
     const char* argv[] = {"tenebrix-import", "a",    "--output=o",        "--up", "z", "--scale=2.5",
                           "--height-unit",  "0.25", "--raw-format=int16", "--raw-size", "3x2",
-                          "--no-textures", "--pixel-size", "74.5x92.6", "--exaggerate=3"};
+                          "--no-textures", "--pixel-size", "74.5x92.6", "--exaggerate=3",
+                          "--fps=2.5", "--frames", "7", "--animation", "walk"};
     ImportOptions o;
     CommandLineOutcome outcome = ParseImportOptions(int(std::size(argv)), argv, o);
     ASSERT_TRUE(outcome.run) << outcome.text;
@@ -34,6 +35,8 @@ TEST(ImportCli, OptionsReachTheRequest) {
     EXPECT_EQ(std::make_tuple(r.heightMap.pixelWidth, r.heightMap.pixelDepth, r.heightMap.heightUnit,
                               r.heightMap.exaggerate),
               std::make_tuple(74.5, 92.6, 0.25, 3.0));
+    EXPECT_EQ(std::make_tuple(r.animation.fps, r.animation.maxFrames, r.animation.pick, r.animation.given),
+              std::make_tuple(2.5, 7u, "walk", true));
 }
 
 // Each broken input fails the run with a message naming the file and the fault, and leaves no map

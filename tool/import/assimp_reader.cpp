@@ -10,69 +10,11 @@
 #include <cstring>
 #include <utility>
 
+#include "tool/import/animation_sampler.h"
 #include "tool/import/input_file.h"
+#include "tool/import/node_transform.h"
 
 namespace {
-
-// Row-major 4x4 with column vectors, as Assimp's aiMatrix4x4, carried in double.
-struct DMatrix {
-    double m[4][4];
-};
-
-DMatrix Identity() {
-    DMatrix r = {};
-    for (int i = 0; i < 4; ++i) r.m[i][i] = 1.0;
-    return r;
-}
-
-DMatrix FromAssimp(const aiMatrix4x4& a) {
-    const float* f = &a.a1;
-    DMatrix r;
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j) r.m[i][j] = double(f[i * 4 + j]);
-    return r;
-}
-
-DMatrix Multiply(const DMatrix& a, const DMatrix& b) {
-    DMatrix r = {};
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            for (int k = 0; k < 4; ++k) r.m[i][j] += a.m[i][k] * b.m[k][j];
-    return r;
-}
-
-DVec3 ApplyPoint(const DMatrix& t, const aiVector3D& v) {
-    double x = v.x, y = v.y, z = v.z;
-    return {t.m[0][0] * x + t.m[0][1] * y + t.m[0][2] * z + t.m[0][3],
-            t.m[1][0] * x + t.m[1][1] * y + t.m[1][2] * z + t.m[1][3],
-            t.m[2][0] * x + t.m[2][1] * y + t.m[2][2] * z + t.m[2][3]};
-}
-
-double Determinant3(const DMatrix& t) {
-    const auto& m = t.m;
-    return m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) -
-           m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
-           m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
-}
-
-// Normals go through the inverse transpose of the 3x3 part; its cofactor matrix is that up to a
-// positive or negative factor, and normals are unit afterwards, so the sign is fixed by det.
-DVec3 ApplyNormal(const DMatrix& t, double det, const aiVector3D& n) {
-    const auto& m = t.m;
-    double c[3][3] = {{m[1][1] * m[2][2] - m[1][2] * m[2][1], m[1][2] * m[2][0] - m[1][0] * m[2][2],
-                       m[1][0] * m[2][1] - m[1][1] * m[2][0]},
-                      {m[0][2] * m[2][1] - m[0][1] * m[2][2], m[0][0] * m[2][2] - m[0][2] * m[2][0],
-                       m[0][1] * m[2][0] - m[0][0] * m[2][1]},
-                      {m[0][1] * m[1][2] - m[0][2] * m[1][1], m[0][2] * m[1][0] - m[0][0] * m[1][2],
-                       m[0][0] * m[1][1] - m[0][1] * m[1][0]}};
-    double x = n.x, y = n.y, z = n.z, s = det < 0.0 ? -1.0 : 1.0;
-    DVec3 r = {s * (c[0][0] * x + c[0][1] * y + c[0][2] * z),
-               s * (c[1][0] * x + c[1][1] * y + c[1][2] * z),
-               s * (c[2][0] * x + c[2][1] * y + c[2][2] * z)};
-    double length = std::sqrt(Dot(r, r));
-    if (length > 0.0) r = {r.x / length, r.y / length, r.z / length};
-    return r;
-}
 
 bool Finite(const aiVector3D& v) {
     return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
@@ -83,8 +25,11 @@ constexpr int MaxNodeDepth = 1000;
 
 class SceneReader {
 public:
-    SceneReader(const std::string& input, ImportScene& into, ImportLog& messages)
-        : path(input), file(BaseName(input)), scene(into), log(messages) {}
+    SceneReader(const std::string& input, const AnimationOptions& animation, ImportScene& into,
+                ImportLog& messages)
+        : path(input), file(BaseName(input)), options(animation), scene(into), log(messages) {
+        for (const ImportMesh& mesh : scene.meshes) frameVertices += mesh.framePositions.size();
+    }
 
     bool Take(Assimp::Importer& importer, const aiScene* read);
 
@@ -92,10 +37,15 @@ private:
     bool CheckCoordinates(const aiScene* read);
     void TakeMaterials(const aiScene* read);
     bool TakeNode(const aiScene* read, const aiNode* node, const DMatrix& parent, int depth);
-    void TakeMesh(const aiMesh* mesh, const DMatrix& transform);
+    bool TakeMesh(const aiMesh* mesh, const aiNode* node, const DMatrix& transform);
+    bool TakeFrames(const aiMesh* mesh, const aiNode* node, bool normals, ImportMesh& taken);
 
     std::string path;
     std::string file;
+    const AnimationOptions& options;
+    AnimationSampler sampler;
+    size_t frameVertices = 0;  // in the scene's animated meshes, this file's included
+    size_t meshesAnimated = 0;
     ImportScene& scene;
     ImportLog& log;
     size_t materialBase = 0;
@@ -161,8 +111,50 @@ void SceneReader::TakeMaterials(const aiScene* read) {
     }
 }
 
-void SceneReader::TakeMesh(const aiMesh* mesh, const DMatrix& transform) {
-    if (!(mesh->mPrimitiveTypes & aiPrimitiveType_TRIANGLE)) return;
+// Each frame's pose through that frame's transform; the faces are wound by frame 0's.
+bool SceneReader::TakeFrames(const aiMesh* mesh, const aiNode* node, bool normals,
+                             ImportMesh& taken) {
+    uint32_t frames = sampler.Frames();
+    size_t count = mesh->mNumVertices;
+    if (frameVertices + size_t(frames) * count > MaxFrameVertices)
+        return log.Error(path + ": animation \"" + sampler.Name() + "\" has " +
+                         std::to_string(frames) + " frames; with mesh \"" + mesh->mName.C_Str() +
+                         "\" the animated meshes come to more than " +
+                         std::to_string(MaxFrameVertices) +
+                         " vertices in all frames: lower --fps or cap the frames with --frames");
+    frameVertices += size_t(frames) * count;
+    taken.frameCount = frames;
+    taken.framePositions.reserve(size_t(frames) * count);
+    if (normals) taken.frameNormals.reserve(size_t(frames) * count);
+    std::vector<DVec3> shape, shapeNormals;
+    for (uint32_t f = 0; f < frames; ++f) {
+        DMatrix transform = sampler.WorldTransform(node, f);
+        sampler.Shape(node, mesh, f, shape, shapeNormals);
+        bool finite = FiniteMatrix(transform);
+        for (unsigned v = 0; finite && v < count; ++v) {
+            DVec3 p = ApplyPoint(transform, shape[v]);
+            finite = std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+            taken.framePositions.push_back(p);
+        }
+        if (!finite)
+            return log.Error(path + ": mesh \"" + mesh->mName.C_Str() + "\" of node \"" +
+                             node->mName.C_Str() +
+                             "\" comes to NaN or infinite coordinates at frame " +
+                             std::to_string(f) + " of animation \"" + sampler.Name() + "\"");
+        double det = Determinant3(transform);
+        for (unsigned v = 0; normals && v < count; ++v)
+            taken.frameNormals.push_back(ApplyNormal(transform, det, shapeNormals[v]));
+    }
+    taken.positions.assign(taken.framePositions.begin(),
+                           taken.framePositions.begin() + long(count));
+    if (normals)
+        taken.normals.assign(taken.frameNormals.begin(), taken.frameNormals.begin() + long(count));
+    ++meshesAnimated;
+    return true;
+}
+
+bool SceneReader::TakeMesh(const aiMesh* mesh, const aiNode* node, const DMatrix& transform) {
+    if (!(mesh->mPrimitiveTypes & aiPrimitiveType_TRIANGLE)) return true;
     ImportMesh taken;
     // Built piece by piece: "literal" + temporary trips a false -Wrestrict in GCC 12 at -O3.
     taken.name = file;
@@ -173,16 +165,21 @@ void SceneReader::TakeMesh(const aiMesh* mesh, const DMatrix& transform) {
         taken.name += '#';
         taken.name += std::to_string(meshesTaken);
     }
-    double det = Determinant3(transform);
-    taken.positions.reserve(mesh->mNumVertices);
-    for (unsigned v = 0; v < mesh->mNumVertices; ++v)
-        taken.positions.push_back(ApplyPoint(transform, mesh->mVertices[v]));
     bool normals = mesh->HasNormals();
     for (unsigned v = 0; normals && v < mesh->mNumVertices; ++v)
         normals = Finite(mesh->mNormals[v]);
     if (mesh->HasNormals() && !normals) droppedNormals = true;
-    for (unsigned v = 0; normals && v < mesh->mNumVertices; ++v)
-        taken.normals.push_back(ApplyNormal(transform, det, mesh->mNormals[v]));
+    bool animated = sampler.Animates(node, mesh);
+    double det = Determinant3(animated ? sampler.WorldTransform(node, 0) : transform);
+    if (animated) {
+        if (!TakeFrames(mesh, node, normals, taken)) return false;
+    } else {
+        taken.positions.reserve(mesh->mNumVertices);
+        for (unsigned v = 0; v < mesh->mNumVertices; ++v)
+            taken.positions.push_back(ApplyPoint(transform, ToDouble(mesh->mVertices[v])));
+        for (unsigned v = 0; normals && v < mesh->mNumVertices; ++v)
+            taken.normals.push_back(ApplyNormal(transform, det, ToDouble(mesh->mNormals[v])));
+    }
     if (mesh->HasTextureCoords(0)) {
         taken.uvs.reserve(size_t(mesh->mNumVertices) * 2);
         for (unsigned v = 0; v < mesh->mNumVertices; ++v) {
@@ -209,6 +206,7 @@ void SceneReader::TakeMesh(const aiMesh* mesh, const DMatrix& transform) {
         scene.meshes.push_back(std::move(taken));
         ++meshesTaken;
     }
+    return true;
 }
 
 bool SceneReader::TakeNode(const aiScene* read, const aiNode* node, const DMatrix& parent,
@@ -217,14 +215,13 @@ bool SceneReader::TakeNode(const aiScene* read, const aiNode* node, const DMatri
         return log.Error(path + ": nodes nest deeper than " + std::to_string(MaxNodeDepth) +
                          " levels");
     DMatrix transform = Multiply(parent, FromAssimp(node->mTransformation));
-    for (const auto& row : transform.m)
-        for (double value : row)
-            if (!std::isfinite(value))
-                return log.Error(path + ": node \"" + node->mName.C_Str() +
-                                 "\" has a transform with NaN or infinite numbers");
+    if (!FiniteMatrix(transform))
+        return log.Error(path + ": node \"" + node->mName.C_Str() +
+                         "\" has a transform with NaN or infinite numbers");
     for (unsigned i = 0; i < node->mNumMeshes; ++i)
-        if (node->mMeshes[i] < read->mNumMeshes)
-            TakeMesh(read->mMeshes[node->mMeshes[i]], transform);
+        if (node->mMeshes[i] < read->mNumMeshes &&
+            !TakeMesh(read->mMeshes[node->mMeshes[i]], node, transform))
+            return false;
     for (unsigned i = 0; i < node->mNumChildren; ++i)
         if (!TakeNode(read, node->mChildren[i], transform, depth + 1)) return false;
     return true;
@@ -243,8 +240,12 @@ bool SceneReader::Take(Assimp::Importer& importer, const aiScene* read) {
     read = importer.ApplyPostProcessing(aiProcess_JoinIdenticalVertices | aiProcess_FlipUVs |
                                         aiProcess_TransformUVCoords);
     if (!read) return log.Error(path + ": cannot be read: " + importer.GetErrorString());
+    if (!sampler.Select(read, options, path, log)) return false;
     TakeMaterials(read);
-    if (read->mRootNode && !TakeNode(read, read->mRootNode, Identity(), 0)) return false;
+    if (read->mRootNode && !TakeNode(read, read->mRootNode, IdentityMatrix(), 0)) return false;
+    if (sampler.Frames() >= 2 && !meshesAnimated)
+        log.Note(path + ": animation \"" + sampler.Name() +
+                 "\" moves no mesh (skins are not followed); the meshes are static");
     if (droppedNormals)
         log.Warning(path + ": normals that are not finite numbers; smooth normals made instead");
     if (meshesTaken == 0) return log.Error(path + ": no triangles in the file");
@@ -256,21 +257,23 @@ constexpr unsigned ReadSteps =
 
 }  // namespace
 
-bool ReadModelFile(const std::string& path, ImportScene& scene, ImportLog& log) {
+bool ReadModelFile(const std::string& path, const AnimationOptions& animation, ImportScene& scene,
+                   ImportLog& log) {
     // Assimp's BSP reader wants the .pk3 archive around a level; a bare level is not read.
     if (LowerExtension(path) == "bsp")
         return log.Error(path +
                          ": unsupported format (BSP levels are not read; export the level "
                          "as OBJ, glTF or FBX)");
     Assimp::Importer importer;
-    SceneReader reader(path, scene, log);
+    SceneReader reader(path, animation, scene, log);
     return reader.Take(importer, importer.ReadFile(path, ReadSteps));
 }
 
 bool ReadModelMemory(const std::string& path, const std::vector<uint8_t>& bytes,
-                     const std::string& hint, ImportScene& scene, ImportLog& log) {
+                     const std::string& hint, const AnimationOptions& animation, ImportScene& scene,
+                     ImportLog& log) {
     Assimp::Importer importer;
-    SceneReader reader(path, scene, log);
+    SceneReader reader(path, animation, scene, log);
     return reader.Take(
         importer, importer.ReadFileFromMemory(bytes.data(), bytes.size(), ReadSteps, hint.c_str()));
 }

@@ -10,7 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/memory.h"
 #include "engine/mesh/mesh.h"
+#include "engine/mesh/mesh_animation.h"
 
 namespace {
 
@@ -23,7 +25,21 @@ struct FaceRef {
 struct RoundedMesh {
     std::vector<Vector> positions;
     std::vector<Vector> normals;
+    std::vector<Vector> framePositions, frameNormals;  // an animated mesh's, frame after frame
 };
+
+std::vector<Vector> ToFloat(const std::vector<DVec3>& points) {
+    std::vector<Vector> out;
+    out.reserve(points.size());
+    for (const DVec3& p : points) out.push_back({float(p.x), float(p.y), float(p.z)});
+    return out;
+}
+
+bool Animated(const ImportMesh& mesh) {
+    return mesh.frameCount >= 2 &&
+           mesh.framePositions.size() == size_t(mesh.frameCount) * mesh.positions.size() &&
+           mesh.frameNormals.size() == mesh.framePositions.size();
+}
 
 class TreeBuilder {
 public:
@@ -34,6 +50,7 @@ public:
 private:
     void Round();
     bool Degenerate(const FaceRef& ref) const;
+    bool DegenerateIn(const FaceRef& ref, const Vector* positions) const;
     uint32_t Corner(const FaceRef& ref, int k) const {
         return scene.meshes[ref.mesh].triangles[size_t(ref.face) * 3 + k];
     }
@@ -44,6 +61,7 @@ private:
     size_t RenderVertices(const std::vector<FaceRef>& faces) const;
     void AddChunk(CMesh* parent, const std::string& name, std::vector<FaceRef>& faces);
     void MakeMesh(CMesh* parent, const std::string& name, const std::vector<FaceRef>& faces);
+    void Animate(CMesh* made, uint32_t m, const std::vector<uint32_t>& sources);
 
     const ImportScene& scene;
     ChunkTreeStats& stats;
@@ -63,14 +81,28 @@ void TreeBuilder::Round() {
             DVec3 n = i < mesh.normals.size() ? mesh.normals[i] : DVec3{0.0, 1.0, 0.0};
             out.normals.push_back({float(n.x), float(n.y), float(n.z)});
         }
+        if (!Animated(mesh)) continue;
+        out.framePositions = ToFloat(mesh.framePositions);
+        out.frameNormals = ToFloat(mesh.frameNormals);
     }
 }
 
-// What the ray core would see: corners in float, the plane normal from their differences.
+// What the ray core would see: corners in float, the plane normal from their differences. A face
+// of an animated mesh stays while any frame gives it an area.
 bool TreeBuilder::Degenerate(const FaceRef& ref) const {
     uint32_t a = Corner(ref, 0), b = Corner(ref, 1), c = Corner(ref, 2);
     if (a == b || b == c || a == c) return true;
-    Vector pa = Position(ref, 0), pb = Position(ref, 1), pc = Position(ref, 2);
+    const RoundedMesh& mesh = rounded[ref.mesh];
+    if (mesh.framePositions.empty()) return DegenerateIn(ref, mesh.positions.data());
+    size_t count = mesh.positions.size();
+    for (size_t at = 0; at < mesh.framePositions.size(); at += count)
+        if (!DegenerateIn(ref, mesh.framePositions.data() + at)) return false;
+    return true;
+}
+
+bool TreeBuilder::DegenerateIn(const FaceRef& ref, const Vector* positions) const {
+    Vector pa = positions[Corner(ref, 0)], pb = positions[Corner(ref, 1)],
+           pc = positions[Corner(ref, 2)];
     DVec3 u = {double(pc.x) - pb.x, double(pc.y) - pb.y, double(pc.z) - pb.z};
     DVec3 w = {double(pa.x) - pb.x, double(pa.y) - pb.y, double(pa.z) - pb.z};
     DVec3 n = Cross(u, w);
@@ -115,6 +147,7 @@ void TreeBuilder::MakeMesh(CMesh* parent, const std::string& name,
                            const std::vector<FaceRef>& faces) {
     std::unordered_map<uint64_t, uint32_t> local;
     std::vector<MeshVertex> vertices;
+    std::vector<uint32_t> sources;  // the scene mesh's vertex of each
     std::vector<MeshFace> out(faces.size());
     for (size_t f = 0; f < faces.size(); ++f) {
         const FaceRef& ref = faces[f];
@@ -124,9 +157,11 @@ void TreeBuilder::MakeMesh(CMesh* parent, const std::string& name,
         for (int k = 0; k < 3; ++k) {
             uint32_t index = Corner(ref, k);
             auto found = local.emplace(uint64_t(ref.mesh) << 32 | index, uint32_t(vertices.size()));
-            if (found.second)
+            if (found.second) {
                 vertices.push_back(
                     {rounded[ref.mesh].positions[index], rounded[ref.mesh].normals[index]});
+                sources.push_back(index);
+            }
             face.vertex[k] = found.first->second;
             Uv(ref, k, face.uv[2 * k], face.uv[2 * k + 1]);
         }
@@ -142,6 +177,51 @@ void TreeBuilder::MakeMesh(CMesh* parent, const std::string& name,
     ++stats.meshes;
     stats.triangles += out.size();
     stats.mostRenderVertices = std::max(stats.mostRenderVertices, RenderVertices(faces));
+    // An animated mesh's faces are never mixed with others'.
+    if (!faces.empty() && !rounded[faces[0].mesh].framePositions.empty())
+        Animate(made, faces[0].mesh, sources);
+}
+
+// One key frame where a frame's vertices differ from the frame before, each lasting until the
+// next key; frames that change nothing leave the mesh static.
+void TreeBuilder::Animate(CMesh* made, uint32_t m, const std::vector<uint32_t>& sources) {
+    const RoundedMesh& source = rounded[m];
+    const uint32_t frames = scene.meshes[m].frameCount;
+    const size_t count = sources.size(), perFrame = source.positions.size();
+    std::vector<MeshVertex> keys, frame(count);
+    std::vector<uint32_t> keyFrames;
+    for (uint32_t f = 0; f < frames; ++f) {
+        for (size_t i = 0; i < count; ++i)
+            frame[i] = {source.framePositions[f * perFrame + sources[i]],
+                        source.frameNormals[f * perFrame + sources[i]]};
+        if (f && !std::memcmp(frame.data(), keys.data() + keys.size() - count,
+                              count * sizeof(MeshVertex)))
+            continue;
+        keyFrames.push_back(f);
+        keys.insert(keys.end(), frame.begin(), frame.end());
+    }
+    if (keyFrames.size() < 2) return;
+    made->AllocVertices(int32_t(keys.size()));
+    std::memcpy(made->vertices, keys.data(), keys.size() * sizeof(MeshVertex));
+    auto* animation = static_cast<VertexAnimation*>(MALLOC(sizeof(VertexAnimation)));
+    std::memset(animation, 0, sizeof *animation);
+    animation->flags = VertexAnimationOwnsArrays;
+    animation->frameCount = frames;
+    animation->keyCount = uint32_t(keyFrames.size());
+    animation->totalVertices = uint32_t(keys.size());
+    animation->frameData = made->vertices;
+    animation->keyFrames = static_cast<uint32_t*>(MALLOC(keyFrames.size() * sizeof(uint32_t)));
+    std::memcpy(animation->keyFrames, keyFrames.data(), keyFrames.size() * sizeof(uint32_t));
+    animation->frameTable = static_cast<void**>(MALLOC(size_t(frames) * sizeof(void*)));
+    for (uint32_t f = 0, key = 0; f < frames; ++f) {
+        if (key + 1 < keyFrames.size() && keyFrames[key + 1] == f) ++key;
+        animation->frameTable[f] = made->vertices + size_t(key) * count;
+    }
+    made->vertexCount = int32_t(count);
+    made->SetVertexAnimation(animation);
+    ++stats.animatedMeshes;
+    stats.frames = std::max(stats.frames, frames);
+    stats.frameTables += frames;
 }
 
 // A chunk that fits is one mesh; one that doesn't becomes a node whose parts, halves by the faces'
@@ -186,6 +266,7 @@ CMesh* TreeBuilder::Build(double chunkSize) {
     std::map<std::pair<int64_t, int64_t>, std::vector<FaceRef>> chunks;
     for (size_t m = 0; m < scene.meshes.size(); ++m) {
         size_t faces = scene.meshes[m].triangles.size() / 3;
+        if (Animated(scene.meshes[m])) continue;
         for (size_t f = 0; f < faces; ++f) {
             FaceRef ref = {uint32_t(m), uint32_t(f)};
             if (Degenerate(ref)) {
@@ -208,6 +289,19 @@ CMesh* TreeBuilder::Build(double chunkSize) {
     for (auto& [cell, faces] : chunks)
         AddChunk(root, "chunk_" + std::to_string(cell.second) + "_" + std::to_string(cell.first),
                  faces);
+    // An animated mesh moves across chunks, so it stays whole, cut only as the renderer needs.
+    for (size_t m = 0, made = 0; m < scene.meshes.size(); ++m) {
+        if (!Animated(scene.meshes[m])) continue;
+        std::vector<FaceRef> faces;
+        for (uint32_t f = 0; f < scene.meshes[m].triangles.size() / 3; ++f) {
+            FaceRef ref = {uint32_t(m), f};
+            if (Degenerate(ref))
+                ++stats.degenerate;
+            else
+                faces.push_back(ref);
+        }
+        if (!faces.empty()) AddChunk(root, "animated_" + std::to_string(made++), faces);
+    }
     return root;
 }
 

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "engine/mesh/mesh.h"
+#include "engine/mesh/vbf_reader.h"
 #include "tool/import/assimp_reader.h"
 #include "tool/import/bsp_reader.h"
 #include "tool/import/chunk_tree.h"
@@ -50,8 +51,8 @@ bool ReadInput(const std::string& path, const ImportRequest& request, ImportScen
         if (IsRawGridPath(name)) kind = "raw";
         return ReadHeightMap(path, kind, bytes, request, scene, log);
     }
-    if (name != path) return ReadModelMemory(path, bytes, kind, scene, log);
-    return ReadModelFile(path, scene, log);
+    if (name != path) return ReadModelMemory(path, bytes, kind, request.animation, scene, log);
+    return ReadModelFile(path, request.animation, scene, log);
 }
 
 // Winding and normals, mesh by mesh, once the axes are the map's.
@@ -96,18 +97,28 @@ bool RunImport(const ImportRequest& request, ImportLog& log, ImportSummary& summ
                  (request.heightMap.exaggerate == 1.0
                       ? std::string("as they are")
                       : "exaggerated " + Number(request.heightMap.exaggerate) + " times"));
-    if (request.placement.ground || scene.groundPlane) AddGroundPlane(scene, summary.placement, request.chunkSize);
+    if (request.placement.ground || scene.groundPlane)
+        AddGroundPlane(scene, summary.placement, request.chunkSize);
 
     ChunkTreeStats stats;
     CMesh* root = BuildChunkTree(scene, request.chunkSize, stats);
     summary.meshes = stats.meshes;
     summary.triangles = stats.triangles;
     summary.degenerate = stats.degenerate;
+    summary.animatedMeshes = stats.animatedMeshes;
+    summary.frames = stats.frames;
+    summary.animationAsked = request.animation.given;
     if (stats.degenerate)
         log.Note(std::to_string(stats.degenerate) + " degenerate faces (no area) dropped");
     summary.mapPath = (std::filesystem::path(request.mapFolder) / "test.vbf").string();
     if (stats.triangles == 0) {
         log.Error("no faces with an area are left to write");
+    } else if (stats.frameTables > VBFMaxFrames) {
+        // The map reader holds the frames of all vertex animations in a file to this sum.
+        log.Error(std::to_string(stats.animatedMeshes) + " animated meshes of up to " +
+                  std::to_string(stats.frames) + " frames come to " +
+                  std::to_string(stats.frameTables) + " frames in all, more than a map holds (" +
+                  std::to_string(VBFMaxFrames) + "): cap the frames with --frames");
     } else {
         summary.written = WriteMapFolder(request.mapFolder, root, summary.placement.cellsX,
                                          summary.placement.cellsY, SceneTextures(scene), log);
@@ -117,6 +128,19 @@ bool RunImport(const ImportRequest& request, ImportLog& log, ImportSummary& summ
     return summary.written;
 }
 
+namespace {
+
+std::string FormatAnimation(const ImportSummary& s) {
+    if (s.animatedMeshes == 0)
+        return s.animationAsked ? "; nothing animated: the map is static" : "";
+    std::string frames = std::to_string(s.frames);
+    return "; " + frames + " frames in " + std::to_string(s.animatedMeshes) + " animated mesh" +
+           (s.animatedMeshes == 1 ? "" : "es") + ": bake with ANIMATED " + frames +
+           " in the shadow script";
+}
+
+}  // namespace
+
 std::string FormatSummary(const ImportSummary& s) {
     const Placement& p = s.placement;
     return s.mapPath + ": " + std::to_string(s.meshes) + " meshes, " + std::to_string(s.triangles) +
@@ -124,5 +148,5 @@ std::string FormatSummary(const ImportSummary& s) {
            " x " + Number(p.max.z - p.min.z) + " (x " + Number(p.min.x) + " .. " + Number(p.max.x) +
            ", y " + Number(p.min.y) + " .. " + Number(p.max.y) + ", z " + Number(p.min.z) + " .. " +
            Number(p.max.z) + "), " + std::to_string(p.cellsX) + " x " + std::to_string(p.cellsY) +
-           " cells";
+           " cells" + FormatAnimation(s);
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tool/import/assimp_reader.h"
 #include "tool/import/heightmap_reader.h"
 #include "tool/import/import_scene.h"
 #include "tool/import/placement.h"
@@ -18,6 +19,7 @@ struct ImportRequest {
     std::string mapFolder;
     PlacementOptions placement;
     HeightMapOptions heightMap;
+    AnimationOptions animation = {};
     double chunkSize = DefaultChunkUnits;  // world units
     bool textures = true;                  // false: faces get no textures, none are read
 };
@@ -28,6 +30,9 @@ struct ImportSummary {
     size_t triangles = 0;   // written
     size_t degenerate = 0;  // dropped
     Placement placement;
+    size_t animatedMeshes = 0;  // meshes with a vertex animation
+    uint32_t frames = 0;        // the most frames of any of them
+    bool animationAsked = false;
     bool written = false;
 };
 
@@ -36,5 +41,6 @@ struct ImportSummary {
 bool RunImport(const ImportRequest& request, ImportLog& log, ImportSummary& summary);
 
 // "DIR/test.vbf: 4 meshes, 5856 triangles, extent 128 x 57.4 x 140 (x 0 .. 128, y 0 .. 57.4,
-// z -140 .. 0), 4 x 5 cells"
+// z -140 .. 0), 4 x 5 cells", and for an animated map "; 20 frames in 1 animated mesh: bake with
+// ANIMATED 20 in the shadow script"
 std::string FormatSummary(const ImportSummary& summary);

@@ -58,6 +58,11 @@ struct ImportMesh {
     int material = -1;                // index into ImportScene::materials; -1: untextured
     bool mapFrame = false;            // already in the map's axes and winding (height maps)
     std::optional<UpAxis> fileUp;     // the up axis the format defines; --up doesn't apply
+    // An animated mesh: frameCount poses of every vertex, frame after frame, in the same space
+    // as positions, which hold frame 0 (as normals do). Empty for a static mesh.
+    uint32_t frameCount = 0;
+    std::vector<DVec3> framePositions;
+    std::vector<DVec3> frameNormals;  // empty, or one per entry of framePositions
 };
 
 struct ImportScene {

@@ -14,6 +14,8 @@ void ConvertAxes(ImportScene& scene, UpAxis up) {
         };
         for (DVec3& p : mesh.positions) convert(p);
         for (DVec3& n : mesh.normals) convert(n);
+        for (DVec3& p : mesh.framePositions) convert(p);
+        for (DVec3& n : mesh.frameNormals) convert(n);
         // A mirror turns every face inside out; swapping two corners turns it back.
         for (size_t f = 0; f + 2 < mesh.triangles.size(); f += 3)
             std::swap(mesh.triangles[f + 1], mesh.triangles[f + 2]);
@@ -32,12 +34,14 @@ int32_t CellsFor(double units) {
 
 bool PlaceInMap(ImportScene& scene, const PlacementOptions& options, Placement& placement,
                 ImportLog& log) {
+    // An animated mesh is placed by all its frames, so that none of them leaves the map.
     DVec3 lo = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, hi = {-HUGE_VAL, -HUGE_VAL, -HUGE_VAL};
     for (const ImportMesh& mesh : scene.meshes)
-        for (const DVec3& p : mesh.positions) {
-            lo = {std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z)};
-            hi = {std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z)};
-        }
+        for (const auto* points : {&mesh.positions, &mesh.framePositions})
+            for (const DVec3& p : *points) {
+                lo = {std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z)};
+                hi = {std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z)};
+            }
     if (!(lo.x <= hi.x)) return log.Error("nothing to place: the inputs hold no vertices");
 
     double scale = options.scale > 0.0 ? options.scale : 1.0;
@@ -70,9 +74,10 @@ bool PlaceInMap(ImportScene& scene, const PlacementOptions& options, Placement& 
     double baseY = lift ? lo.y : 0.0;
 
     for (ImportMesh& mesh : scene.meshes)
-        for (DVec3& p : mesh.positions)
-            p = {(p.x - lo.x) * scale + margin, (p.y - baseY) * scale,
-                 (p.z - hi.z) * scale - margin};
+        for (auto* points : {&mesh.positions, &mesh.framePositions})
+            for (DVec3& p : *points)
+                p = {(p.x - lo.x) * scale + margin, (p.y - baseY) * scale,
+                     (p.z - hi.z) * scale - margin};
 
     placement.scale = scale;
     placement.min = {margin, (lo.y - baseY) * scale, -margin - sizeZ};

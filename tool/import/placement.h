@@ -37,7 +37,8 @@ void ConvertAxes(ImportScene& scene, UpAxis up);
 
 // Scales and moves every mesh into the map: the box's low x at 0 (plus the margin), its high z at
 // 0 (minus the margin), heights kept unless they leave the ground rays' reach. False, with the
-// reason logged, when the result does not fit in a map.
+// reason logged, when the result does not fit in a map. The box holds every frame of an animated
+// mesh, so --fit scales the whole motion into the cells.
 bool PlaceInMap(ImportScene& scene, const PlacementOptions& options, Placement& placement,
                 ImportLog& log);
 

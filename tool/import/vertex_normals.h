@@ -11,5 +11,6 @@
 // unit length; (0, 1, 0) where no face with an area touches it.
 std::vector<DVec3> SmoothNormals(const ImportMesh& mesh, const std::vector<uint32_t>& weld);
 
-// Gives the mesh one unit normal a vertex: the source's where it has them, smooth ones otherwise.
+// Gives the mesh one unit normal a vertex, in every frame of an animated one: the source's
+// where it has them, smooth ones otherwise.
 void CompleteNormals(ImportMesh& mesh, const std::vector<uint32_t>& weld);
