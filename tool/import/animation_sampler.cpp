@@ -54,7 +54,8 @@ bool AnimationSampler::Select(const aiScene* scene, const AnimationOptions& opti
     if (!options.pick.empty()) {
         index = scene->mNumAnimations;
         for (unsigned i = 0; i < scene->mNumAnimations && index == scene->mNumAnimations; ++i)
-            if (options.pick == scene->mAnimations[i]->mName.C_Str()) index = i;
+            if (scene->mAnimations[i] && options.pick == scene->mAnimations[i]->mName.C_Str())
+                index = i;
         bool digits = options.pick.find_first_not_of("0123456789") == std::string::npos;
         if (index == scene->mNumAnimations && digits && options.pick.size() < 10)
             index = unsigned(std::stoul(options.pick));
@@ -62,12 +63,13 @@ bool AnimationSampler::Select(const aiScene* scene, const AnimationOptions& opti
             std::string known;
             for (unsigned i = 0; i < scene->mNumAnimations; ++i)
                 known += (i ? ", " : "") + std::to_string(i) + " \"" +
-                         scene->mAnimations[i]->mName.C_Str() + "\"";
+                         (scene->mAnimations[i] ? scene->mAnimations[i]->mName.C_Str() : "") + "\"";
             return log.Error(path + ": no animation \"" + options.pick + "\"; the file has " +
                              std::to_string(scene->mNumAnimations) + ": " + known);
         }
     }
     animation = scene->mAnimations[index];
+    if (!animation) return true;
     name = animation->mName.length ? animation->mName.C_Str() : "#" + std::to_string(index);
     fps = options.fps;
     ticksPerSecond = animation->mTicksPerSecond > 0.0 && std::isfinite(animation->mTicksPerSecond)
@@ -84,8 +86,8 @@ bool AnimationSampler::Select(const aiScene* scene, const AnimationOptions& opti
     double seconds = duration > 0.0 ? duration / ticksPerSecond : 0.0;
     // A hair below a whole count is that count: 2 s at 10 fps is 20 frames, not 21.
     double count = std::ceil(seconds * fps - 1e-6);
-    std::string what = path + ": animation \"" + name + "\" (" + std::to_string(index + 1) +
-                       " of " + std::to_string(scene->mNumAnimations) + ")";
+    std::string what = path + ": animation " + std::to_string(index) + " \"" + name + "\" of " +
+                       std::to_string(scene->mNumAnimations);
     if (!(count >= 1.0)) count = 1.0;
     if (count > MaxAnimationFrames && !options.maxFrames)
         return log.Error(what + " lasts " + Seconds(seconds) + ", " + Number(count) +
@@ -98,8 +100,12 @@ bool AnimationSampler::Select(const aiScene* scene, const AnimationOptions& opti
         capped = " (" + Number(count) + " without --frames)";
         frames = options.maxFrames;
     }
-    log.Note(what + ", " + Seconds(seconds) + ": " + std::to_string(frames) + " frames at " +
-             Number(fps) + " per second" + capped);
+    if (frames < 2)
+        log.Note(what + ", " + Seconds(seconds) + ": one frame" + capped +
+                 ", so the meshes are imported unanimated");
+    else
+        log.Note(what + ", " + Seconds(seconds) + ": " + std::to_string(frames) + " frames at " +
+                 Number(fps) + " per second" + capped);
     return true;
 }
 

@@ -16,8 +16,8 @@
 #include "tool/import/assimp_reader.h"
 #include "tool/import/node_transform.h"
 
-// Frames in all animated meshes of one import, each vertex once per frame: bounds the memory of
-// a long animation of a dense mesh (some 300 MB at this count).
+// Vertices in all frames of all animated meshes of one import: bounds the memory of a long
+// animation of a dense mesh (the import holds each some 100 bytes at its peak).
 constexpr size_t MaxFrameVertices = size_t(1) << 22;
 
 class AnimationSampler {
