@@ -171,9 +171,7 @@ bool SceneReader::TakeMesh(const aiMesh* mesh, const aiNode* node, const DMatrix
     if (mesh->HasNormals() && !normals) droppedNormals = true;
     bool animated = sampler.Animates(node, mesh);
     double det = Determinant3(animated ? sampler.WorldTransform(node, 0) : transform);
-    if (animated) {
-        if (!TakeFrames(mesh, node, normals, taken)) return false;
-    } else {
+    if (!animated) {
         taken.positions.reserve(mesh->mNumVertices);
         for (unsigned v = 0; v < mesh->mNumVertices; ++v)
             taken.positions.push_back(ApplyPoint(transform, ToDouble(mesh->mVertices[v])));
@@ -202,10 +200,10 @@ bool SceneReader::TakeMesh(const aiMesh* mesh, const aiNode* node, const DMatrix
     }
     if (mesh->mMaterialIndex < scene.materials.size() - materialBase)
         taken.material = int(materialBase + mesh->mMaterialIndex);
-    if (!taken.triangles.empty()) {
-        scene.meshes.push_back(std::move(taken));
-        ++meshesTaken;
-    }
+    if (taken.triangles.empty()) return true;
+    if (animated && !TakeFrames(mesh, node, normals, taken)) return false;
+    scene.meshes.push_back(std::move(taken));
+    ++meshesTaken;
     return true;
 }
 
