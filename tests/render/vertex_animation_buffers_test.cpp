@@ -20,9 +20,9 @@ T* Zeroed(size_t count) {
     return block;
 }
 
-// One triangle with a packed animation of six frames, 4 fraction bits: frames 0 and 1 share
-// block A, 2 is B, 3 lies halfway, 4 and 5 share C. Block k puts vertex i at (2k, i, 0), with
-// normal +z, +x, -y.
+// One triangle with a packed animation of seven frames, 4 fraction bits: frames 0 and 1 share
+// block A, 2 is B, 3 lies halfway, 4 and 5 share C, 6 lies halfway to A. Block k puts vertex i at
+// (2k, i, 0), with normal +z, +x, -y.
 class VertexAnimationBuffersTest : public RendererTest {
 protected:
     void SetUp() override {
@@ -37,7 +37,7 @@ protected:
         mesh->faces[0][0] = {{0, 1, 2}, nullptr, 0, {0, 0, 1, 0, 1, 1}};
         auto* shape = Zeroed<VertexAnimation>(1);
         shape->flags = VertexAnimationOwnsArrays | VertexAnimationPacked | 4u << 24;
-        shape->frameCount = 6;
+        shape->frameCount = 7;
         shape->totalVertices = 9;
         auto* packed = Zeroed<int16_t>(36);
         const int16_t normals[3] = {15 << 10, 15, 15 << 5 | 1 << 9};
@@ -48,9 +48,9 @@ protected:
                 packed[(k * 3 + i) * 4 + 3] = normals[k];
             }
         shape->frameData = packed;
-        shape->frameTable = Zeroed<void*>(6);
-        const int blocks[6] = {0, 0, 1, -1, 2, 2};
-        for (int f = 0; f < 6; ++f)
+        shape->frameTable = Zeroed<void*>(7);
+        const int blocks[7] = {0, 0, 1, -1, 2, 2, -1};
+        for (int f = 0; f < 7; ++f)
             shape->frameTable[f] = blocks[f] < 0 ? nullptr : packed + blocks[f] * 12;
         shape->currentData = shape->frameTable[0];
         mesh->SetVertexAnimation(shape);
@@ -82,24 +82,27 @@ TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDra
     Draw(0);
     VertexAnimationBuffers* frames = AttachFrameBuffers(mesh, renderer);
     ASSERT_EQ(AttachFrameBuffers(mesh, renderer), frames);
+    CMesh still(nullptr);
+    EXPECT_EQ(AttachFrameBuffers(&still, renderer), nullptr);
     DxCallRecorder calls;
     DebugCapture capture;
     frames->AddFrameRange(0, 4);
     EXPECT_EQ(calls.Only("Lock").size(), 4u);  // A, B, halfway, C: one write each
     calls.Clear();
-    frames->AddFrameRange(1, 5);  // frames with a run keep it; 5 starts none of its own
-    EXPECT_TRUE(calls.Only("Lock").empty());
+    frames->AddFrameRange(1, 6);  // frames with a run keep it; 5 starts none of its own
+    EXPECT_EQ(calls.Only("Lock").size(), 1u);
     EXPECT_EQ(capture.Text(),
               "DEBUG: Adding Range 0 to 4\nDEBUG: VETRS=3 @ 32bytes\n"
-              "DEBUG: Adding Range 1 to 5\nDEBUG: VETRS=3 @ 32bytes\n");
-    EXPECT_EQ(std::vector<uint16_t>(frames->frameSlots, frames->frameSlots + 6),
-              (std::vector<uint16_t>{1, 1, 2, 3, 4, 8}));
-    EXPECT_EQ(frames->bufferCount, 8);
+              "DEBUG: Adding Range 1 to 6\nDEBUG: VETRS=3 @ 32bytes\n");
+    EXPECT_EQ(std::vector<uint16_t>(frames->frameSlots, frames->frameSlots + 7),
+              (std::vector<uint16_t>{1, 1, 2, 3, 4, 8, 9}));
+    EXPECT_EQ(frames->bufferCount, 9);
     EXPECT_EQ(frames->GetFrameBuffer(5), nullptr);
-    EXPECT_EQ(frames->GetFrameBuffer(6), nullptr);
+    EXPECT_EQ(frames->GetFrameBuffer(7), nullptr);
 
-    // Position x and normal of each vertex: frame 3 midway with the normal of the frame before.
-    const float want[4][5] = {{0, 0, 0, 0, 1}, {2, 2, 1, 0, 0}, {3, 3, 1, 0, 0}, {4, 4, 0, -1, 0}};
+    // Position x and normal of each vertex: a halfway frame has the normal of the frame before.
+    const float want[5][5] = {
+        {0, 0, 0, 0, 1}, {2, 2, 1, 0, 0}, {3, 3, 1, 0, 0}, {4, 4, 0, -1, 0}, {6, 2, 0, -1, 0}};
     for (const auto& w : want) {
         VertexBufferInfo* info = frames->GetFrameBuffer(int32_t(w[0]));
         const float* at = static_cast<float*>(LockVertices(info, 0));
