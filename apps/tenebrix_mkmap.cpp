@@ -52,9 +52,11 @@ CommandLineOutcome ParseMkmapOptions(int argc, char** argv, MkmapRequest& reques
     bool noTextures = false;
     app.add_flag("--no-textures", noTextures, "untextured faces, no TGA files");
     app.add_flag("--animated", request.animated,
-                 "the animated sample: a windmill whose sails turn over 8 frames on a map of 16 x "
-                 "16 cells, with its resource.cfg and the shadow script lit/animated.ssf that "
-                 "bakes every frame");
+                 "the animated sample: a windmill whose sails turn over " +
+                     std::to_string(AnimatedMapFrames) + " frames on a map of " +
+                     std::to_string(AnimatedMapCells) + " x " + std::to_string(AnimatedMapCells) +
+                     " cells, with its resource.cfg and the shadow script lit/animated.ssf that "
+                     "bakes every frame");
     return line.Parse(argc, argv, [&]() -> std::string {
         recipe.hills = float(hills);
         recipe.seed = uint32_t(seed);

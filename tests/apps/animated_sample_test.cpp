@@ -52,6 +52,7 @@ TEST(AnimatedSample, IsWhatTheMapToolMakesNow) {
     TempDir dir;
     ToolRun run = RunTool(TENEBRIX_MKMAP, {"made", "--animated"});
     ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(RunTool(TENEBRIX_MKMAP, {"other", "--animated", "--seed", "2"}).status, 2);
     for (const auto& kept : fs::recursive_directory_iterator(Sample)) {
         const fs::path made = "made" / fs::relative(kept.path(), Sample);
         if (kept.is_directory()) continue;
