@@ -13,8 +13,8 @@
 #include "engine/mesh/vbf_reader.h"
 
 struct VAFReader::MeshWork {
-    std::vector<float> positions;  // x, y, z of `vertices` and of every key frame
-    std::vector<int32_t> corners;  // vertex indices of the face list, three per face
+    std::vector<float> positions;    // x, y, z of `vertices` and of every key frame
+    std::vector<int32_t> corners;    // vertex indices of the face list, three per face
     std::vector<uint32_t> cornerAt;  // where each stands in the file, for messages
     uint32_t groups = 0;             // the face count
     std::vector<float> uv;           // u, v of texture_coordinates and face_coordinates
@@ -150,7 +150,8 @@ bool VAFReader::ReadVectors(const char* section, const char* format, int count,
         scan.SkipSpace();
         size_t at = scan.Offset();
         float v[3] = {0, 0, 0};
-        int read = count == 3 ? scan.Scan(format, &v[0], &v[1], &v[2]) : scan.Scan(format, &v[0], &v[1]);
+        int read =
+            count == 3 ? scan.Scan(format, &v[0], &v[1], &v[2]) : scan.Scan(format, &v[0], &v[1]);
         if (read == 0) break;
         if (read == VAFEnd) return scan.FailEnd("the %s of \"%.60s\"", section, Named());
         if (read < count) {
@@ -178,7 +179,8 @@ bool VAFReader::ReadFaces(MeshWork& work) {
         if (count == 0) break;
         if (read == VAFEnd) return scan.FailEnd("the faces of \"%.60s\"", Named());
         if (read == 0)
-            return scan.Fail(at, "the faces of \"%.60s\" have no end: the last pair's second "
+            return scan.Fail(at,
+                             "the faces of \"%.60s\" have no end: the last pair's second "
                              "number, %d, stands as the next count, where 0 would end them",
                              Named(), count);
         ++work.groups;
@@ -193,8 +195,10 @@ bool VAFReader::ReadFaces(MeshWork& work) {
             if (first == VAFEnd || second == VAFEnd)
                 return scan.FailEnd("the faces of \"%.60s\"", Named());
             if (second != 1)
-                return scan.Fail(pairAt, "a group of %d corners in the faces of \"%.60s\" breaks "
-                                 "off after %d", pairs, Named(), i);
+                return scan.Fail(pairAt,
+                                 "a group of %d corners in the faces of \"%.60s\" breaks "
+                                 "off after %d",
+                                 pairs, Named(), i);
             work.corners.push_back(corner);
             work.cornerAt.push_back(uint32_t(pairAt));
         }
@@ -214,15 +218,18 @@ bool VAFReader::ReadVertexAnimation(MeshWork& work, size_t at) {
     if (read == 0)
         return scan.Fail(countAt, "the anim_vertices of \"%.60s\" have no frame count", Named());
     if (frames < 1 || uint32_t(frames) > VBFMaxFrames)
-        return scan.Fail(countAt, "the anim_vertices of \"%.60s\" have %d frames, where 1 to %u "
-                         "may be", Named(), frames, uint32_t(VBFMaxFrames));
+        return scan.Fail(countAt,
+                         "the anim_vertices of \"%.60s\" have %d frames, where 1 to %u "
+                         "may be",
+                         Named(), frames, uint32_t(VBFMaxFrames));
     // Frame tables are made for the counts the file claims, so their sum is held to one table's
     // limit: a small file must not claim gigabytes through many animated meshes.
     framesClaimed += uint32_t(frames);
     if (framesClaimed > VBFMaxFrames)
-        return scan.Fail(countAt, "the vertex animations up to \"%.60s\" come to %llu frames, "
-                         "more than %u", Named(), (unsigned long long)framesClaimed,
-                         uint32_t(VBFMaxFrames));
+        return scan.Fail(countAt,
+                         "the vertex animations up to \"%.60s\" come to %llu frames, "
+                         "more than %u",
+                         Named(), (unsigned long long)framesClaimed, uint32_t(VBFMaxFrames));
     work.animated = true;  // a new record in place of any earlier one
     work.frameCount = uint32_t(frames);
     work.keyFrames.clear();
@@ -240,14 +247,16 @@ bool VAFReader::ReadVertexAnimation(MeshWork& work, size_t at) {
             return scan.FailEnd("the anim_vertices of \"%.60s\"", Named());
         if (!word.empty() && word[0] == ':') {
             if (!(number > -1.0f && number < float(frames)))
-                return scan.Fail(numberAt, "the anim_vertices of \"%.60s\" have a key at frame "
-                                 "%g, where the frames are 0 to %d", Named(), double(number),
-                                 frames - 1);
+                return scan.Fail(numberAt,
+                                 "the anim_vertices of \"%.60s\" have a key at frame "
+                                 "%g, where the frames are 0 to %d",
+                                 Named(), double(number), frames - 1);
             uint32_t frame = uint32_t(int32_t(number));  // cut towards zero
             if (!work.keyFrames.empty() && frame <= work.keyFrames.back())
-                return scan.Fail(numberAt, "the anim_vertices of \"%.60s\" have key frame %u "
-                                 "after key frame %u, where key frames must ascend", Named(),
-                                 frame, work.keyFrames.back());
+                return scan.Fail(numberAt,
+                                 "the anim_vertices of \"%.60s\" have key frame %u "
+                                 "after key frame %u, where key frames must ascend",
+                                 Named(), frame, work.keyFrames.back());
             work.keyFrames.push_back(frame);
             continue;
         }
@@ -255,8 +264,10 @@ bool VAFReader::ReadVertexAnimation(MeshWork& work, size_t at) {
         read = scan.Scan(" %f , %f , ", &yz[0], &yz[1]);
         if (read == VAFEnd) return scan.FailEnd("the anim_vertices of \"%.60s\"", Named());
         if (read < 2)
-            return scan.Fail(numberAt, "a vertex of the anim_vertices of \"%.60s\" holds %d of "
-                             "its 3 numbers", Named(), 1 + read);
+            return scan.Fail(numberAt,
+                             "a vertex of the anim_vertices of \"%.60s\" holds %d of "
+                             "its 3 numbers",
+                             Named(), 1 + read);
         work.positions.insert(work.positions.end(), {number, yz[0], yz[1]});
     }
     scan.Scan(" } ");
@@ -264,8 +275,10 @@ bool VAFReader::ReadVertexAnimation(MeshWork& work, size_t at) {
     if (work.keyFrames.empty())
         return scan.Fail(at, "the anim_vertices of \"%.60s\" have no key frame", Named());
     if (work.keyFrames[0] != 0)
-        return scan.Fail(at, "the anim_vertices of \"%.60s\" have no key at frame 0, their "
-                         "first is at frame %u", Named(), work.keyFrames[0]);
+        return scan.Fail(at,
+                         "the anim_vertices of \"%.60s\" have no key at frame 0, their "
+                         "first is at frame %u",
+                         Named(), work.keyFrames[0]);
     return true;
 }
 
@@ -285,11 +298,15 @@ bool VAFReader::ReadVertexLight(MeshWork& work, size_t at) {
         if (read == 0) break;
         if (read == VAFEnd) return scan.FailEnd("the vertex_light of \"%.60s\"", Named());
         if (read < 3)
-            return scan.Fail(entryAt, "an entry of the vertex_light of \"%.60s\" holds %d of its "
-                             "3 numbers", Named(), read);
+            return scan.Fail(entryAt,
+                             "an entry of the vertex_light of \"%.60s\" holds %d of its "
+                             "3 numbers",
+                             Named(), read);
         if (work.light.size() >= work.positions.size())
-            return scan.Fail(entryAt, "the vertex_light of \"%.60s\" has more entries than the "
-                             "%zu vertices before it", Named(), work.positions.size() / 3);
+            return scan.Fail(entryAt,
+                             "the vertex_light of \"%.60s\" has more entries than the "
+                             "%zu vertices before it",
+                             Named(), work.positions.size() / 3);
         work.light.insert(work.light.end(), c, c + 3);
     }
     scan.Scan(" } ");
@@ -319,11 +336,15 @@ bool VAFReader::CheckMesh(const MeshWork& work, size_t at, uint32_t perFrame) {
     for (size_t k = 0; k < 3 * faces; ++k) {
         int32_t corner = work.corners[k];
         if (corner < 0 || uint32_t(corner) >= perFrame)
-            return scan.Fail(work.cornerAt[k], "face %zu of \"%.60s\" uses vertex %d, the mesh "
-                             "has %u", k / 3, Named(), corner, perFrame);
+            return scan.Fail(work.cornerAt[k],
+                             "face %zu of \"%.60s\" uses vertex %d, the mesh "
+                             "has %u",
+                             k / 3, Named(), corner, perFrame);
         if (!work.perFace && pairs && uint32_t(corner) >= pairs)
-            return scan.Fail(work.cornerAt[k], "face %zu of \"%.60s\" uses vertex %d, its "
-                             "texture_coordinates give %zu", k / 3, Named(), corner, pairs);
+            return scan.Fail(work.cornerAt[k],
+                             "face %zu of \"%.60s\" uses vertex %d, its "
+                             "texture_coordinates give %zu",
+                             k / 3, Named(), corner, pairs);
     }
     if (work.perFace && pairs < 3 * faces)
         return scan.Fail(at, "the face_coordinates of \"%.60s\" give %zu pairs for %llu faces",
@@ -378,9 +399,9 @@ bool VAFReader::BuildMesh(CMesh* mesh, MeshWork& work, size_t at) {
             face.uv[2 * c] = given ? work.uv[2 * pair] : 0.0f;
             face.uv[2 * c + 1] = given ? work.uv[2 * pair + 1] : 0.0f;
         }
-        pending.materials[i] = FaceMaterial{work.materialGiven ? work.material : VAFNoMaterial,
-                                            work.faceMaterialsGiven ? work.faceMaterials[i]
-                                                                    : VAFNoMaterial};
+        pending.materials[i] =
+            FaceMaterial{work.materialGiven ? work.material : VAFNoMaterial,
+                         work.faceMaterialsGiven ? work.faceMaterials[i] : VAFNoMaterial};
     }
     // The normals of every key frame, each from its own positions: a consumer that shows a
     // later frame finds them as the first frame's are made.

@@ -68,8 +68,7 @@ bool VAFReader::Read() {
     if (scan.Failed()) {
         VelmoraLog("VAFLoad", "Corrupt VAF %s at line %zu: %s\n", path, scan.FaultLine(),
                    scan.Fault());
-        SetMeshReadFault("the map file is damaged at line %zu: %s", scan.FaultLine(),
-                         scan.Fault());
+        SetMeshReadFault("the map file is damaged at line %zu: %s", scan.FaultLine(), scan.Fault());
         holder = nullptr;
         return false;
     }
@@ -179,10 +178,10 @@ bool VAFReader::ReadObject(CEntity* parent, uint32_t depth, size_t at) {
 bool VAFReader::ReadMatrix(CMesh* mesh, size_t at) {
     Matrix local;
     float* m = local.m;
-    int first = scan.Scan(" { %f , %f , %f, %f , %f , %f , %f , %f , ", &m[0], &m[1], &m[2],
-                          &m[3], &m[4], &m[5], &m[6], &m[7]);
-    int second = first == 8 ? scan.Scan(" %f , %f , %f, %f , %f , %f , %f , %f , } ", &m[8],
-                                        &m[9], &m[10], &m[11], &m[12], &m[13], &m[14], &m[15])
+    int first = scan.Scan(" { %f , %f , %f, %f , %f , %f , %f , %f , ", &m[0], &m[1], &m[2], &m[3],
+                          &m[4], &m[5], &m[6], &m[7]);
+    int second = first == 8 ? scan.Scan(" %f , %f , %f, %f , %f , %f , %f , %f , } ", &m[8], &m[9],
+                                        &m[10], &m[11], &m[12], &m[13], &m[14], &m[15])
                             : 0;
     if (first == VAFEnd || second == VAFEnd)
         return scan.FailEnd("the matrix of \"%.60s\"", Named());
@@ -237,8 +236,8 @@ bool VAFReader::ReadAnimation() {
     KeyAnimation* animation = events.empty() ? nullptr : BuildKeyAnimation(events);
     if (animation) animation->baseMatrix = base;
     for (size_t i = 0; i < targets.size(); ++i)
-        bindings.push_back(Binding{targets[i], animation && i ? CopyKeyAnimation(animation)
-                                                              : animation});
+        bindings.push_back(
+            Binding{targets[i], animation && i ? CopyKeyAnimation(animation) : animation});
     if (targets.empty()) FreeKeyAnimation(animation);
     return true;
 }
@@ -260,8 +259,10 @@ bool VAFReader::ReadKeys(const char* section, const char* format, int kind, int 
                              values + 1);
         if (key.frame < 0) continue;  // dropped
         if (uint32_t(key.frame) >= VBFMaxFrames)
-            return scan.Fail(at, "a key of %s is on frame %d, beyond the last frame a model may "
-                             "have (%u)", section, key.frame, uint32_t(VBFMaxFrames) - 1);
+            return scan.Fail(at,
+                             "a key of %s is on frame %d, beyond the last frame a model may "
+                             "have (%u)",
+                             section, key.frame, uint32_t(VBFMaxFrames) - 1);
         events.push_back(key);
     }
     scan.Scan(" } ");

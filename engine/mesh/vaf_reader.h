@@ -80,8 +80,8 @@ public:
 private:
     // A face's texture and flags as the file chose them; textures load after the parse.
     struct FaceMaterial {
-        int32_t base;   // the mesh's `material` entry, for all its faces
-        int32_t chosen; // its face_materials entry
+        int32_t base;    // the mesh's `material` entry, for all its faces
+        int32_t chosen;  // its face_materials entry
     };
     // A built mesh whose faces wait for their textures, their hidden flag and their sort.
     struct PendingMesh {
@@ -125,8 +125,8 @@ private:
 
     // One mesh block (vaf_mesh.cpp).
     bool DecodeMesh(CMesh* mesh);
-    bool ReadVectors(const char* section, const char* format, int count,
-                     std::vector<float>* out, bool partialIsDamage);
+    bool ReadVectors(const char* section, const char* format, int count, std::vector<float>* out,
+                     bool partialIsDamage);
     bool ReadFaces(MeshWork& work);
     bool ReadVertexAnimation(MeshWork& work, size_t at);
     bool ReadVertexLight(MeshWork& work, size_t at);
@@ -145,10 +145,10 @@ private:
 
     std::vector<VafMaterial> materials;
     std::unordered_map<std::string, uint32_t> materialIndex;  // kept name: first material
-    std::vector<TextureLoad> textureLoads;                     // in file order
-    std::vector<PendingMesh> pendingMeshes;                    // in file order
-    std::unordered_map<CMesh*, size_t> pendingOf;              // a mesh's entry there
-    std::vector<Binding> bindings;                             // in file order
-    CMesh* current = nullptr;                                  // the object being read
+    std::vector<TextureLoad> textureLoads;                    // in file order
+    std::vector<PendingMesh> pendingMeshes;                   // in file order
+    std::unordered_map<CMesh*, size_t> pendingOf;             // a mesh's entry there
+    std::vector<Binding> bindings;                            // in file order
+    CMesh* current = nullptr;                                 // the object being read
     uint64_t framesClaimed = 0;  // frame table entries of the vertex animations so far
 };

@@ -62,8 +62,8 @@ bool VAFScanner::Word(std::string_view& word, size_t& at) {
     while (!AtEnd() && !VAFSpace(data[offset])) ++offset;
     const char* start = data + at;
     const void* nul = std::memchr(start, '\0', offset - at);
-    word = std::string_view(start, nul ? size_t(static_cast<const char*>(nul) - start)
-                                       : offset - at);
+    word =
+        std::string_view(start, nul ? size_t(static_cast<const char*>(nul) - start) : offset - at);
     return true;
 }
 
@@ -76,9 +76,8 @@ bool VAFScanner::QuotedName(std::string_view& name) {
     size_t end = size_t(static_cast<const char*>(close) - data);
     offset = end + 1;
     const void* nul = std::memchr(data + start, '\0', end - start);
-    name = std::string_view(data + start,
-                            nul ? size_t(static_cast<const char*>(nul) - (data + start))
-                                : end - start);
+    name = std::string_view(
+        data + start, nul ? size_t(static_cast<const char*>(nul) - (data + start)) : end - start);
     return true;
 }
 

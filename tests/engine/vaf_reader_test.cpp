@@ -68,8 +68,8 @@ const char* const Triangle = "vertices { 0,0,0, 1,0,0, 0,1,0, } ";
 std::string KeyFrame(int frame, int perFrame, float scale) {
     std::string text = std::to_string(frame) + " : ";
     for (int i = 0; i < perFrame; ++i)
-        text += std::to_string(float(i % 7) * scale) + " , " + std::to_string(float(i % 3)) +
-                ", " + std::to_string(float(i * i) * scale) + ",\n";
+        text += std::to_string(float(i % 7) * scale) + " , " + std::to_string(float(i % 3)) + ", " +
+                std::to_string(float(i * i) * scale) + ",\n";
     return text;
 }
 
@@ -102,8 +102,8 @@ protected:
     TempDir dir;
     DebugCapture capture;
     CMesh root{nullptr};
-    CMesh* keep = nullptr;     // what the loading tree held before
-    CFrame* frame = nullptr;   // a node that is no mesh
+    CMesh* keep = nullptr;    // what the loading tree held before
+    CFrame* frame = nullptr;  // a node that is no mesh
 };
 
 }  // namespace
@@ -218,8 +218,7 @@ TEST_F(VafTest, MeshBlocksBuildAsThePartSays) {
              const float expected[6] = {3, 4, 0.5f, 0.25f, 1, 2};
              for (int k = 0; k < 6; ++k) EXPECT_EQ(m->faces[0][0].uv[k], expected[k]) << k;
          }},
-        {"no coordinates at all give 0",
-         std::string(Triangle) + "faces { " + Tri(0, 1, 2) + "}", 0,
+        {"no coordinates at all give 0", std::string(Triangle) + "faces { " + Tri(0, 1, 2) + "}", 0,
          [](CMesh* m) {
              for (float uv : m->faces[0][0].uv) EXPECT_EQ(uv, 0.0f);
          }},
@@ -233,8 +232,7 @@ TEST_F(VafTest, MeshBlocksBuildAsThePartSays) {
              EXPECT_NE(FaceOf(m, 3, 0, 1), nullptr);
          }},
         {"an explicit count of 0 ends the list though a pair's second number isn't 0",
-         std::string(Triangle) + "faces { 3, 0,1, 1,1, 2,1, 0 } faces { " + Tri(2, 1, 0) + "}",
-         0,
+         std::string(Triangle) + "faces { 3, 0,1, 1,1, 2,1, 0 } faces { " + Tri(2, 1, 0) + "}", 0,
          [](CMesh* m) {  // a repeated section adds to what is there
              ASSERT_EQ(m->faceCount[0], 2u);
              EXPECT_NE(FaceOf(m, 2, 1, 0), nullptr);
@@ -263,8 +261,7 @@ TEST_F(VafTest, MeshBlocksBuildAsThePartSays) {
          std::string(Triangle) + "faces { " + Tri(0, 1, 2) + "} smoothing_groups { 5, }", 0,
          [](CMesh* m) { EXPECT_EQ(m->smoothingGroups, nullptr); }},
         {"a second mesh block replaces the first",
-         std::string(Triangle) + "faces { " + Tri(0, 1, 2) + "} } mesh { vertices { 7,7,7, } ",
-         0,
+         std::string(Triangle) + "faces { " + Tri(0, 1, 2) + "} } mesh { vertices { 7,7,7, } ", 0,
          [](CMesh* m) {
              EXPECT_EQ(m->vertexCount, 1);
              EXPECT_EQ(m->faceCount[0], 0u);
@@ -285,7 +282,8 @@ TEST_F(VafTest, MeshBlocksBuildAsThePartSays) {
 TEST_F(VafTest, MaterialsGiveTexturesAndFlagsAndFacesSortByTexture) {
     std::string text =
         "material \"wall&\" { texture \"wall.tga\" }\n"
-        "material \"glass%\" { colour { 1, 1, 1, 0.5 } specular { 0.2, 8 } texture \"glass.tga\" }\n"
+        "material \"glass%\" { colour { 1, 1, 1, 0.5 } specular { 0.2, 8 } texture \"glass.tga\" "
+        "}\n"
         "material \"both&%\" { texture \"both.tga\" }\n"
         "material \"plain\" { }\n"
         "material \"abcdefghijklmnopqrstuvwxyz\" { texture \"long.tga\" }\n"
@@ -398,8 +396,9 @@ TEST_F(VafTest, VertexAnimationKeyFramesAndFrameTable) {
 
     // Frame numbers are cut towards zero; vertices before the first key count as well.
     CMesh cut(nullptr);
-    ASSERT_TRUE(Load(cut, "object \"c\" { mesh { anim_vertices 3 { 1 , 1, 1, -0.5 : 2 , 2, 2, "
-                          "2.9: 3 , 3, 3, 4 , 4, 4, } } }"));
+    ASSERT_TRUE(Load(cut,
+                     "object \"c\" { mesh { anim_vertices 3 { 1 , 1, 1, -0.5 : 2 , 2, 2, "
+                     "2.9: 3 , 3, 3, 4 , 4, 4, } } }"));
     const CMesh* c = Find(cut, "c");
     ASSERT_NE(c->vertexAnimation, nullptr);
     EXPECT_EQ(c->vertexCount, 2);  // 4 positions over 2 keys
@@ -450,9 +449,10 @@ TEST_F(VafTest, AnimationBlocksGiveKeysToTheObjectsTheyName) {
     // Two objects named by one block get the same keys, each in a record of its own; the base
     // matrix is the last named object's, as the format's shared record has it.
     CMesh model(nullptr);
-    ASSERT_TRUE(Load(model, "object \"p\" { matrix { 1,0,0,0, 0,1,0,0, 0,0,1,0, 1,2,3,1, } }\n"
-                            "object \"q\" { animation \"both\" { object_name \"p\" "
-                            "rotate_keys { 2, 1,0,0,0, } object_name \"q\" object_name \"p\" } }"));
+    ASSERT_TRUE(Load(model,
+                     "object \"p\" { matrix { 1,0,0,0, 0,1,0,0, 0,0,1,0, 1,2,3,1, } }\n"
+                     "object \"q\" { animation \"both\" { object_name \"p\" "
+                     "rotate_keys { 2, 1,0,0,0, } object_name \"q\" object_name \"p\" } }"));
     const KeyAnimation* p = Find(model, "p")->keyAnimation;
     const KeyAnimation* qk = Find(model, "q")->keyAnimation;
     ASSERT_TRUE(p && qk && p != qk && p->keys != qk->keys);
@@ -469,8 +469,9 @@ TEST_F(VafTest, AnimationBlocksGiveKeysToTheObjectsTheyName) {
 TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
     std::string deep;
     for (int i = 0; i < 257; ++i) deep += "object \"n\" {\n";
-    std::string tooMany = "object \"x\" { mesh { anim_vertices 600000 { 0 : 0 , 0, 0, } } }\n"
-                          "object \"y\" { mesh { anim_vertices 600000 { 0 : 0 , 0, 0, } } }";
+    std::string tooMany =
+        "object \"x\" { mesh { anim_vertices 600000 { 0 : 0 , 0, 0, } } }\n"
+        "object \"y\" { mesh { anim_vertices 600000 { 0 : 0 , 0, 0, } } }";
     const std::string tri = "material \"m\" { texture \"t.tga\" }\nobject \"m\" { mesh {\n";
     const struct {
         const char* fault;
@@ -527,14 +528,13 @@ TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
         {"the anim_vertices of \"m\" have no frame count", 3, tri + "anim_vertices { } } }", 0},
         {"a vertex of the anim_vertices of \"m\" holds 2 of its 3 numbers", 3,
          tri + "anim_vertices 2 { 0 : 1 , 2 } } }", 0},
-        {"the vertex animations up to \"y\" come to 1200000 frames, more than 1048576", 2,
-         tooMany, 0},
+        {"the vertex animations up to \"y\" come to 1200000 frames, more than 1048576", 2, tooMany,
+         0},
         {"an entry of the vertices of \"m\" holds 2 of its 3 numbers", 5,
          tri + "vertices {\n 0,0,0,\n 1,2 } } }", 0},
         {"an entry of the texture_coordinates of \"m\" holds 1 of its 2 numbers", 3,
          tri + "texture_coordinates { 1 } } }", 0},
-        {"the number 99999999999 does not fit in 32 bits", 3, tri + "faces { 99999999999 } } }",
-         0},
+        {"the number 99999999999 does not fit in 32 bits", 3, tri + "faces { 99999999999 } } }", 0},
         {"the number -2147483649 does not fit in 32 bits", 3,
          tri + "smoothing_groups { 1, -2147483649, } } }", 0},
         {"the number 1e39 is out of range", 3, tri + "vertices { 0, 1e39, 0, } } }", 0},
@@ -548,8 +548,7 @@ TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
         {"object_name \"plainframe\" names a frame that is no mesh", 1,
          "object \"a\" { animation \"x\" { object_name \"plainframe\" } }", 0},
         {"a key of rotate_keys holds 3 of its 5 numbers", 2,
-         "object \"a\" { animation \"x\" { object_name \"keep\"\nrotate_keys { 1, 1, 0 } } }",
-         0},
+         "object \"a\" { animation \"x\" { object_name \"keep\"\nrotate_keys { 1, 1, 0 } } }", 0},
         {"a key of position_keys is on frame 1048576, beyond the last frame a model may have "
          "(1048575)",
          1, "object \"a\" { animation \"x\" { position_keys { 1048576, 0,0,0, } } }", 0},
@@ -565,8 +564,7 @@ TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
         {"the file ends inside the rotate_keys of an animation", 1,
          "object \"a\" { animation \"x\" { rotate_keys { 1, 1,0,0,0,", 0},
         {"the file ends inside the anim_vertices of \"m\"", 3, tri + "anim_vertices 2 { 0 :", 0},
-        {"the file ends inside the face_materials of \"m\"", 3,
-         tri + "face_materials { \"m\" ", 0},
+        {"the file ends inside the face_materials of \"m\"", 3, tri + "face_materials { \"m\" ", 0},
         {"the file ends inside a quoted name", 1, "object", 0},
         {"a quoted name that is never closed", 2, "\nobject \"a {\n }", 0},
     };
@@ -577,9 +575,10 @@ TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
         std::string line = "LOG: (VAFLoad) Corrupt VAF " + dir.File("bad.vaf") + " at line " +
                            std::to_string(c.line) + ": ";
         EXPECT_NE(log.find(line + c.fault), npos) << c.fault << "\n" << log;
-        EXPECT_EQ(std::string(MeshReadFault()).find("the map file is damaged at line " +
-                                                    std::to_string(c.line) + ": " + c.fault),
-                  0u)
+        EXPECT_EQ(
+            std::string(MeshReadFault())
+                .find("the map file is damaged at line " + std::to_string(c.line) + ": " + c.fault),
+            0u)
             << MeshReadFault();
         EXPECT_TRUE(Untouched()) << c.fault;
     }
@@ -601,16 +600,19 @@ TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
 // vertex_light before the vertices is the Part's one fatal report; inside a run's job the trap
 // turns it into a refusal of that map.
 TEST_F(VafTest, VertexLightBeforeTheVerticesIsFatal) {
-    const std::string text = "object \"m\" { mesh { vertex_light { 1,1,1, } vertices { 0,0,0, } } }";
-    EXPECT_DEATH(Load(root, text), "DecodeMesh: Invalid VAF .*model.vaf\nvertex lighting chunk "
-                                   "before vertex definition");
+    const std::string text =
+        "object \"m\" { mesh { vertex_light { 1,1,1, } vertices { 0,0,0, } } }";
+    EXPECT_DEATH(Load(root, text),
+                 "DecodeMesh: Invalid VAF .*model.vaf\nvertex lighting chunk "
+                 "before vertex definition");
     FatalReportTrap trap;
     EXPECT_FALSE(Load(root, text));
     EXPECT_TRUE(trap.Sprung());
     EXPECT_NE(std::string(trap.Reason()).find("vertex lighting chunk before vertex definition"),
               npos);
-    EXPECT_NE(std::string(MeshReadFault()).find("line 1: the vertex_light of \"m\" comes before "
-                                                "its vertices"),
+    EXPECT_NE(std::string(MeshReadFault())
+                  .find("line 1: the vertex_light of \"m\" comes before "
+                        "its vertices"),
               npos);
     EXPECT_TRUE(Untouched());
 }
@@ -621,7 +623,8 @@ TEST_F(VafTest, EveryTruncationLoadsWholeBlocksOrIsRefused) {
     const std::string text =
         "material \"a&\" { texture \"a.tga\" colour { 1, 1, 1, 1 } }\n"
         "object \"m\" { matrix { 1,0,0,0, 0,1,0,0, 0,0,1,0, 0,0,0,1, }\n"
-        " mesh { anim_vertices 4 { 0 : 0 , 0, 0, 1 , 0, 0, 0 , 1, 0, 2 : 0 , 0, 1, 1 , 0, 1, 0 , 1, 1, }\n"
+        " mesh { anim_vertices 4 { 0 : 0 , 0, 0, 1 , 0, 0, 0 , 1, 0, 2 : 0 , 0, 1, 1 , 0, 1, 0 , "
+        "1, 1, }\n"
         "  faces { 3, 0,0, 1,0, 2,0, 0 } texture_coordinates { 0,0, 1,0, 0,1, }\n"
         "  vertex_light { 1,1,1, } smoothing_groups { 1, } face_materials { \"a&\" } }\n"
         " object \"c\" { } }\n"
@@ -649,17 +652,25 @@ TEST_F(VafTest, AModelReadFromVafAndSavedAsVbfReadsBackTheSame) {
         "material \"glass%\" { texture \"glass.tga\" }\n"
         "object \"hull\" { matrix { 0,1,0,0, -1,0,0,0, 0,0,1,0, 4,5,6,1, }\n"
         " mesh { vertices { 0,0,0, 2,0,0, 0,2,0, 0,0,2, }\n"
-        "  faces { " + Tri(0, 1, 2) + Tri(0, 3, 1) + Tri(1, 3, 2) + "0 }\n"
-        "  texture_coordinates { 0,0, 1,0, 0,1, 1,1, } vertex_light { 1,0,0, 0,1,0, 0,0,1, 1,1,1, }\n"
+        "  faces { " +
+        Tri(0, 1, 2) + Tri(0, 3, 1) + Tri(1, 3, 2) +
+        "0 }\n"
+        "  texture_coordinates { 0,0, 1,0, 0,1, 1,1, } vertex_light { 1,0,0, 0,1,0, 0,0,1, 1,1,1, "
+        "}\n"
         "  smoothing_groups { 1, 2, 3, } face_materials { \"glass%\" \"stone\" \"glass%\" } }\n"
         " object \"turret\" { matrix { 1,0,0,0, 0,1,0,0, 0,0,1,0, 0,3,0,1, }\n"
-        "  mesh { anim_vertices 6 { 0 : 0 , 0, 0, 1 , 0, 0, 0 , 1, 0, 3 : 0 , 0, 1, 2 , 0, 0, 0 , 2, 0, }\n"
-        "   faces { " + Tri(0, 1, 2) + "} face_coordinates { 0,0, 0.5,0, 0,0.5, } material \"stone\" } }\n"
+        "  mesh { anim_vertices 6 { 0 : 0 , 0, 0, 1 , 0, 0, 0 , 1, 0, 3 : 0 , 0, 1, 2 , 0, 0, 0 , "
+        "2, 0, }\n"
+        "   faces { " +
+        Tri(0, 1, 2) +
+        "} face_coordinates { 0,0, 0.5,0, 0,0.5, } material \"stone\" } }\n"
         " object \"flag\" { } }\n"
-        "object \"ground\" { mesh { vertices { -9,0,-9, 9,0,-9, 0,0,9, } faces { " + Tri(0, 2, 1) +
+        "object \"ground\" { mesh { vertices { -9,0,-9, 9,0,-9, 0,0,9, } faces { " +
+        Tri(0, 2, 1) +
         "} } }\n"
         "object \"rig\" { animation \"a\" { object_name \"turret\"\n"
-        " rotate_keys { 0, 1,0,0,0, 8, 0,0,1,0, } position_keys { 4, 0,3,1, } scale_keys { 8, 1,2,1, } } }\n";
+        " rotate_keys { 0, 1,0,0,0, 8, 0,0,1,0, } position_keys { 4, 0,3,1, } scale_keys { 8, "
+        "1,2,1, } } }\n";
     CMesh source(nullptr);
     ASSERT_TRUE(Load(source, text, 1));
     ASSERT_TRUE(source.SaveVBF(dir.File("model.vbf").c_str(), nullptr, 0));
