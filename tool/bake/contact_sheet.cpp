@@ -23,11 +23,11 @@ int32_t DigitCount(int32_t number) {
     return count;
 }
 
-}  // namespace
-
-int32_t SheetLabelWidth(int32_t frame) {
+int32_t LabelWidth(int32_t frame) {
     return DigitCount(std::max(frame, 0)) * (DigitColumns + 1) * SheetDigitScale - SheetDigitScale;
 }
+
+}  // namespace
 
 SheetPlace ContactSheetLayout::Picture(int32_t frame) const {
     return {SheetMargin + frame % columns * (cellWidth + SheetMargin),
@@ -51,7 +51,7 @@ ContactSheetLayout LayOutContactSheet(int32_t frames, int32_t pictureWidth, int3
     const double fit = std::min({1.0, roomX / double(pictureWidth), roomY / double(pictureHeight)});
     layout.pictureWidth = std::max(1, int32_t(std::floor(pictureWidth * fit)));
     layout.pictureHeight = std::max(1, int32_t(std::floor(pictureHeight * fit)));
-    layout.cellWidth = std::max(layout.pictureWidth, SheetLabelWidth(frames - 1));
+    layout.cellWidth = std::max(layout.pictureWidth, LabelWidth(frames - 1));
     layout.cellHeight = layout.pictureHeight + SheetMargin + LabelHeight;
     const int64_t width = SheetMargin + int64_t(layout.columns) * (layout.cellWidth + SheetMargin);
     const int64_t height = SheetMargin + int64_t(layout.rows) * (layout.cellHeight + SheetMargin);

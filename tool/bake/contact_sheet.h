@@ -2,7 +2,6 @@
 // draws it, scaled down to fit, in a grid, with its frame number under it.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -27,11 +26,9 @@ struct ContactSheetLayout {
 };
 
 // A near-square grid of `frames` previews of pictureWidth by pictureHeight pixels each, shrunk
-// where the grid would pass SheetSide, never below one pixel or its label's width.
+// where the grid would pass SheetSide, never below one pixel; a cell is never narrower than the
+// longest label.
 ContactSheetLayout LayOutContactSheet(int32_t frames, int32_t pictureWidth, int32_t pictureHeight);
-
-// Width in pixels of the label of a frame number.
-int32_t SheetLabelWidth(int32_t frame);
 
 class ContactSheet {
 public:
@@ -45,9 +42,6 @@ public:
     bool Write(const char* path) const;
 
     const ContactSheetLayout& Layout() const { return layout; }
-    uint32_t Pixel(int32_t x, int32_t y) const {
-        return pixels[size_t(y) * size_t(layout.width) + size_t(x)];
-    }
 
 private:
     void DrawLabel(int32_t frame);
