@@ -121,4 +121,18 @@ TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDra
     EXPECT_EQ(mesh->dirtyMask, uint32_t(MeshDirtyAnimationFrame));
     const std::string own = Draw(5);  // the first change also rebuilds the mesh's run
     EXPECT_EQ(own, DrawFrom(mesh->vertexBuffer, GetVertexStart(mesh->vertexBuffer)));
+
+    // With colours a vertex carries its own colour in place of the normal.
+    mesh->AllocColours(3);
+    for (int i = 0; i < 9; ++i) mesh->colours[i] = uint8_t(i + 1);
+    VertexAnimationBuffers coloured(mesh, renderer);
+    coloured.AddFrameRange(2, 2);
+    const float* at = static_cast<float*>(LockVertices(coloured.GetFrameBuffer(2), 0));
+    for (uint32_t i = 0; i < 3; ++i) {
+        uint32_t word;
+        std::memcpy(&word, at + i * 6 + 3, sizeof word);
+        EXPECT_EQ(at[i * 6], 2.0f);
+        EXPECT_EQ(word, (i * 3 + 1) << 16 | (i * 3 + 2) << 8 | (i * 3 + 3)) << i;
+    }
+    UnlockVertices(coloured.GetFrameBuffer(2));
 }
