@@ -1,6 +1,7 @@
 #include "engine/render/vertex_animation_buffers.h"
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,65 +24,61 @@ T* Zeroed(size_t count) {
 // One triangle with a packed animation of seven frames, 4 fraction bits: frames 0 and 1 share
 // block A, 2 is B, 3 lies halfway, 4 and 5 share C, 6 lies halfway to A. Block k puts vertex i at
 // (2k, i, 0), with normal +z, +x, -y.
-class VertexAnimationBuffersTest : public RendererTest {
-protected:
-    void SetUp() override {
-        RendererTest::SetUp();
-        ASSERT_TRUE(Open(OpenWindowed | Open3D));
-        OpenMeshRenderer();
-        MeshRenderer().StartFrame(nullptr, renderer, MeshFrameView{});
-        mesh = new CMesh(nullptr);
-        mesh->AllocVertices(3);
-        std::memset(static_cast<void*>(mesh->vertices), 0, 3 * sizeof(MeshVertex));
-        mesh->AllocFaces(1, 0);
-        mesh->faces[0][0] = {{0, 1, 2}, nullptr, 0, {0, 0, 1, 0, 1, 1}};
-        auto* shape = Zeroed<VertexAnimation>(1);
-        shape->flags = VertexAnimationOwnsArrays | VertexAnimationPacked | 4u << 24;
-        shape->frameCount = 7;
-        shape->totalVertices = 9;
-        auto* packed = Zeroed<int16_t>(36);
-        const int16_t normals[3] = {15 << 10, 15, 15 << 5 | 1 << 9};
-        for (int k = 0; k < 3; ++k)
-            for (int i = 0; i < 3; ++i) {
-                packed[(k * 3 + i) * 4] = int16_t(32 * k);
-                packed[(k * 3 + i) * 4 + 1] = int16_t(16 * i);
-                packed[(k * 3 + i) * 4 + 3] = normals[k];
-            }
-        shape->frameData = packed;
-        shape->frameTable = Zeroed<void*>(7);
-        const int blocks[7] = {0, 0, 1, -1, 2, 2, -1};
-        for (int f = 0; f < 7; ++f)
-            shape->frameTable[f] = blocks[f] < 0 ? nullptr : packed + blocks[f] * 12;
-        shape->currentData = shape->frameTable[0];
-        mesh->SetVertexAnimation(shape);
+std::unique_ptr<CMesh> PackedMesh() {
+    auto mesh = std::make_unique<CMesh>(nullptr);
+    mesh->AllocVertices(3);
+    std::memset(static_cast<void*>(mesh->vertices), 0, 3 * sizeof(MeshVertex));
+    mesh->AllocFaces(1, 0);
+    mesh->faces[0][0] = {{0, 1, 2}, nullptr, 0, {0, 0, 1, 0, 1, 1}};
+    auto* shape = Zeroed<VertexAnimation>(1);
+    *shape = {VertexAnimationOwnsArrays | VertexAnimationPacked | 4u << 24,
+              7,
+              nullptr,
+              0,
+              nullptr,
+              0,
+              9,
+              Zeroed<void*>(7),
+              nullptr,
+              nullptr};
+    auto* packed = Zeroed<int16_t>(36);
+    const int16_t normals[3] = {15 << 10, 15, 15 << 5 | 1 << 9};
+    for (int r = 0; r < 9; ++r) {  // record r: vertex r % 3 of block r / 3
+        const int16_t record[4] = {int16_t(32 * (r / 3)), int16_t(16 * (r % 3)), 0, normals[r / 3]};
+        std::memcpy(packed + r * 4, record, sizeof record);
     }
-    void TearDown() override {
-        delete mesh;  // its animation gives the frames' runs back
-        CloseMeshRenderer();
-        RendererTest::TearDown();
-    }
-    // The draw of the mesh's one group at the current frame.
-    std::string Draw(int frame) {
+    const int blocks[7] = {0, 0, 1, -1, 2, 2, -1};
+    for (int f = 0; f < 7; ++f)
+        shape->frameTable[f] = blocks[f] < 0 ? nullptr : packed + blocks[f] * 12;
+    shape->frameData = packed;
+    shape->currentData = shape->frameTable[0];
+    mesh->SetVertexAnimation(shape);
+    return mesh;
+}
+
+using VertexAnimationBuffersTest = RendererTest;
+
+}  // namespace
+
+TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDrawTakes) {
+    ASSERT_TRUE(Open(OpenWindowed | Open3D));
+    OpenMeshRenderer();
+    MeshRenderer().StartFrame(nullptr, renderer, MeshFrameView{});
+    std::unique_ptr<CMesh> mesh = PackedMesh();  // its animation gives the frames' runs back
+    auto draw = [&](int frame) {
         mesh->SetAnimationFrame(float(frame), 0);
         mesh->Render(nullptr);
         DxCallRecorder calls;
         MeshRenderer().FlushOpaqueQueue();
         return calls.Only("DrawIndexedPrimitiveVB").at(0);
-    }
-    static std::string DrawFrom(const VertexBufferInfo* info, int32_t first) {
+    };
+    auto drawFrom = [](const VertexBufferInfo* info) {
         return "DrawIndexedPrimitiveVB(4, " + Ref(info->pool->buffer) + ", " +
-               std::to_string(first) + ", 3, 3, 0)";
-    }
-
-    CMesh* mesh = nullptr;
-};
-
-}  // namespace
-
-TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDrawTakes) {
-    Draw(0);
-    VertexAnimationBuffers* frames = AttachFrameBuffers(mesh, renderer);
-    ASSERT_EQ(AttachFrameBuffers(mesh, renderer), frames);
+               std::to_string(GetVertexStart(info)) + ", 3, 3, 0)";
+    };
+    draw(0);
+    VertexAnimationBuffers* frames = AttachFrameBuffers(mesh.get(), renderer);
+    ASSERT_EQ(AttachFrameBuffers(mesh.get(), renderer), frames);
     CMesh still(nullptr);
     EXPECT_EQ(AttachFrameBuffers(&still, renderer), nullptr);
     DxCallRecorder calls;
@@ -100,7 +97,7 @@ TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDra
     EXPECT_EQ(frames->GetFrameBuffer(5), nullptr);
     EXPECT_EQ(frames->GetFrameBuffer(7), nullptr);
 
-    // Position x and normal of each vertex: a halfway frame has the normal of the frame before.
+    // Frame, position x and normal: a halfway frame has the normal of the frame before.
     const float want[5][5] = {
         {0, 0, 0, 0, 1}, {2, 2, 1, 0, 0}, {3, 3, 1, 0, 0}, {4, 4, 0, -1, 0}, {6, 2, 0, -1, 0}};
     for (const auto& w : want) {
@@ -114,18 +111,17 @@ TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDra
     }
 
     // A frame with a run draws from it and leaves the mesh's run alone; one without falls back.
-    const VertexBufferInfo* halfway = frames->GetFrameBuffer(3);
-    EXPECT_EQ(Draw(3), DrawFrom(halfway, GetVertexStart(halfway)));
+    EXPECT_EQ(draw(3), drawFrom(frames->GetFrameBuffer(3)));
     EXPECT_EQ(mesh->dirtyMask, 0u);
     mesh->SetAnimationFrame(5, 0);
     EXPECT_EQ(mesh->dirtyMask, uint32_t(MeshDirtyAnimationFrame));
-    const std::string own = Draw(5);  // the first change also rebuilds the mesh's run
-    EXPECT_EQ(own, DrawFrom(mesh->vertexBuffer, GetVertexStart(mesh->vertexBuffer)));
+    const std::string own = draw(5);  // the first change also rebuilds the mesh's run
+    EXPECT_EQ(own, drawFrom(mesh->vertexBuffer));
 
     // With colours a vertex carries its own colour in place of the normal.
     mesh->AllocColours(3);
     for (int i = 0; i < 9; ++i) mesh->colours[i] = uint8_t(i + 1);
-    VertexAnimationBuffers coloured(mesh, renderer);
+    VertexAnimationBuffers coloured(mesh.get(), renderer);
     coloured.AddFrameRange(2, 2);
     const float* at = static_cast<float*>(LockVertices(coloured.GetFrameBuffer(2), 0));
     for (uint32_t i = 0; i < 3; ++i) {
@@ -135,4 +131,6 @@ TEST_F(VertexAnimationBuffersTest, RunsOfEqualFramesShareOneWrittenRunThatTheDra
         EXPECT_EQ(word, (i * 3 + 1) << 16 | (i * 3 + 2) << 8 | (i * 3 + 3)) << i;
     }
     UnlockVertices(coloured.GetFrameBuffer(2));
+    mesh.reset();  // before the renderer goes
+    CloseMeshRenderer();
 }
