@@ -153,4 +153,27 @@ TEST(ContactSheetLayout, PicturesShrinkToFitButLabelsDoNot) {
     }
 }
 
+// Eleven frames: every digit's dots, "10" left to right, and a picture shrunk to half its bytes
+// whose pixels each average a box of two light and two dark bytes.
+TEST(ContactSheet, LabelsAndShrunkPictures) {
+    const ContactSheetLayout layout = LayOutContactSheet(11, 1014, 1014);
+    ASSERT_EQ(layout.pictureWidth, 507);
+    ContactSheet sheet(layout);
+    std::vector<uint8_t> bytes(1014 * 1014);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t((i + i / 1014) % 2 * 255);
+    sheet.Place(10, bytes.data(), 1014, 1014, 1014);
+    int dots = 0;
+    for (int32_t y = 0; y < layout.height; ++y)
+        for (int32_t x = 0; x < layout.width; ++x) dots += sheet.Pixel(x, y) == SheetLabelColour;
+    // Dots of 0 to 9: 12 8 11 11 9 11 12 7 13 12, then 8 and 12 of "10"; 3 by 3 pixels each.
+    EXPECT_EQ(dots, 126 * 9);
+    const SheetPlace label = layout.Label(10), picture = layout.Picture(10);
+    // The top rows: "1" is .#., "0" is ###, four dots along.
+    const int32_t top[] = {0, 3, 6, 12, 15, 18};
+    std::vector<bool> lit;
+    for (int32_t x : top) lit.push_back(sheet.Pixel(label.x + x, label.y) == SheetLabelColour);
+    EXPECT_EQ(lit, (std::vector<bool>{false, true, false, true, true, true}));
+    EXPECT_EQ(sheet.Pixel(picture.x + 100, picture.y + 100), 0x808080u);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 // draws it, scaled down to fit, in a grid, with its frame number under it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -42,6 +43,9 @@ public:
     bool Write(const char* path) const;
 
     const ContactSheetLayout& Layout() const { return layout; }
+    uint32_t Pixel(int32_t x, int32_t y) const {
+        return pixels[size_t(y) * size_t(layout.width) + size_t(x)];
+    }
 
 private:
     void DrawLabel(int32_t frame);

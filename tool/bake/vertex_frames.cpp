@@ -8,7 +8,8 @@
 
 namespace {
 
-// Packed records are 8 bytes: x, y, z and a normal word of three signed 4-bit magnitudes.
+// Packed records are 8 bytes: x, y, z and a normal word. The normals are left as they stand:
+// every animated pass rebuilds them from the frame's faces.
 constexpr size_t PackedRecordSize = 8;
 
 const int16_t* Record(const VertexAnimation* animation, const void* entry, uint32_t index) {
@@ -21,11 +22,6 @@ const int16_t* Record(const VertexAnimation* animation, const void* entry, uint3
         offset + PackedRecordSize > size_t(animation->totalVertices) * PackedRecordSize)
         return nullptr;
     return reinterpret_cast<const int16_t*>(base + offset);
-}
-
-float NormalPart(uint16_t word, int shift) {
-    float value = float(double((word >> shift) & 0xF) * double(0.06666667f));
-    return (word >> (shift + 4)) & 1 ? -value : value;
 }
 
 // An entry must hold a whole frame of records inside the animation's data.
@@ -82,8 +78,6 @@ void ApplyPacked(CMesh* mesh, const VertexAnimation* animation, uint32_t frame) 
         vertex.position.x = float(double(first[0] + (halfway ? second[0] : 0)) * scale);
         vertex.position.y = float(double(first[1] + (halfway ? second[1] : 0)) * scale);
         vertex.position.z = float(double(first[2] + (halfway ? second[2] : 0)) * scale);
-        const uint16_t word = uint16_t(first[3]);
-        vertex.normal = {NormalPart(word, 0), NormalPart(word, 5), NormalPart(word, 10)};
     }
 }
 
