@@ -62,7 +62,8 @@ protected:
 
 // Each frame's shadow map and height file are those of a still map with the block where that
 // frame puts it, whether the frames are stored whole or packed, a packed frame with no data of its
-// own halfway between its neighbours. Normals come from the frame's own faces.
+// own halfway between its neighbours. Normals come from the frame's own faces, and a frame past
+// the animation's last is its first again.
 TEST_F(AnimatedBake, EachFrameIsBakedFromItsOwnShape) {
     ShadowSettings.WriteHeightData = 1;
     const std::pair<BlockShifts, bool> rows[] = {
@@ -76,9 +77,10 @@ TEST_F(AnimatedBake, EachFrameIsBakedFromItsOwnShape) {
     for (const auto& [shifts, packed] : rows) {
         WriteMap("moving", 8, 8,
                  [&](CMesh* root) { AnimateBlock(Block(root, 64), shifts, packed); });
-        Bake("moving", int32_t(shifts.size()));
-        for (size_t f = 0; f < shifts.size(); ++f) {
-            const std::string still = "still" + std::to_string(int(shifts[f].value_or(32.0f)));
+        Bake("moving", int32_t(shifts.size() + 1));  // the last frame wraps round to the first
+        for (size_t f = 0; f <= shifts.size(); ++f) {
+            const auto shift = shifts[f % shifts.size()].value_or(32.0f);
+            const std::string still = "still" + std::to_string(int(shift));
             for (const char* kind : {".dat", ".dah"})
                 EXPECT_EQ(Read("moving/texture" + std::to_string(f) + kind),
                           Read(still + "/texture0" + kind))
@@ -140,7 +142,7 @@ TEST(VertexFrames, ALentArrayIsNeverWrittenOver) {
 TEST(ContactSheetLayout, PicturesShrinkToFitButLabelsDoNot) {
     const std::array<int32_t, 5> rows[] = {
         // frames, picture side; then the picture's side and the sheet's width and height
-        {12, 512, 507, 2048, 1594},
+        {13, 512, 488, 1972, 2048},
         {10000, 512, 1, 4904, 2404},
         {1000000, 512, 1, 0, 0},
         {0, 512, 0, 0, 0}};
