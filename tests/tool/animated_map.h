@@ -1,58 +1,52 @@
-// Maps with a block that a vertex animation moves, for the tests of animated bakes.
+// A map whose block a vertex animation moves, for the tests of animated bakes.
 #pragma once
 
-#include <algorithm>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "base/memory.h"
-#include "engine/mesh/mesh.h"
 #include "engine/mesh/mesh_animation.h"
 #include "tests/support/bake_fixture.h"
 #include "tool/maps/map_chunks.h"
 #include "tool/maps/mesh_builder.h"
 
-// Per frame, how far right of its place the block stands; none: a packed frame with no data of
-// its own, halfway between its neighbours.
+// Per frame, how far right the block stands; none: a packed frame with no data of its own,
+// halfway between its neighbours. Key frames' normals are zero, so a pass must rebuild them.
 using BlockShifts = std::vector<std::optional<float>>;
 
-// Key frames are the block's vertices moved along x, their normals zeroed so that a pass must
-// rebuild them from the frame it bakes. Packed positions are in quarter units.
 inline void AnimateBlock(CMesh* block, const BlockShifts& shifts, bool packed) {
     const int32_t n = block->vertexCount;
     const std::vector<MeshVertex> base(block->vertices, block->vertices + n);
-    const auto keys = uint32_t(std::count_if(shifts.begin(), shifts.end(),
-                                             [](const auto& shift) { return shift.has_value(); }));
-    auto* animation = static_cast<VertexAnimation*>(MALLOC(sizeof(VertexAnimation)));
-    *animation = {VertexAnimationOwnsArrays,
-                  uint32_t(shifts.size()),
-                  nullptr,
-                  0,
-                  nullptr,
-                  keys,
-                  keys * uint32_t(n),
-                  static_cast<void**>(MALLOC(shifts.size() * sizeof(void*))),
-                  static_cast<uint32_t*>(MALLOC(keys * 4)),
-                  nullptr};
+    auto* shape = static_cast<VertexAnimation*>(MALLOC(sizeof(VertexAnimation)));
+    *shape = {VertexAnimationOwnsArrays,
+              uint32_t(shifts.size()),
+              nullptr,
+              0,
+              nullptr,
+              0,
+              0,
+              static_cast<void**>(MALLOC(shifts.size() * sizeof(void*))),
+              static_cast<uint32_t*>(MALLOC(shifts.size() * 4)),
+              nullptr};
+    for (uint32_t f = 0; f < shifts.size(); ++f)
+        if (shifts[f]) shape->keyFrames[shape->keyCount++] = f;
+    shape->totalVertices = shape->keyCount * uint32_t(n);
     const size_t stride = size_t(n) * (packed ? 8 : sizeof(MeshVertex));
     if (packed) {
-        animation->flags |= VertexAnimationPacked | 2u << VertexAnimationFractionShift;
-        animation->frameData = MALLOC(keys * stride);
+        shape->flags |= VertexAnimationPacked | 2u << VertexAnimationFractionShift;  // quarters
+        shape->frameData = MALLOC(shape->keyCount * stride);
     } else {
-        block->AllocVertices(int32_t(keys) * n);
-        animation->frameData = block->vertices;
+        block->AllocVertices(int32_t(shape->totalVertices));
+        shape->frameData = block->vertices;
         block->vertexCount = n;
     }
-    auto* data = static_cast<uint8_t*>(animation->frameData);
+    auto* data = static_cast<uint8_t*>(shape->frameData);
     for (uint32_t f = 0, k = 0; f < shifts.size(); ++f) {
-        animation->frameTable[f] = shifts[f] ? data + k * stride : nullptr;
-        if (!shifts[f]) continue;
-        animation->keyFrames[k] = f;
-        for (int32_t i = 0; i < n; ++i) {
-            Vector p = base[size_t(i)].position;
-            p.x += *shifts[f];
+        shape->frameTable[f] = shifts[f] ? data + k * stride : nullptr;
+        for (int32_t i = 0; shifts[f] && i < n; ++i) {
+            const Vector p = {base[size_t(i)].position.x + *shifts[f], base[size_t(i)].position.y,
+                              base[size_t(i)].position.z};
             auto* record = reinterpret_cast<int16_t*>(data + k * stride) + i * 4;
             if (packed)
                 record[0] = int16_t(p.x * 4), record[1] = int16_t(p.y * 4),
@@ -60,24 +54,21 @@ inline void AnimateBlock(CMesh* block, const BlockShifts& shifts, bool packed) {
             else
                 reinterpret_cast<MeshVertex*>(data + k * stride)[i] = {p, {0, 0, 0}};
         }
-        ++k;
+        k += shifts[f] ? 1 : 0;
     }
-    block->SetVertexAnimation(animation);
+    block->SetVertexAnimation(shape);
 }
 
-// A block 32 wide and 48 high with its left side at x, under root.
-inline CMesh* Block(CEntity* root, float x) {
-    MeshBuilder builder;
-    builder.AddBox({x, 0, -96}, {x + 32, 48, -64});
-    return builder.Build(root, "block");
-}
-
-// 8 by 8 cells of ground and what geometry adds, saved as a map of cellsX by cellsY.
-inline bool SaveMap(const std::string& path, int32_t cellsX, int32_t cellsY,
-                    const std::function<void(CMesh*)>& geometry = nullptr) {
+// 8 by 8 cells of ground and a block 32 wide and 48 high with its left side at x, animated where
+// shifts are given, saved as a map of cellsX by cellsY.
+inline bool SaveMap(const std::string& path, int32_t cellsX, int32_t cellsY, float x = 64,
+                    const BlockShifts& shifts = {}, bool packed = false) {
     CMesh root(nullptr);
     FlatGround(&root, 256.0f);
-    if (geometry) geometry(&root);
+    MeshBuilder builder;
+    builder.AddBox({x, 0, -96}, {x + 32, 48, -64});
+    CMesh* block = builder.Build(&root, "block");
+    if (!shifts.empty()) AnimateBlock(block, shifts, packed);
     const std::vector<uint8_t> chunks = MakeMapChunks(cellsX, cellsY);
     return root.SaveVBF(path.c_str(), chunks.data(), uint32_t(chunks.size()));
 }
