@@ -77,7 +77,7 @@ struct Sampled {
     std::array<float, 9> moves;
     std::array<float, 3> lifts;
     uint32_t frames, keys;  // frame f shows key min(f, keys - 1)
-    float dx, dy;           // the move and the lift from one key to the next, in map units
+    float dx, dy;           // from one key to the next in map units; z follows x at -1/5
 };
 
 void PrintTo(const Sampled& c, std::ostream* out) {
@@ -114,24 +114,25 @@ TEST_P(Sampling, EachFrameIsTheAnimatedShapeInMapSpace) {
             const Vector &p = first[key * 3 + v].position, &p0 = first[v].position;
             EXPECT_NEAR(p.x - p0.x, c.dx * key, 1e-4) << f;
             EXPECT_NEAR(p.y - p0.y, c.dy * key, 1e-4) << f;
-            EXPECT_EQ(p.z, p0.z);
+            EXPECT_NEAR(p.z - p0.z, -c.dx / 5 * key, 1e-4) << f;  // z runs into the map
         }
     }
 }
 
+// Along x, y and z at 5 : 0.5 : 1 units a second; the lift from 0 to 1 over 2 s.
+const std::array<float, 9> Move = {0, 0, 0, 5, 0.5f, 1, 10, 1, 2};
+const std::array<float, 3> Lift = {0, 0.5f, 1};
 const float Fit = 32.0f / 10.5f;  // --fit 1 over the whole motion: x from 0 to 9.5 + 1
 INSTANTIATE_TEST_SUITE_P(
     Import, Sampling,
-    testing::Values(
-        Sampled{"", {0, 0, 0, 5, 0, 0, 10, 0, 0}, {0, 0.5f, 1}, 20, 20, 0.5f, 0.05f},
-        Sampled{"--frames 5", {0, 0, 0, 5, 0, 0, 10, 0, 0}, {0, 0.5f, 1}, 5, 5, 0.5f, 0.05f},
-        Sampled{"--fps 4", {0, 0, 0, 5, 0, 0, 10, 0, 0}, {0, 0.5f, 1}, 8, 8, 1.25f, 0.125f},
-        Sampled{
-            "--fit 1", {0, 0, 0, 5, 0, 0, 10, 0, 0}, {0, 0.5f, 1}, 20, 20, 0.5f * Fit, 0.05f * Fit},
-        // Still from 1 s on: frames 11 to 19 share frame 10's key.
-        Sampled{"", {0, 0, 0, 10, 0, 0, 10, 0, 0}, {0, 1, 1}, 20, 11, 1, 0.1f},
-        Sampled{"--animation lift", {0, 0, 0, 5, 0, 0, 10, 0, 0}, {0, 0, 0}, 20, 20, 0, 0.05f},
-        Sampled{"--animation 1 --fps 2.5", {}, {}, 5, 5, 0, 0.2f}));
+    testing::Values(Sampled{"", Move, Lift, 20, 20, 0.5f, 0.1f},
+                    Sampled{"--frames 5", Move, Lift, 5, 5, 0.5f, 0.1f},
+                    Sampled{"--fps 4", Move, Lift, 8, 8, 1.25f, 0.25f},
+                    Sampled{"--fit 1", Move, Lift, 20, 20, 0.5f * Fit, 0.1f * Fit},
+                    // Still from 1 s on: frames 11 to 19 share frame 10's key.
+                    Sampled{"", {0, 0, 0, 10, 1, 2, 10, 1, 2}, {0, 1, 1}, 20, 11, 1, 0.2f},
+                    Sampled{"--animation lift", Move, {}, 20, 20, 0, 0.05f},
+                    Sampled{"--animation 1 --fps 2.5", {}, {}, 5, 5, 0, 0.2f}));
 
 // Without an animation to sample, the map is what it was before there were any: the same bytes.
 TEST(Animation, StaticImportsKeepTheirBytes) {

@@ -8,7 +8,7 @@
 namespace {
 
 // Scale, then rotation, then translation, as Assimp composes a node's keys; rotations given
-// without unit length come out the same as their unit versions.
+// without unit length come out the same as their unit versions. Mirrors included.
 TEST(NodeTransform, ComposesAsAssimpDoes) {
     struct Case {
         aiVector3D t;
@@ -26,6 +26,13 @@ TEST(NodeTransform, ComposesAsAssimpDoes) {
                           aiMatrix4x4::Scaling(c.s, s);
         DMatrix expected = FromAssimp(trs);
         DMatrix made = ComposeTransform(ToDouble(c.t), ToDouble(c.q), ToDouble(c.s));
+        EXPECT_NEAR(Determinant3(made), double(c.s.x) * c.s.y * c.s.z, 1e-5);
+        // Normals through the inverse transpose, whichever sign the determinant has.
+        aiVector3D n = aiMatrix3x3(trs).Inverse().Transpose() * aiVector3D(0.6f, -0.8f, 0.2f);
+        DVec3 turned = ApplyNormal(made, Determinant3(made), {0.6, -0.8, 0.2});
+        EXPECT_NEAR(turned.x, n.Normalize().x, 1e-5);
+        EXPECT_NEAR(turned.y, n.y, 1e-5);
+        EXPECT_NEAR(turned.z, n.z, 1e-5);
         for (int i = 0; i < 16; ++i)
             EXPECT_NEAR(made.m[i / 4][i % 4], expected.m[i / 4][i % 4], 1e-6) << c.q.x << " " << i;
     }
