@@ -48,8 +48,10 @@ void WriteAnimatedGltf(const std::string& name, std::array<float, 9> moves,
          "channels": [{"sampler": 0, "target": {"node": 0, "path": "weights"}}]}])";
     WriteWholeFile(
         name + ".gltf", R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 1]}],
-        "nodes": [{"name": "mover", "mesh": 0}, {"name": "still", "mesh": 0, "translation": [5, 0, 0]}],
-        "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "targets": [{"POSITION": 5}]}],
+        "nodes": [{"name": "mover", "mesh": 0},
+                  {"name": "still", "mesh": 0, "translation": [5, 0, 0]}],
+        "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "indices": 1,
+                                    "targets": [{"POSITION": 5}]}],
         "weights": [0]}], "buffers": [{"uri": ")" +
                             name + R"(.bin", "byteLength": 152}],
         "bufferViews": [)" + views +
