@@ -101,18 +101,4 @@ TEST_F(ViewerRunTest, ATickedBakeShowsTheViewerDrawsEachTurnAndEscapeGivesTheDia
     EXPECT_EQ(ReadWholeFile(dir.File("maps/good/texture.dat")).size(), ShadowMapBytes);
 }
 
-// A box left unticked bakes as before: the display copy is made and freed, no viewer shows.
-TEST_F(ViewerRunTest, AnUntickedBakeEndsInTheDialog) {
-    ui.AddStep([&] { EXPECT_TRUE(ui.Click(Dialog->Window, IdCreateShadows)); });
-    ui.AddStep([&] {
-        EXPECT_FALSE(ViewerActive || IsWindowVisible(ViewerWindow));
-        EXPECT_TRUE(!ViewerMesh && !MapMesh && !Camera && !Viewport && !Scene);
-        EXPECT_EQ(BakeControlsEnabled(Dialog->Window), std::vector<bool>(6, true));
-        EXPECT_TRUE(ui.Click(Dialog->Window, IdExit));
-    });
-    EXPECT_EQ(RunApplication(nullptr, SW_SHOWNORMAL), 0);
-    EXPECT_FALSE(ui.RanOutOfSteps());
-    EXPECT_EQ(Presents(), 0);
-}
-
 }  // namespace
