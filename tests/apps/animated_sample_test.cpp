@@ -74,6 +74,8 @@ TEST(AnimatedSample, OnlyTheSailsShadowMovesAndItMovesEveryFrame) {
                           next =
                               ReadWholeFile("mill/texture" + std::to_string((f + 1) % 8) + ".dat");
         ASSERT_TRUE(frame.size() == size_t(Side * Side) && next.size() == frame.size()) << f;
+        // The script asks for the ground's height too: a float per cell of the 16 x 16.
+        EXPECT_EQ(ReadWholeFile("mill/texture" + std::to_string(f) + ".dah").size(), 1024u) << f;
         int moved[2] = {};  // outside the region, inside it
         for (int i = 0; i < Side * Side; ++i)
             moved[i / Side >= r0 && i / Side <= r1 && i % Side >= c0 && i % Side <= c1] +=

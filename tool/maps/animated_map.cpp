@@ -137,7 +137,8 @@ std::vector<MapTextFile> AnimatedMapFiles() {
         {"resource.cfg", "LIT lit\nTEXTURE_DATA textures\n"},
         {"lit/animated.ssf", "LIGHT " + sun + "\nLIGHT_COLOUR " + colour + "\nSHADOW_COLOUR " +
                                  shadow + "\nAMBIENT " + ambient + "\nOVERSAMPLE 2\nANIMATED " +
-                                 std::to_string(AnimatedMapFrames) + "\nSCRIPT animated.lit\n"},
+                                 std::to_string(AnimatedMapFrames) +
+                                 "\nHEIGHTDATA\nSCRIPT animated.lit\n"},
         {"lit/animated.lit",
          "sun " + sun + " colour " + colour + "\nambient " + ambient + " shadow " + shadow + "\n"},
     };
