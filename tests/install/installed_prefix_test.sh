@@ -12,6 +12,10 @@ cd "$prefix"
 PATH=$prefix/bin:/usr/bin:/bin tenebrix-bake "$sample" --config "$sample/resource.cfg" \
     --script morning --texture-size 256 --quiet
 [ "$(stat -c %s "$sample/texture.dat")" -eq $((256 * 256)) ] || { echo "no 256x256 bake"; exit 1; }
+mill=$prefix/share/tenebrix/sample-animated
+PATH=$prefix/bin:/usr/bin:/bin tenebrix-bake "$mill" --config "$mill/resource.cfg" \
+    --script animated --quiet
+[ -s "$mill/texture7.dat" ] && [ -s "$mill/texture7.dah" ] || { echo "no animated bake"; exit 1; }
 
 fail() { echo "$*"; exit 1; }
 # The bake as a picture; a machine without any GL says so and is let off.
