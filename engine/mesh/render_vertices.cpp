@@ -8,6 +8,7 @@
 #include "engine/mesh/draw_group.h"
 #include "engine/mesh/mesh.h"
 #include "engine/mesh/mesh_animation.h"
+#include "engine/mesh/packed_frame.h"
 
 namespace {
 
@@ -151,22 +152,6 @@ uint32_t RefreshSet(uint32_t mask) {
     }
 }
 
-// A packed record of the animation, or null where it would lie outside frameData.
-const int16_t* PackedRecord(const VertexAnimation* animation, const void* entry, uint32_t index) {
-    if (!entry || !animation->frameData) return nullptr;
-    const auto* base = static_cast<const uint8_t*>(animation->frameData);
-    const auto* at = static_cast<const uint8_t*>(entry);
-    if (at < base) return nullptr;
-    const size_t offset = size_t(at - base) + size_t(index) * 8;
-    if (offset % 2 != 0 || offset + 8 > size_t(animation->totalVertices) * 8) return nullptr;
-    return reinterpret_cast<const int16_t*>(base + offset);
-}
-
-float PackedNormal(uint16_t word, int shift) {
-    float value = float(double((word >> shift) & 0xF) * double(0.06666667f));
-    return (word >> (shift + 4)) & 1 ? -value : value;
-}
-
 }  // namespace
 
 MeshFreeVerticesFunction MeshFreeVertices = nullptr;
@@ -249,25 +234,30 @@ uint32_t PackMeshColour(const uint8_t* rgb) {
     return uint32_t(rgb[0]) << 16 | uint32_t(rgb[1]) << 8 | uint32_t(rgb[2]);
 }
 
+void PutRenderVertex(const CMesh* mesh, const MeshVertexFormat* format, const RenderVertex& rv,
+                     const Vector& position, const Vector& normal, float* vertex) {
+    const bool inRange = rv.source < uint32_t(mesh->vertexCount);
+    PutVector(vertex, format->xyz, position);
+    if (mesh->colours)
+        PutWord(vertex, format->diffuse,
+                inRange ? PackMeshColour(mesh->colours + size_t(rv.source) * 3) : 0);
+    else
+        PutVector(vertex, format->nxyz, normal);
+    if (mesh->speculars)
+        PutWord(vertex, format->specular, inRange ? mesh->speculars[rv.source] : 0);
+    PutUV(vertex, format->uv0, rv.uv[0]);
+    PutUV(vertex, format->uv1, rv.uv[1]);
+}
+
 void WriteRenderVertices(const CMesh* mesh, const RenderVertexList& list, float* out,
                          uint32_t* sourceTable, float** uv0Table, float** uv1Table) {
     const MeshVertexFormat* format = mesh->vertexFormat;
     if (!format || !out) return;
     for (uint32_t i = 0; i < list.count; ++i) {
         const RenderVertex& rv = list.vertices[i];
-        float* vertex = out + size_t(i) * size_t(format->stride);
-        const bool inRange = rv.source < uint32_t(mesh->vertexCount);
-        PutVector(vertex, format->xyz,
-                  SourceOf(mesh->vertices, mesh->vertexCount, rv.source).position);
-        if (mesh->colours)
-            PutWord(vertex, format->diffuse,
-                    inRange ? PackMeshColour(mesh->colours + size_t(rv.source) * 3) : 0);
-        else
-            PutVector(vertex, format->nxyz, rv.normal);
-        if (mesh->speculars)
-            PutWord(vertex, format->specular, inRange ? mesh->speculars[rv.source] : 0);
-        PutUV(vertex, format->uv0, rv.uv[0]);
-        PutUV(vertex, format->uv1, rv.uv[1]);
+        PutRenderVertex(mesh, format, rv,
+                        SourceOf(mesh->vertices, mesh->vertexCount, rv.source).position, rv.normal,
+                        out + size_t(i) * size_t(format->stride));
         if (sourceTable) sourceTable[i] = rv.source;
         if (uv0Table) uv0Table[i] = rv.uvSource[0];
         if (uv1Table) uv1Table[i] = rv.uvSource[1];
@@ -309,36 +299,16 @@ void WriteAnimationFrame(CMesh* mesh, float* out) {
         return;
     }
     const MeshVertexFormat* format = mesh->vertexFormat;
-    if (!format || !out || !mesh->renderVertexSource) return;
-    const int fraction =
-        int((animation->flags & VertexAnimationFractionMask) >> VertexAnimationFractionShift);
-    double scale = 1.0 / double(uint32_t(1) << fraction);
-    const void* entry = animation->frameTable[frame];
-    const void* after = entry;
-    const bool halfway = !entry;
-    if (halfway) {
-        // Halfway: the sum of the neighbours, halved; the normal of the one before.
-        const uint32_t count = animation->frameCount;
-        entry = animation->frameTable[(frame + count - 1) % count];
-        after = animation->frameTable[(frame + 1) % count];
-        scale *= 0.5;
-        if (!entry || !after) return;
-    }
+    PackedFrame packed;
+    if (!format || !out || !mesh->renderVertexSource || !packed.Locate(animation, frame)) return;
     for (int32_t r = 0; r < mesh->renderVertexCount; ++r) {
-        const uint32_t s = mesh->renderVertexSource[r];
-        const int16_t* first = PackedRecord(animation, entry, s);
-        const int16_t* second = PackedRecord(animation, after, s);
-        if (!first || !second) continue;
-        Vector position;
-        position.x = float(double(first[0] + (halfway ? second[0] : 0)) * scale);
-        position.y = float(double(first[1] + (halfway ? second[1] : 0)) * scale);
-        position.z = float(double(first[2] + (halfway ? second[2] : 0)) * scale);
+        Vector position, normal;
+        if (!packed.Vertex(mesh->renderVertexSource[r], position,
+                           mesh->colours ? nullptr : &normal))
+            continue;
         float* vertex = out + size_t(r) * size_t(format->stride);
         PutVector(vertex, format->xyz, position);
-        if (mesh->colours) continue;
-        const uint16_t word = uint16_t(first[3]);
-        PutVector(vertex, format->nxyz,
-                  {PackedNormal(word, 0), PackedNormal(word, 5), PackedNormal(word, 10)});
+        if (!mesh->colours) PutVector(vertex, format->nxyz, normal);
     }
 }
 

@@ -60,6 +60,11 @@ void FaceNormal(const MeshVertex* vertices, uint32_t a, uint32_t b, uint32_t c, 
 // Red in bits 16 to 23, green 8 to 15, blue 0 to 7; the top byte 0.
 uint32_t PackMeshColour(const uint8_t* rgb);
 
+// One render vertex in format at vertex: position, normal (without colours), the colour and
+// specular words of its source vertex where the mesh has them, and its u, v.
+void PutRenderVertex(const CMesh* mesh, const MeshVertexFormat* format, const RenderVertex& rv,
+                     const Vector& position, const Vector& normal, float* vertex);
+
 // Writes every render vertex of list in the mesh's vertexFormat to out (count * stride words).
 // With tables given (renderVertexCount entries each; uv1 only for two layers) they get each
 // vertex's source and u, v places.

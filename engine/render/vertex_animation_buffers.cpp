@@ -8,6 +8,7 @@
 #include "base/memory.h"
 #include "engine/mesh/mesh.h"
 #include "engine/mesh/mesh_animation.h"
+#include "engine/mesh/packed_frame.h"
 #include "engine/render/mesh_prepare.h"
 #include "engine/render/renderer.h"
 #include "engine/render/vertex_pool.h"
@@ -23,40 +24,6 @@ bool HasFrame(const VertexAnimationBuffers* buffers, uint32_t frame) {
 
 void Destroy(VertexAnimationBuffers* buffers) {
     DELETE(buffers);
-}
-
-// A packed record of the animation, or null where it would lie outside frameData.
-const int16_t* PackedRecord(const VertexAnimation* animation, const void* entry, uint32_t index) {
-    if (!entry || !animation->frameData) return nullptr;
-    const auto* base = static_cast<const uint8_t*>(animation->frameData);
-    const auto* at = static_cast<const uint8_t*>(entry);
-    if (at < base) return nullptr;
-    const size_t offset = size_t(at - base) + size_t(index) * 8;
-    if (offset % 2 != 0 || offset + 8 > size_t(animation->totalVertices) * 8) return nullptr;
-    return reinterpret_cast<const int16_t*>(base + offset);
-}
-
-// Four bits of magnitude in fifteenths, then a sign bit.
-float PackedNormal(uint16_t word, int shift) {
-    const float value = float(double((word >> shift) & 0xF) * double(0.06666667f));
-    return (word >> (shift + 4)) & 1 ? -value : value;
-}
-
-void PutVector(float* vertex, const int32_t* places, const Vector& v) {
-    if (places[0] < 0) return;
-    vertex[places[0]] = v.x;
-    vertex[places[1]] = v.y;
-    vertex[places[2]] = v.z;
-}
-
-void PutWord(float* vertex, int32_t place, uint32_t word) {
-    if (place >= 0) std::memcpy(vertex + place, &word, sizeof word);
-}
-
-void PutUV(float* vertex, const int32_t* places, const float* uv) {
-    if (places[0] < 0) return;
-    vertex[places[0]] = uv[0];
-    vertex[places[1]] = uv[1];
 }
 
 }  // namespace
@@ -139,28 +106,13 @@ void VertexAnimationBuffers::DecodeFrame(uint32_t frame) {
         std::memcpy(frameVertices, at, count * sizeof(MeshVertex));
         return;
     }
-    const int fraction =
-        int((animation->flags & VertexAnimationFractionMask) >> VertexAnimationFractionShift);
-    double scale = std::ldexp(1.0, -fraction);
-    const void* after = entry;
-    const bool halfway = !entry;
-    if (halfway) {
-        // Midway between the neighbours: their sum halved, the normal of the one before.
-        const uint32_t frames = animation->frameCount;
-        entry = animation->frameTable[frame == 0 ? frames - 1 : frame - 1];
-        after = animation->frameTable[frame + 1 == frames ? 0 : frame + 1];
-        scale *= 0.5;
-    }
+    PackedFrame records;
+    if (!records.Locate(animation, frame)) return;
     for (size_t s = 0; s < count; ++s) {
-        const int16_t* first = PackedRecord(animation, entry, uint32_t(s));
-        const int16_t* second = PackedRecord(animation, after, uint32_t(s));
-        if (!first || !second) continue;
         MeshVertex& v = frameVertices[s];
-        v.position.x = float(double(first[0] + (halfway ? second[0] : 0)) * scale);
-        v.position.y = float(double(first[1] + (halfway ? second[1] : 0)) * scale);
-        v.position.z = float(double(first[2] + (halfway ? second[2] : 0)) * scale);
-        const uint16_t word = uint16_t(first[3]);
-        v.normal = {PackedNormal(word, 0), PackedNormal(word, 5), PackedNormal(word, 10)};
+        Vector position, normal;
+        if (records.Vertex(uint32_t(s), position, &normal))
+            v.position = position, v.normal = normal;
     }
 }
 
@@ -172,21 +124,10 @@ void VertexAnimationBuffers::WriteFrame(uint32_t frame, VertexBufferInfo* info) 
     const MeshVertex none = {{0, 0, 0}, {0, 0, 0}};
     for (int32_t r = 0; r < renderVertexCount; ++r) {
         const RenderVertex& rv = renderVertices.vertices[r];
-        const bool inRange = rv.source < uint32_t(frameVertexCount);
-        const MeshVertex& v = inRange ? frameVertices[rv.source] : none;
-        float* vertex = out + size_t(r) * size_t(format->stride);
-        PutVector(vertex, format->xyz, v.position);
-        // The colours come from the mesh's arrays, which cover vertexCount records.
-        const bool known = rv.source < uint32_t(std::max(mesh->vertexCount, 0));
-        if (mesh->colours)
-            PutWord(vertex, format->diffuse,
-                    known ? PackMeshColour(mesh->colours + size_t(rv.source) * 3) : 0);
-        else
-            PutVector(vertex, format->nxyz, v.normal);
-        if (mesh->speculars)
-            PutWord(vertex, format->specular, known ? mesh->speculars[rv.source] : 0);
-        PutUV(vertex, format->uv0, rv.uv[0]);
-        PutUV(vertex, format->uv1, rv.uv[1]);
+        const MeshVertex& v =
+            rv.source < uint32_t(frameVertexCount) ? frameVertices[rv.source] : none;
+        PutRenderVertex(mesh, format, rv, v.position, v.normal,
+                        out + size_t(r) * size_t(format->stride));
     }
     UnlockVertices(info);
 }

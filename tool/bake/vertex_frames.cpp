@@ -5,24 +5,9 @@
 #include "base/memory.h"
 #include "engine/mesh/mesh.h"
 #include "engine/mesh/mesh_animation.h"
+#include "engine/mesh/packed_frame.h"
 
 namespace {
-
-// Packed records are 8 bytes: x, y, z and a normal word. The normals are left as they stand:
-// every animated pass rebuilds them from the frame's faces.
-constexpr size_t PackedRecordSize = 8;
-
-const int16_t* Record(const VertexAnimation* animation, const void* entry, uint32_t index) {
-    if (!entry || !animation->frameData) return nullptr;
-    const auto* base = static_cast<const uint8_t*>(animation->frameData);
-    const auto* at = static_cast<const uint8_t*>(entry);
-    if (at < base) return nullptr;
-    const size_t offset = size_t(at - base) + size_t(index) * PackedRecordSize;
-    if (offset % 2 != 0 ||
-        offset + PackedRecordSize > size_t(animation->totalVertices) * PackedRecordSize)
-        return nullptr;
-    return reinterpret_cast<const int16_t*>(base + offset);
-}
 
 // An entry must hold a whole frame of records inside the animation's data.
 bool HoldsFrame(const VertexAnimation* animation, const void* entry, int32_t vertexCount) {
@@ -55,29 +40,14 @@ bool OwnVertices(CMesh* mesh) {
     return true;
 }
 
+// Positions only: every animated pass rebuilds the normals from the frame's faces.
 void ApplyPacked(CMesh* mesh, const VertexAnimation* animation, uint32_t frame) {
-    const uint32_t count = animation->frameCount;
-    const int fraction =
-        int((animation->flags & VertexAnimationFractionMask) >> VertexAnimationFractionShift);
-    double scale = 1.0 / double(uint32_t(1) << fraction);
-    const void* entry = animation->frameTable[frame];
-    const void* after = entry;
-    const bool halfway = !entry;
-    if (halfway) {
-        entry = animation->frameTable[(frame + count - 1) % count];
-        after = animation->frameTable[(frame + 1) % count];
-        scale *= 0.5;
-        if (!entry || !after) return;  // nothing to stand between: the shape in force stays
-    }
-    if (!OwnVertices(mesh)) return;
+    PackedFrame packed;
+    // A halfway frame with nothing to stand between keeps the shape in force.
+    if (!packed.Locate(animation, frame) || !OwnVertices(mesh)) return;
     for (int32_t s = 0; s < mesh->vertexCount; ++s) {
-        const int16_t* first = Record(animation, entry, uint32_t(s));
-        const int16_t* second = Record(animation, after, uint32_t(s));
-        if (!first || !second) continue;
-        MeshVertex& vertex = mesh->vertices[s];
-        vertex.position.x = float(double(first[0] + (halfway ? second[0] : 0)) * scale);
-        vertex.position.y = float(double(first[1] + (halfway ? second[1] : 0)) * scale);
-        vertex.position.z = float(double(first[2] + (halfway ? second[2] : 0)) * scale);
+        Vector position;
+        if (packed.Vertex(uint32_t(s), position, nullptr)) mesh->vertices[s].position = position;
     }
 }
 
