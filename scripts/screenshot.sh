@@ -79,14 +79,22 @@ $(cat "$work/app.log")"
 
 (cd "$work" && exec "$app") >"$work/app.log" 2>&1 &
 app_pid=$!
+# Sets found to the first visible window titled $1 within $2 tries 0.2 s apart, while the
+# program lives ($3 says when, for the message if it dies); empty if none showed.
+found=""
+shown() {
+  found=""
+  for _ in $(seq "$2"); do
+    alive "$3"
+    found=$(xdotool search --onlyvisible --name "^$1\$" 2>/dev/null | head -n1) || true
+    [ -n "$found" ] && return 0
+    sleep 0.2
+  done
+}
+
 title="Parameters for Shadow Generator"
-window=""
-for _ in $(seq 100); do
-  alive "before its dialog showed"
-  window=$(xdotool search --onlyvisible --name "^$title\$" 2>/dev/null | head -n1) || true
-  [ -n "$window" ] && break
-  sleep 0.2
-done
+shown "$title" 100 "before its dialog showed"
+window=$found
 [ -n "$window" ] || die "the dialog \"$title\" did not show within 20 s"
 
 # The dialog rewrites LastShadow.txt only once it has accepted the map and the script: its
@@ -124,13 +132,8 @@ for _ in $(seq 600); do
   sleep 0.2
 done
 [ -f "$work/map/test.lit" ] || die "the bake did not end within two minutes"
-viewer=""
-for _ in $(seq 50); do
-  alive "after the bake"
-  viewer=$(xdotool search --onlyvisible --name '^Viewer$' 2>/dev/null | head -n1) || true
-  [ -n "$viewer" ] && break
-  sleep 0.2
-done
+shown Viewer 50 "after the bake"
+viewer=$found
 if [ -z "$viewer" ]; then
   photograph "${out%.png}-failed.png"
   die "the viewer did not show after the bake (see ${out%.png}-failed.png and $work/app.log)"
