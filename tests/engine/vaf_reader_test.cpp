@@ -64,7 +64,7 @@ std::string DumpMesh(const CMesh& m) {
     }
     for (size_t i = 0; m.colours && i < 3 * stored; ++i)
         out += (i ? "," : " c=") + std::to_string(m.colours[i]);
-    if (m.hidden) out += " hidden";
+    if (m.hidden) out += m.hidden == 1 ? " hidden" : " hidden?";
     if (const KeyAnimation* k = m.keyAnimation) {
         bool plain =
             k->owner == 1 && k->form == KeyFormKeys && k->currentFrame == KeyAnimationNoFrame;
@@ -252,6 +252,7 @@ TEST_F(VafTest, EachDamageIsRefusedWithItsLineAndTheTreeUnchanged) {
         {3, m + "anim_vertices 0 { } } }", "the anim_vertices of \"m\" have 0 frames"},
         {2, many + many, "the vertex animations up to \"x\" come to 1200000 frames"},
         {5, m + "vertices {\n 0,0,0,\n 1,2 } } }", "an entry of the vertices of \"m\" holds 2"},
+        {3, m + "anim_vertices 2 { 0 : 1 , 2 } } }", "anim_vertices of \"m\" holds 2 of its 3"},
         {3, m + "texture_coordinates { 1 } } }", "the texture_coordinates of \"m\" holds 1"},
         {3, m + "faces { 99999999999 } } }", "the number 99999999999 does not fit in 32 bits"},
         {3, m + "vertices { 0, 1e39, 0, } } }", "the number 1e39 is out of range"},
