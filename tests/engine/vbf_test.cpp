@@ -240,6 +240,13 @@ TEST_F(VbfTest, WriteThenReadGivesTheSameRecordsAndOrderAndEveryCutIsRefused) {
     ASSERT_TRUE(BuildVBFImage(&source, data, sizeof data, image));
     ASSERT_TRUE(BuildVBFImage(&loaded, data, sizeof data, again));
     EXPECT_EQ(image, again);
+    // What a writer could leave out and its reader then miss again.
+    const CMesh* hull = Kids(loaded)[1];
+    ASSERT_TRUE(hull->colours && hull->smoothingGroups && Kids(*hull)[1]->vertexAnimation &&
+                barrel->vertexAnimation);
+    EXPECT_EQ(std::make_tuple(hull->colours[11], hull->smoothingGroups[2],
+                              Kids(loaded)[0]->faces[0][1].texture->flags & TextureFlagClamp),
+              std::make_tuple(220, 4u, uint32_t(TextureFlagClamp)));
     EXPECT_TRUE(loaded.LoadVBF(dir.File("tree.vbf").c_str()));  // user data dropped
     WriteWholeFile(dir.File("none.vbf"), Vbf().U32({1, 0, 0}).End().bytes);
     EXPECT_EQ(loaded.LoadVBFWithData(dir.File("none.vbf").c_str()), nullptr);  // none in it
