@@ -138,6 +138,10 @@ public:
     void FreeAllDeviceTextures();
     bool IsOnDevice(const CTexture* texture) const;
 
+    // Reports: screenshot.cpp (index -1: the next free number) and video_memory_report.cpp.
+    void SaveScreenShot(const char* prefix, int32_t index);
+    void ReportVideoMemory(uint32_t* video, uint32_t* localTexture, uint32_t* texture);
+
     // Pre-transformed triangles, run by run (poly_buffer.cpp).
     void RenderPolyBuffer(CPolyBuffer* buffer);
 
