@@ -69,24 +69,13 @@ void CRenderer::SaveScreenShot(const char* prefix, int32_t index) {
     FILE* file = std::fopen(name.c_str(), "wb");
     if (!file) return;
 
-    const uint8_t header[18] = {0,
-                                0,
-                                2,
-                                0,
-                                0,
-                                0,
-                                0,
-                                0,
-                                0,
-                                0,
-                                0,
-                                0,
-                                uint8_t(width),
-                                uint8_t(width >> 8),
-                                uint8_t(height),
-                                uint8_t(height >> 8),
-                                24,
-                                0};
+    uint8_t header[18] = {};
+    header[2] = 2;  // uncompressed true colour
+    header[12] = uint8_t(width);
+    header[13] = uint8_t(width >> 8);
+    header[14] = uint8_t(height);
+    header[15] = uint8_t(height >> 8);
+    header[16] = 24;
     std::fwrite(header, 1, sizeof header, file);
 
     LPDIRECTDRAWSURFACE7 source = flipping;
@@ -105,9 +94,10 @@ void CRenderer::SaveScreenShot(const char* prefix, int32_t index) {
         const size_t bytes = bits <= 16 ? 2 : bits <= 24 ? 3 : 4;
         const size_t columns = std::min<size_t>(size_t(width), desc.dwWidth);
         const uint8_t* base = static_cast<const uint8_t*>(desc.lpSurface);
+        const bool pitchFits = desc.lPitch > 0 && size_t(desc.lPitch) >= columns * bytes;
         for (int32_t y = height - 1; y >= 0; --y) {
             std::fill(pixelRow.begin(), pixelRow.end(), uint8_t(0));
-            if (DWORD(y) < desc.dwHeight)
+            if (pitchFits && DWORD(y) < desc.dwHeight)
                 std::memcpy(pixelRow.data(), base + size_t(y) * size_t(desc.lPitch),
                             columns * bytes);
             for (size_t x = 0; x < size_t(width); ++x) {

@@ -6,23 +6,6 @@
 #include "tests/render/renderer_fixture.h"
 #include "tests/support/temp_dir.h"
 
-namespace {
-
-// Fills the 2 x 2 back surface with the pixels, row by row.
-void Fill(CRenderer* renderer, const uint32_t (&pixels)[4], size_t bytes) {
-    DDSURFACEDESC2 desc;
-    std::memset(&desc, 0, sizeof desc);
-    desc.dwSize = sizeof desc;
-    ASSERT_EQ(renderer->flipping->Lock(nullptr, &desc, DDLOCK_WAIT, nullptr), DD_OK);
-    for (size_t i = 0; i < 4; ++i)
-        std::memcpy(
-            static_cast<uint8_t*>(desc.lpSurface) + (i / 2) * size_t(desc.lPitch) + (i % 2) * bytes,
-            &pixels[i], bytes);
-    renderer->flipping->Unlock(nullptr);
-}
-
-}  // namespace
-
 TEST_F(RendererTest, ScreenShotsConvertTheDisplayPixelsBottomRowFirst) {
     struct Case {
         DDPIXELFORMAT format;
@@ -43,7 +26,15 @@ TEST_F(RendererTest, ScreenShotsConvertTheDisplayPixelsBottomRowFirst) {
         table.adapters[0].displayFormat = c.format;
         DxStageAdapters(&table);
         ASSERT_TRUE(Open(OpenWindowed | Open3D, 2, 2));
-        Fill(renderer, c.pixels, c.format.dwRGBBitCount / 8);
+        DDSURFACEDESC2 desc{};
+        desc.dwSize = sizeof desc;
+        ASSERT_EQ(renderer->flipping->Lock(nullptr, &desc, DDLOCK_WAIT, nullptr), DD_OK);
+        const size_t bytes = c.format.dwRGBBitCount / 8;
+        for (size_t i = 0; i < 4; ++i)  // row by row
+            std::memcpy(static_cast<uint8_t*>(desc.lpSurface) + (i / 2) * size_t(desc.lPitch) +
+                            (i % 2) * bytes,
+                        &c.pixels[i], bytes);
+        renderer->flipping->Unlock(nullptr);
         WriteWholeFile(dir.File("ScreenShot00007.tga"), "old");
         renderer->SaveScreenShot(nullptr, -1);
         renderer->SaveScreenShot(nullptr, -1);
