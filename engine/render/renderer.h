@@ -51,7 +51,7 @@ struct RendererConfigRecord {
 struct TextureFormatRecord {
     DDPIXELFORMAT format;
     int32_t bytesPerPixel;
-    uint32_t redMask, greenMask, blueMask, alphaMask;  // alphaMask 0 without alpha pixels
+    uint32_t redMask, greenMask, blueMask, alphaMask;      // alphaMask 0 without alpha pixels
     uint32_t redShift, greenShift, blueShift, alphaShift;  // lowest set bit
     uint32_t redBits, greenBits, blueBits, alphaBits;
     TextureFormatRecord* next;
@@ -93,7 +93,7 @@ constexpr int StageStateCount = 25;
 
 class CRenderer {
 public:
-    CRenderer();  // the data model's defaults, all lists empty, the state cache unknown
+    CRenderer();   // the data model's defaults, all lists empty, the state cache unknown
     ~CRenderer();  // the destruction order of the device; see renderer_open.cpp
     CRenderer(const CRenderer&) = delete;
     CRenderer& operator=(const CRenderer&) = delete;
@@ -140,6 +140,7 @@ public:
 
     // Reports: screenshot.cpp (index -1: the next free number) and video_memory_report.cpp.
     void SaveScreenShot(const char* prefix, int32_t index);
+    void ReleaseMovieSurface();  // the screenshot's copy, if this device made it
     void ReportVideoMemory(uint32_t* video, uint32_t* localTexture, uint32_t* texture);
 
     // Pre-transformed triangles, run by run (poly_buffer.cpp).
@@ -214,7 +215,7 @@ public:
     DDPIXELFORMAT displayFormat;
     uint8_t deviceLost;
     uint32_t frameCount;
-    uint32_t dxtSupport;  // DxtSupport bits
+    uint32_t dxtSupport;    // DxtSupport bits
     uint32_t textureBlend;  // TestTextureBlend's result
     DeviceLimits* limits;
 
@@ -238,7 +239,7 @@ public:
     LPDIRECT3DVERTEXBUFFER7 decalSource;
     LPDIRECT3DVERTEXBUFFER7 decalTarget;
     LPDIRECT3DVERTEXBUFFER7 decalQuads;
-    uint16_t* decalQuadIndices;  // 384 entries
+    uint16_t* decalQuadIndices;       // 384 entries
     TransparencyCache* transparency;  // the depth-binned cache and the alpha batches
 
     // The state cache: requested and applied values, dirty masks.

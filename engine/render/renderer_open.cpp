@@ -201,6 +201,7 @@ CRenderer::CRenderer()
 }
 
 CRenderer::~CRenderer() {
+    ReleaseMovieSurface();
     ReleaseDynamicBuffers(this);
     // The decal tally and the deferred list are freed here once decals and deferred draws exist.
     if (limits) DELETE(limits);

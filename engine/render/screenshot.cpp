@@ -10,12 +10,10 @@
 
 namespace {
 
-// The movie form's system-memory copy, made once and kept for the life of the process so that
-// each frame costs one copy out of video memory.
+// The movie form's system-memory copy, made once per device and kept until the device closes,
+// so that each frame costs one copy out of video memory.
 LPDIRECTDRAWSURFACE7 movieSurface = nullptr;
-// The DirectDraw object it belongs to, held so that its address names no later device; a device
-// opened after it gets a surface of its own.
-LPDIRECTDRAW7 movieOwner = nullptr;
+LPDIRECTDRAW7 movieOwner = nullptr;  // the DirectDraw object it belongs to
 
 // The movie form's names have five digits.
 std::string FormatName(bool movie, const char* prefix, int number) {
@@ -41,7 +39,17 @@ struct Channel {
     }
 };
 
+void DropMovieSurface() {
+    if (movieSurface) movieSurface->Release();
+    movieSurface = nullptr;
+    movieOwner = nullptr;
+}
+
 }  // namespace
+
+void CRenderer::ReleaseMovieSurface() {
+    if (movieOwner == directDraw) DropMovieSurface();
+}
 
 void CRenderer::SaveScreenShot(const char* prefix, int32_t index) {
     if (!prefix) prefix = "ScreenShot";
@@ -52,10 +60,10 @@ void CRenderer::SaveScreenShot(const char* prefix, int32_t index) {
     std::string name;
     if (index != -1) {
         if (!movieSurface || movieOwner != directDraw) {
+            DropMovieSurface();
             movieSurface =
                 CreateOffscreen(width, height, DDSCAPS_SYSTEMMEMORY | DDSCAPS_OFFSCREENPLAIN);
             movieOwner = movieSurface ? directDraw : nullptr;
-            if (movieOwner) movieOwner->AddRef();
         }
         name = FormatName(true, prefix, index);
     } else {
